@@ -1,0 +1,24 @@
+# Values the app is built with (the spec of the app reads no configuration
+# file) and the server's matching local defaults. Override with -D at configure
+# time for a real deployment.
+set(RD_SERVER_URL "http://127.0.0.1:8080" CACHE STRING "Base URL of the local rongdian-server")
+
+set(RD_BACKEND_ENDPOINT "${RD_SERVER_URL}/api" CACHE STRING "Backend endpoint (the app appends ?cmd=NAME)")
+
+set(RD_FACEPP_KEY "rongdian-dev-key" CACHE STRING "Face detection API key")
+set(RD_FACEPP_SECRET "rongdian-dev-secret" CACHE STRING "Face detection API secret")
+set(RD_FACEPP_REGION0_URL "${RD_SERVER_URL}/v2/" CACHE STRING "Detection base URL, region 0")
+set(RD_FACEPP_REGION1_URL "${RD_SERVER_URL}/v2/" CACHE STRING "Detection base URL, region 1")
+
+set(RD_STORAGE_ACCESS_KEY "rongdian-dev-ak" CACHE STRING "Photo storage access key")
+set(RD_STORAGE_SECRET_KEY "rongdian-dev-sk" CACHE STRING "Photo storage secret key")
+set(RD_STORAGE_BUCKET "rongdian" CACHE STRING "Photo storage bucket")
+set(RD_STORAGE_UPLOAD_URL "${RD_SERVER_URL}/upload" CACHE STRING "Primary photo upload address")
+set(RD_STORAGE_BACKUP_UPLOAD_URL "${RD_SERVER_URL}/upload-backup" CACHE STRING "Backup photo upload address")
+set(RD_STORAGE_DOWNLOAD_PREFIX "${RD_SERVER_URL}/files/" CACHE STRING "Public download prefix of stored photos")
+
+set(RD_PUSH_URL "ws://127.0.0.1:8080/push" CACHE STRING "Push gateway WebSocket address")
+set(RD_SHARE_STORE_LINK "http://127.0.0.1:8080/app" CACHE STRING "Store link in share texts")
+
+configure_file(${CMAKE_CURRENT_LIST_DIR}/BuildConfig.h.in ${CMAKE_BINARY_DIR}/generated/BuildConfig.h @ONLY)
+include_directories(${CMAKE_BINARY_DIR}/generated)

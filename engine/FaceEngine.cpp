@@ -1,0 +1,1 @@
+// Face analysis engine (see FaceEngine.h once it lands).

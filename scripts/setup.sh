@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Installs what the build, the run and the tests need, and fetches the face
+# model package. Idempotent: a second run only checks and returns quickly.
+#   scripts/setup.sh            packages + model data
+#   scripts/setup.sh --models   model data only
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+root=$(cd "$here/.." && pwd)
+
+as_root() { if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi; }
+
+install_packages() {
+  local want=() p
+  while read -r p; do
+    [ -z "$p" ] && continue
+    case "$p" in \#*) continue ;; esac
+    dpkg -s "$p" >/dev/null 2>&1 || want+=("$p")
+  done <"$here/packages.txt"
+  if [ ${#want[@]} -gt 0 ]; then
+    echo "setup: installing ${#want[@]} Debian packages: ${want[*]}"
+    as_root apt-get update -q
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${want[@]}"
+  fi
+}
+
+case "${1:-}" in
+  --models) ;;
+  *) install_packages ;;
+esac
+"$here/fetch-models.sh"

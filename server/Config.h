@@ -1,0 +1,45 @@
+// rongdian-server's configuration: flags, environment variables, defaults.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace rd::server {
+
+struct Config {
+  std::string listen = "127.0.0.1:8080";
+  std::string data_dir = "./var";
+  std::string database;        // empty: SQLite file in data_dir; or postgresql://...
+  std::string public_url;      // how clients reach this server; empty: http://HOST:PORT bound
+  std::string time_zone;       // for "created_at" readings; empty: the machine's
+  std::string models_dir;      // face model folder; empty: the build's models/face-api/model
+  std::string detect_key;
+  std::string detect_secret;
+  std::string storage_access_key;
+  std::string storage_secret_key;
+  std::string storage_bucket;
+  int threads = 0;             // worker threads; 0: one per core
+  bool quiet = false;          // no per-request log lines
+  bool hide_disabled = false;  // leave photos marked not enabled out of the lists
+
+  std::string host() const;
+  unsigned short port() const;
+};
+
+struct ParseResult {
+  Config config;
+  bool exit = false;  // --help was given, or an error was printed
+  int exit_code = 0;
+};
+
+// Reads flags (--name VALUE or --name=VALUE) over the environment (RONGDIAN_*)
+// over the built-in defaults.
+ParseResult parse_config(int argc, char** argv);
+
+// Text of --help.
+std::string usage();
+
+// Lines saying which local-development defaults are in use (printed at start).
+std::vector<std::string> default_notices(const Config& c);
+
+}  // namespace rd::server

@@ -1,0 +1,436 @@
+#include "http/HttpServer.h"
+
+#include <iostream>
+#include <stdexcept>
+#include <thread>
+
+namespace rd::http {
+
+// ---------------------------------------------------------------- helpers
+
+const std::string* Context::param(const std::string& name) const {
+  auto it = query.find(name);
+  return it == query.end() ? nullptr : &it->second;
+}
+
+static int hex_value(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+std::string percent_decode(std::string_view s, bool plus_as_space) {
+  std::string out;
+  out.reserve(s.size());
+  for (std::size_t i = 0; i < s.size(); ++i) {
+    char c = s[i];
+    if (c == '%' && i + 2 < s.size()) {
+      int hi = hex_value(s[i + 1]), lo = hex_value(s[i + 2]);
+      if (hi >= 0 && lo >= 0) {
+        out += static_cast<char>(hi * 16 + lo);
+        i += 2;
+        continue;
+      }
+    }
+    out += (c == '+' && plus_as_space) ? ' ' : c;
+  }
+  return out;
+}
+
+std::multimap<std::string, std::string> parse_query(std::string_view q) {
+  std::multimap<std::string, std::string> out;
+  while (!q.empty()) {
+    auto amp = q.find('&');
+    std::string_view part = q.substr(0, amp);
+    q = amp == std::string_view::npos ? std::string_view{} : q.substr(amp + 1);
+    if (part.empty()) continue;
+    auto eq = part.find('=');
+    if (eq == std::string_view::npos)
+      out.emplace(percent_decode(part), std::string{});
+    else
+      out.emplace(percent_decode(part.substr(0, eq)), percent_decode(part.substr(eq + 1)));
+  }
+  return out;
+}
+
+Response json_response(const Request& req, bhttp::status status, const boost::json::value& body) {
+  return json_response(req, static_cast<unsigned>(status), body);
+}
+
+Response json_response(const Request& req, unsigned status, const boost::json::value& body) {
+  Response res;
+  res.result(status);
+  res.version(req.version());
+  res.keep_alive(req.keep_alive());
+  res.set(bhttp::field::content_type, "application/json; charset=utf-8");
+  res.set(bhttp::field::server, "rongdian-server");
+  res.body() = boost::json::serialize(body);
+  res.prepare_payload();
+  return res;
+}
+
+Response text_response(const Request& req, bhttp::status status, std::string body,
+                       std::string content_type) {
+  Response res{status, req.version()};
+  res.keep_alive(req.keep_alive());
+  res.set(bhttp::field::content_type, content_type);
+  res.set(bhttp::field::server, "rongdian-server");
+  res.body() = std::move(body);
+  res.prepare_payload();
+  return res;
+}
+
+// ---------------------------------------------------------------- router
+
+void Router::add(bhttp::verb method, std::string path, Handler h, std::string label,
+                 std::size_t body_limit) {
+  Route r;
+  r.method = method;
+  r.label = label.empty() ? path : label;
+  r.path = std::move(path);
+  r.body_limit = body_limit;
+  r.handler = std::move(h);
+  routes_.push_back(std::move(r));
+}
+
+void Router::add_prefix(bhttp::verb method, std::string prefix, Handler h, std::string label,
+                        std::size_t body_limit) {
+  add(method, std::move(prefix), std::move(h), std::move(label), body_limit);
+  routes_.back().prefix = true;
+}
+
+void Router::add_upgrade(std::string path, UpgradeHandler h, std::string label) {
+  Route r;
+  r.method = bhttp::verb::get;
+  r.label = label.empty() ? path : label;
+  r.path = std::move(path);
+  r.upgrade = std::move(h);
+  routes_.push_back(std::move(r));
+}
+
+const Route* Router::find(bhttp::verb method, const std::string& path, bool upgrade,
+                          bool& path_known) const {
+  path_known = false;
+  for (const Route& r : routes_) {
+    bool match = r.prefix ? path.compare(0, r.path.size(), r.path) == 0 : path == r.path;
+    if (!match) continue;
+    if (static_cast<bool>(r.upgrade) != upgrade) continue;
+    path_known = true;
+    if (r.method == bhttp::verb::unknown || r.method == method ||
+        (r.method == bhttp::verb::get && method == bhttp::verb::head))
+      return &r;
+  }
+  return nullptr;
+}
+
+// ---------------------------------------------------------------- session
+
+class Server::Session : public std::enable_shared_from_this<Server::Session> {
+ public:
+  Session(Server& server, tcp::socket socket) : server_(server), stream_(std::move(socket)) {
+    beast::error_code ec;
+    auto ep = stream_.socket().remote_endpoint(ec);
+    if (!ec) remote_ = ep.address().to_string();
+  }
+
+  void start() { read_head(); }
+
+  // Called on stop: a connection waiting for its next request is closed now;
+  // one busy with a request closes after answering it.
+  void shutdown_if_idle() {
+    asio::post(stream_.get_executor(), [self = shared_from_this()] {
+      if (self->idle_) {
+        beast::error_code ec;
+        self->stream_.socket().shutdown(tcp::socket::shutdown_both, ec);
+        self->stream_.close();
+      }
+    });
+  }
+
+ private:
+  void read_head() {
+    idle_ = true;
+    if (server_.stopping_) return close();
+    parser_.emplace();
+    parser_->header_limit(16 * 1024);
+    parser_->body_limit(64 * 1024);
+    stream_.expires_after(server_.opts_.idle_timeout);
+    bhttp::async_read_header(stream_, buffer_, *parser_,
+                             [self = shared_from_this()](beast::error_code ec, std::size_t) {
+                               self->on_head(ec);
+                             });
+  }
+
+  void on_head(beast::error_code ec) {
+    idle_ = false;
+    started_ = std::chrono::steady_clock::now();
+    if (ec) {
+      if (ec == bhttp::error::end_of_stream || ec == beast::error::timeout ||
+          ec == asio::error::operation_aborted || ec == asio::error::connection_reset ||
+          ec == asio::error::eof || ec == asio::error::bad_descriptor)
+        return close();
+      return fail_head(ec);
+    }
+    auto& head = parser_->get();
+    std::string_view target = head.target();
+    auto qpos = target.find('?');
+    ctx_ = Context{};
+    ctx_.remote_address = remote_;
+    ctx_.path = percent_decode(target.substr(0, qpos), false);
+    if (qpos != std::string_view::npos) ctx_.query = parse_query(target.substr(qpos + 1));
+    bool upgrade = beast::websocket::is_upgrade(head);
+    bool known = false;
+    route_ = server_.router_.find(head.method(), ctx_.path, upgrade, known);
+    if (route_) {
+      ctx_.label = route_->label;
+      parser_->body_limit(route_->body_limit);
+    }
+    stream_.expires_after(server_.opts_.request_timeout);
+    bhttp::async_read(stream_, buffer_, *parser_,
+                      [self = shared_from_this(), known](beast::error_code ec, std::size_t) {
+                        self->on_body(ec, known);
+                      });
+  }
+
+  void fail_head(beast::error_code ec) {
+    // A malformed request head: answer 400 once and close.
+    Request req;
+    req.version(11);
+    req.keep_alive(false);
+    unsigned status = ec == bhttp::error::header_limit ? 431 : 400;
+    auto res = json_response(req, status,
+                             boost::json::object{{"error", "bad request: " + ec.message()}});
+    res.keep_alive(false);
+    send(std::move(res), "-", false);
+  }
+
+  void on_body(beast::error_code ec, bool path_known) {
+    if (ec == bhttp::error::body_limit) {
+      Request req;
+      req.version(parser_->get().version());
+      auto res = json_response(req, bhttp::status::payload_too_large,
+                               boost::json::object{{"error", "request body too large"}});
+      res.keep_alive(false);
+      return send(std::move(res), route_ ? route_->label : "-", false);
+    }
+    if (ec) {
+      if (ec == beast::error::timeout) {
+        Request req;
+        req.version(11);
+        auto res = json_response(req, bhttp::status::request_timeout,
+                                 boost::json::object{{"error", "request timed out"}});
+        res.keep_alive(false);
+        return send(std::move(res), route_ ? route_->label : "-", false);
+      }
+      return close();
+    }
+    req_ = parser_->release();
+    if (!route_) {
+      auto status = path_known ? bhttp::status::method_not_allowed : bhttp::status::not_found;
+      auto res = json_response(req_, status,
+                               boost::json::object{{"error", path_known ? "method not allowed"
+                                                                        : "not found"}});
+      return send(std::move(res), "unmatched", req_.keep_alive());
+    }
+    if (route_->upgrade) {
+      server_.metrics_.observe(route_->label, 101, 0);
+      log(101, route_->label);
+      stream_.expires_never();
+      auto handler = route_->upgrade;
+      return handler(std::move(stream_), std::move(req_));
+    }
+    // Run the handler on the worker pool, then come back to write.
+    asio::post(server_.workers(), [self = shared_from_this()] {
+      Response res;
+      try {
+        res = self->route_->handler(self->req_, self->ctx_);
+      } catch (const std::exception& e) {
+        std::cerr << "rongdian-server: handler for " << self->ctx_.path
+                  << " failed: " << e.what() << "\n";
+        res = json_response(self->req_, bhttp::status::internal_server_error,
+                            boost::json::object{{"error", "internal error"}});
+      }
+      asio::post(self->stream_.get_executor(), [self, res = std::move(res)]() mutable {
+        bool keep = self->req_.keep_alive() && res.keep_alive();
+        std::string label = self->ctx_.label;
+        self->send(std::move(res), label, keep);
+      });
+    });
+  }
+
+  void send(Response res, const std::string& label, bool keep_alive) {
+    if (server_.stopping_) keep_alive = false;
+    res.keep_alive(keep_alive);
+    if (req_.method() == bhttp::verb::head) {
+      res.content_length(res.body().size());
+    }
+    status_ = res.result_int();
+    label_ = label;
+    auto sp = std::make_shared<Response>(std::move(res));
+    bool head_only = req_.method() == bhttp::verb::head;
+    stream_.expires_after(server_.opts_.request_timeout);
+    auto done = [self = shared_from_this(), sp, keep_alive](beast::error_code ec, std::size_t) {
+      self->on_write(ec, keep_alive);
+    };
+    if (head_only) {
+      auto sr = std::make_shared<bhttp::response_serializer<bhttp::string_body>>(*sp);
+      bhttp::async_write_header(stream_, *sr,
+                                [self = shared_from_this(), sp, sr, keep_alive](
+                                    beast::error_code ec, std::size_t) { self->on_write(ec, keep_alive); });
+    } else {
+      bhttp::async_write(stream_, *sp, std::move(done));
+    }
+  }
+
+  void on_write(beast::error_code ec, bool keep_alive) {
+    double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count();
+    server_.metrics_.observe(label_, status_, secs);
+    log(status_, label_, secs);
+    req_ = {};
+    if (ec || !keep_alive) return close();
+    read_head();
+  }
+
+  void log(unsigned status, const std::string& label, double secs = 0) {
+    if (!server_.opts_.log_requests) return;
+    std::string line = remote_ + " " + std::string(req_.method_string()) + " " + ctx_.path + " " +
+                       label + " " + std::to_string(status) + " " +
+                       std::to_string(static_cast<long long>(secs * 1e6)) + "us\n";
+    std::clog << line << std::flush;
+  }
+
+  void close() {
+    beast::error_code ec;
+    stream_.socket().shutdown(tcp::socket::shutdown_send, ec);
+    stream_.close();
+  }
+
+  Server& server_;
+  beast::tcp_stream stream_;
+  beast::flat_buffer buffer_;
+  std::optional<bhttp::request_parser<bhttp::string_body>> parser_;
+  Request req_;
+  Context ctx_;
+  const Route* route_ = nullptr;
+  std::string remote_;
+  std::string label_;
+  unsigned status_ = 0;
+  bool idle_ = true;
+  std::chrono::steady_clock::time_point started_;
+};
+
+// ---------------------------------------------------------------- server
+
+Server::Server(ServerOptions opts, const Router& router, Metrics& metrics)
+    : opts_(std::move(opts)),
+      router_(router),
+      metrics_(metrics),
+      ioc_(opts_.io_threads),
+      acceptor_(ioc_),
+      signals_(ioc_),
+      grace_timer_(ioc_) {
+  int n = opts_.worker_threads > 0 ? opts_.worker_threads
+                                   : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+  workers_ = std::make_unique<asio::thread_pool>(n);
+}
+
+Server::~Server() {
+  workers_->join();
+}
+
+void Server::listen() {
+  beast::error_code ec;
+  auto addr = asio::ip::make_address(opts_.host == "localhost" ? "127.0.0.1" : opts_.host, ec);
+  if (ec) throw std::runtime_error("bad listen address '" + opts_.host + "': " + ec.message());
+  tcp::endpoint ep{addr, opts_.port};
+  acceptor_.open(ep.protocol(), ec);
+  if (!ec) acceptor_.set_option(asio::socket_base::reuse_address(true), ec);
+  if (!ec) acceptor_.bind(ep, ec);
+  if (!ec) acceptor_.listen(asio::socket_base::max_listen_connections, ec);
+  if (ec)
+    throw std::runtime_error("cannot listen on " + opts_.host + ":" + std::to_string(opts_.port) +
+                             ": " + ec.message());
+  bound_port_ = acceptor_.local_endpoint().port();
+}
+
+void Server::do_accept() {
+  acceptor_.async_accept(asio::make_strand(ioc_), [this](beast::error_code ec, tcp::socket socket) {
+    if (ec) {
+      if (stopping_ || ec == asio::error::operation_aborted) return;
+      std::cerr << "rongdian-server: accept failed: " << ec.message() << "\n";
+    } else {
+      auto s = std::make_shared<Session>(*this, std::move(socket));
+      {
+        std::lock_guard lock(sessions_mu_);
+        std::erase_if(sessions_, [](const auto& w) { return w.expired(); });
+        sessions_.push_back(s);
+      }
+      s->start();
+    }
+    do_accept();
+  });
+}
+
+void Server::install_signal_handlers() {
+  signals_.add(SIGINT);
+  signals_.add(SIGTERM);
+  signals_.async_wait([this](beast::error_code ec, int sig) {
+    if (ec) return;
+    std::cerr << "rongdian-server: signal " << sig << ", stopping\n";
+    stop();
+  });
+}
+
+void Server::add_stop_hook(std::function<void()> hook) { stop_hooks_.push_back(std::move(hook)); }
+
+void Server::stop() {
+  asio::post(ioc_, [this] {
+    if (stopping_.exchange(true)) return;
+    beast::error_code ec;
+    acceptor_.close(ec);
+    signals_.cancel(ec);
+    for (auto& hook : stop_hooks_) hook();
+    {
+      std::lock_guard lock(sessions_mu_);
+      for (auto& w : sessions_)
+        if (auto s = w.lock()) s->shutdown_if_idle();
+    }
+    guard_.reset();
+    stop_deadline_ = std::chrono::steady_clock::now() + opts_.stop_grace;
+    wait_for_sessions();
+  });
+}
+
+void Server::wait_for_sessions() {
+  bool any = false;
+  {
+    std::lock_guard lock(sessions_mu_);
+    std::erase_if(sessions_, [](const auto& w) { return w.expired(); });
+    any = !sessions_.empty();
+  }
+  if (!any) return;  // nothing left: run() returns once the io_context runs dry
+  if (std::chrono::steady_clock::now() >= stop_deadline_) {
+    std::cerr << "rongdian-server: requests still running after the grace period; stopping anyway\n";
+    ioc_.stop();
+    return;
+  }
+  grace_timer_.expires_after(std::chrono::milliseconds(20));
+  grace_timer_.async_wait([this](beast::error_code e) {
+    if (!e) wait_for_sessions();
+  });
+}
+
+void Server::run() {
+  if (!acceptor_.is_open()) listen();
+  guard_ = std::make_unique<asio::executor_work_guard<asio::io_context::executor_type>>(
+      ioc_.get_executor());
+  do_accept();
+  std::vector<std::thread> extra;
+  for (int i = 1; i < opts_.io_threads; ++i) extra.emplace_back([this] { ioc_.run(); });
+  ioc_.run();
+  for (auto& t : extra) t.join();
+  workers_->join();
+}
+
+}  // namespace rd::http

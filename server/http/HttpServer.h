@@ -1,0 +1,138 @@
+// HTTP/1.1 server core of rongdian-server: keep-alive connections on Asio,
+// request handlers on a worker pool, per-route body limits, idle timeouts,
+// metrics and one log line per request, and a graceful stop.
+#pragma once
+
+#include <boost/asio.hpp>
+#include <boost/beast.hpp>
+#include <boost/json.hpp>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "http/Metrics.h"
+
+namespace rd::http {
+
+namespace beast = boost::beast;
+namespace bhttp = boost::beast::http;
+namespace asio = boost::asio;
+using tcp = asio::ip::tcp;
+
+using Request = bhttp::request<bhttp::string_body>;
+using Response = bhttp::response<bhttp::string_body>;
+
+// What a handler learns about the request besides the message itself.
+struct Context {
+  std::string remote_address;                 // peer IP as text
+  std::string path;                           // target without the query, percent-decoded
+  std::multimap<std::string, std::string> query;  // decoded query parameters
+  std::string label;                          // metrics label (route label, or e.g. the api command)
+
+  // First value of a query parameter, or nullptr.
+  const std::string* param(const std::string& name) const;
+};
+
+using Handler = std::function<Response(const Request&, Context&)>;
+// Takes over the connection after the request head and body were read (used
+// for WebSocket upgrades). Runs on the connection's executor.
+using UpgradeHandler = std::function<void(beast::tcp_stream, Request)>;
+
+struct Route {
+  bhttp::verb method = bhttp::verb::unknown;  // unknown: any method
+  std::string path;                            // exact path, or prefix when `prefix`
+  bool prefix = false;
+  std::size_t body_limit = 64 * 1024;
+  std::string label;
+  Handler handler;
+  UpgradeHandler upgrade;
+};
+
+class Router {
+ public:
+  void add(bhttp::verb method, std::string path, Handler h, std::string label = {},
+           std::size_t body_limit = 64 * 1024);
+  void add_prefix(bhttp::verb method, std::string prefix, Handler h, std::string label = {},
+                  std::size_t body_limit = 64 * 1024);
+  // A GET with "Upgrade: websocket" on `path` is handed to `h`.
+  void add_upgrade(std::string path, UpgradeHandler h, std::string label = {});
+
+  // The route for a method and path; nullptr when none. `path_known` tells
+  // whether some route has that path with another method (405 rather than 404).
+  const Route* find(bhttp::verb method, const std::string& path, bool upgrade, bool& path_known) const;
+
+ private:
+  std::vector<Route> routes_;
+};
+
+struct ServerOptions {
+  std::string host = "127.0.0.1";
+  unsigned short port = 8080;   // 0 picks a free port; see Server::port()
+  int io_threads = 1;
+  int worker_threads = 0;        // 0: one per core
+  std::chrono::seconds idle_timeout{30};
+  std::chrono::seconds request_timeout{30};
+  std::chrono::seconds stop_grace{10};
+  bool log_requests = true;
+};
+
+class Server {
+ public:
+  Server(ServerOptions opts, const Router& router, Metrics& metrics);
+  ~Server();
+
+  // Binds and listens; throws std::runtime_error when the address is unusable.
+  void listen();
+  unsigned short port() const { return bound_port_; }
+
+  // Serves until stop() (or SIGINT/SIGTERM when install_signal_handlers() was called).
+  void run();
+  // Stops accepting, lets requests in flight finish (up to stop_grace), then returns from run().
+  void stop();
+  void install_signal_handlers();
+  // Runs on the io thread when stop() begins (e.g. to close WebSocket connections).
+  void add_stop_hook(std::function<void()> hook);
+
+  asio::io_context& io() { return ioc_; }
+  asio::thread_pool& workers() { return *workers_; }
+
+ private:
+  class Session;
+  void do_accept();
+  void wait_for_sessions();
+
+  ServerOptions opts_;
+  const Router& router_;
+  Metrics& metrics_;
+  asio::io_context ioc_;
+  std::unique_ptr<asio::thread_pool> workers_;
+  tcp::acceptor acceptor_;
+  asio::signal_set signals_;
+  asio::steady_timer grace_timer_;
+  std::atomic<bool> stopping_{false};
+  std::chrono::steady_clock::time_point stop_deadline_;
+  std::vector<std::function<void()>> stop_hooks_;
+  unsigned short bound_port_ = 0;
+  std::mutex sessions_mu_;
+  std::vector<std::weak_ptr<Session>> sessions_;
+  std::unique_ptr<asio::executor_work_guard<asio::io_context::executor_type>> guard_;
+};
+
+// Helpers for handlers.
+Response json_response(const Request& req, bhttp::status status, const boost::json::value& body);
+Response text_response(const Request& req, bhttp::status status, std::string body,
+                       std::string content_type = "text/plain; charset=utf-8");
+// A response with a non-standard numeric status code (e.g. 614 or 579).
+Response json_response(const Request& req, unsigned status, const boost::json::value& body);
+
+std::string percent_decode(std::string_view s, bool plus_as_space = true);
+std::multimap<std::string, std::string> parse_query(std::string_view query);
+
+}  // namespace rd::http

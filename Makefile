@@ -30,7 +30,7 @@ build-asan: setup $(ASAN_BUILD)/CMakeCache.txt
 
 test-asan: build-asan
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
-	  ctest --output-on-failure -j $(JOBS) --timeout 900 -L 'core|server'
+	  ctest --output-on-failure -j $(JOBS) --timeout 900 -L 'core|server|face'
 
 bench: build
 	@scripts/bench.sh $(BUILD)

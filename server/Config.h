@@ -23,6 +23,8 @@ struct Config {
   bool hide_disabled = false;  // leave photos marked not enabled out of the lists
   int auth_rate_address = 30;  // login/register attempts per minute per client address; 0: no limit
   int auth_rate_mobile = 10;   // login/register attempts per minute per mobile number; 0: no limit
+  int storage_fail_primary = 0;  // testing: /upload answers this status (0: off)
+  int push_pending_limit = 50;    // pushes kept per offline device (the newest)
 
   std::string host() const;
   unsigned short port() const;

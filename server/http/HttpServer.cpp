@@ -154,13 +154,15 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     if (server_.stopping_) return close();
     parser_.emplace();
     parser_->header_limit(16 * 1024);
-    // The body limit depends on the route, known only after the head: the
-    // head is read without one, and on_head sets and checks the route's.
+    // Beast checks Content-Length against the limit as soon as the head is
+    // parsed, before the route (and so its own limit) is known: no limit for
+    // the head, the route's limit is set and checked in on_head.
     parser_->body_limit(boost::none);
     stream_.expires_after(server_.opts_.idle_timeout);
-    bhttp::async_read_header(
-        stream_, buffer_, *parser_,
-        [self = shared_from_this()](beast::error_code ec, std::size_t) { self->on_head(ec); });
+    bhttp::async_read_header(stream_, buffer_, *parser_,
+                             [self = shared_from_this()](beast::error_code ec, std::size_t) {
+                               self->on_head(ec);
+                             });
   }
 
   void on_head(beast::error_code ec) {
@@ -183,10 +185,13 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     bool upgrade = beast::websocket::is_upgrade(head);
     bool known = false;
     route_ = server_.router_.find(head.method(), ctx_.path, upgrade, known);
-    std::size_t limit = route_ ? route_->body_limit : 64 * 1024;
-    if (route_) ctx_.label = route_->label;
+    std::size_t limit = 64 * 1024;
+    if (route_) {
+      ctx_.label = route_->label;
+      limit = route_->body_limit;
+    }
     parser_->body_limit(limit);
-    if (auto len = parser_->content_length(); len && *len > limit) return too_large();
+    if (auto length = parser_->content_length(); length && *length > limit) return too_large();
     stream_.expires_after(server_.opts_.request_timeout);
     bhttp::async_read(stream_, buffer_, *parser_,
                       [self = shared_from_this(), known](beast::error_code ec, std::size_t) {
@@ -200,13 +205,12 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     req.version(11);
     req.keep_alive(false);
     unsigned status = ec == bhttp::error::header_limit ? 431 : 400;
-    auto res =
-        json_response(req, status, boost::json::object{{"error", "bad request: " + ec.message()}});
+    auto res = json_response(req, status,
+                             boost::json::object{{"error", "bad request: " + ec.message()}});
     res.keep_alive(false);
     send(std::move(res), "-", false);
   }
 
-  // 413, and the connection closes (the rest of the body is not read).
   void too_large() {
     Request req;
     req.version(parser_->get().version());
@@ -232,9 +236,9 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     req_ = parser_->release();
     if (!route_) {
       auto status = path_known ? bhttp::status::method_not_allowed : bhttp::status::not_found;
-      auto res = json_response(
-          req_, status,
-          boost::json::object{{"error", path_known ? "method not allowed" : "not found"}});
+      auto res = json_response(req_, status,
+                               boost::json::object{{"error", path_known ? "method not allowed"
+                                                                        : "not found"}});
       return send(std::move(res), "unmatched", req_.keep_alive());
     }
     if (route_->upgrade) {
@@ -250,8 +254,8 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
       try {
         res = self->route_->handler(self->req_, self->ctx_);
       } catch (const std::exception& e) {
-        std::cerr << "rongdian-server: handler for " << self->ctx_.path << " failed: " << e.what()
-                  << "\n";
+        std::cerr << "rongdian-server: handler for " << self->ctx_.path
+                  << " failed: " << e.what() << "\n";
         res = json_response(self->req_, bhttp::status::internal_server_error,
                             boost::json::object{{"error", "internal error"}});
       }
@@ -279,19 +283,16 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     };
     if (head_only) {
       auto sr = std::make_shared<bhttp::response_serializer<bhttp::string_body>>(*sp);
-      bhttp::async_write_header(
-          stream_, *sr,
-          [self = shared_from_this(), sp, sr, keep_alive](beast::error_code ec, std::size_t) {
-            self->on_write(ec, keep_alive);
-          });
+      bhttp::async_write_header(stream_, *sr,
+                                [self = shared_from_this(), sp, sr, keep_alive](
+                                    beast::error_code ec, std::size_t) { self->on_write(ec, keep_alive); });
     } else {
       bhttp::async_write(stream_, *sp, std::move(done));
     }
   }
 
   void on_write(beast::error_code ec, bool keep_alive) {
-    double secs =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count();
+    double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count();
     server_.metrics_.observe(label_, status_, secs);
     log(status_, label_, secs);
     req_ = {};
@@ -337,13 +338,14 @@ Server::Server(ServerOptions opts, const Router& router, Metrics& metrics)
       acceptor_(ioc_),
       signals_(ioc_),
       grace_timer_(ioc_) {
-  int n = opts_.worker_threads > 0
-              ? opts_.worker_threads
-              : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+  int n = opts_.worker_threads > 0 ? opts_.worker_threads
+                                   : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
   workers_ = std::make_unique<asio::thread_pool>(n);
 }
 
-Server::~Server() { workers_->join(); }
+Server::~Server() {
+  workers_->join();
+}
 
 void Server::listen() {
   beast::error_code ec;
@@ -417,8 +419,7 @@ void Server::wait_for_sessions() {
   }
   if (!any) return;  // nothing left: run() returns once the io_context runs dry
   if (std::chrono::steady_clock::now() >= stop_deadline_) {
-    std::cerr
-        << "rongdian-server: requests still running after the grace period; stopping anyway\n";
+    std::cerr << "rongdian-server: requests still running after the grace period; stopping anyway\n";
     ioc_.stop();
     return;
   }

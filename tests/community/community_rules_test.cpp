@@ -14,6 +14,8 @@
 #include "community/FeedCellText.h"
 #include "community/LikeTapAction.h"
 #include "community/OtherShare.h"
+#include "service/Records.h"
+#include "shell/BaseTableView.h"
 #include "shell/DateAddition.h"
 
 inline void PrintTo(const QString& s, std::ostream* os) { *os << '"' << s.toStdString() << '"'; }
@@ -208,4 +210,35 @@ TEST(Sharing, SavedPictureIsWholeAndNeverOverwrites) {
   error.clear();
   EXPECT_TRUE(OtherShare::savePicture(picture, tmp.filePath("file/sub"), &error).isEmpty());
   EXPECT_FALSE(error.isEmpty());
+}
+
+namespace {
+// A list whose pages come from memory: three items on page 1, none after.
+class ThreeItems : public BaseTableView {
+ protected:
+  const QMetaObject* recordType() const override { return &Item::staticMetaObject; }
+  void sendRequest(int, int page, PageBlock done) override {
+    if (page > 1) return done(std::nullopt);
+    QVariantList rows;
+    for (const char* id : {"a", "b", "c"}) {
+      Item it;
+      it.itemId = QString::fromLatin1(id);
+      rows << QVariant::fromValue(it);
+    }
+    done(rows);
+  }
+  QString refreshProgressText() const override { return {}; }
+};
+}  // namespace
+
+TEST(OwnPhotos, DeletedRowLeavesTheListAtOnce) {
+  ThreeItems list;
+  list.refreshData();
+  ASSERT_EQ(list.rowCount(), 3);
+  EXPECT_TRUE(list.removeRecord(1));
+  ASSERT_EQ(list.rowCount(), 2);
+  EXPECT_EQ(list.get(1).value<Item>().itemId, "c");
+  EXPECT_FALSE(list.removeRecord(2));
+  EXPECT_FALSE(list.removeRecord(-1));
+  EXPECT_EQ(list.rowCount(), 2);
 }

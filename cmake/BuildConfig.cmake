@@ -23,5 +23,11 @@ set(RD_STORE_ID "000000000" CACHE STRING "The app's id in the app store")
 set(RD_STORE_REVIEW_URL "${RD_SERVER_URL}/app/review?id={id}" CACHE STRING "Review page of the app ({id}: the store id)")
 set(RD_SHARE_STORE_LINK "http://127.0.0.1:8080/app" CACHE STRING "Store link in share texts")
 
+# Outside kits: analytics, and the social kits used for sharing.
+set(RD_ANALYTICS_KEY "rongdian-dev-analytics" CACHE STRING "Usage analytics and feedback key")
+set(RD_WEIBO_APP_KEY "1000000000" CACHE STRING "Weibo app key")
+set(RD_QQ_APP_ID "100000000" CACHE STRING "QQ app id")
+set(RD_WECHAT_APP_ID "wx0000000000000000" CACHE STRING "WeChat app id")
+
 configure_file(${CMAKE_CURRENT_LIST_DIR}/BuildConfig.h.in ${CMAKE_BINARY_DIR}/generated/BuildConfig.h @ONLY)
 include_directories(${CMAKE_BINARY_DIR}/generated)

@@ -6,6 +6,9 @@
 #include <QSettings>
 #include <QtQml>
 
+#include "community/ui/Community.h"
+#include "service/Endpoints.h"
+#include "shell/ProgressDisplay.h"
 #include "shell/ui/AlertCenter.h"
 #include "shell/ui/AppDelegate.h"
 #include "shell/ui/MessageBarModel.h"
@@ -15,6 +18,7 @@
 AppShell::AppShell(QObject* parent) : QObject(parent) {
   registerQmlTypes();
   installAdapters();
+  Community::installImageCache(&engine_);
   delegate_ = new AppDelegate(this);
   qmlRegisterSingletonInstance("Rongdian", 1, 0, "App", delegate_);
 }
@@ -31,12 +35,41 @@ void AppShell::registerQmlTypes() {
   qmlRegisterSingletonInstance("Rongdian", 1, 0, "MessageBar", MessageBarModel::instance());
   qmlRegisterSingletonInstance("Rongdian", 1, 0, "Alerts", AlertCenter::instance());
   qmlRegisterUncreatableType<ProgressHud>("Rongdian", 1, 0, "ProgressHud", "the app's display");
+  Community::registerQmlTypes();
 }
 
-void AppShell::installAdapters() { AlertCenter::instance()->installAsAlertPresenter(); }
+void AppShell::installAdapters() {
+  AlertCenter::instance()->installAsAlertPresenter();
+  // The backend client's progress display and message bar land on the app's overlays.
+  ProgressDisplay::setPresenter([](ProgressDisplay::Kind kind, const QString& text, double f) {
+    auto* hud = ProgressHud::instance();
+    switch (kind) {
+      case ProgressDisplay::Kind::Show:
+        hud->showWithStatus(text);
+        break;
+      case ProgressDisplay::Kind::Progress:
+        hud->showProgress(f, text);
+        break;
+      case ProgressDisplay::Kind::Success:
+        hud->showSuccessWithStatus(text);
+        break;
+      case ProgressDisplay::Kind::Error:
+        hud->showErrorWithStatus(text);
+        break;
+      case ProgressDisplay::Kind::Dismiss:
+        hud->dismiss();
+        break;
+    }
+  });
+  MessageBar::setPresenter(
+      [](const QString& title, const QString& description, MessageBar::Type type) {
+        MessageBarModel::instance()->showMessage(title, description, int(type));
+      });
+}
 
 bool AppShell::start(const Options& options) {
   delegate_->setServerUrl(options.serverUrl);
+  if (!options.serverUrl.isEmpty()) Endpoints::setServerUrl(options.serverUrl);
   if (options.push) {
     push_ = new PushClient(this);
     if (!options.serverUrl.isEmpty()) {

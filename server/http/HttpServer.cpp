@@ -154,7 +154,10 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     if (server_.stopping_) return close();
     parser_.emplace();
     parser_->header_limit(16 * 1024);
-    parser_->body_limit(64 * 1024);
+    // No limit while reading the head: Beast checks Content-Length against the
+    // limit as soon as the head is parsed, before the route (and so its own
+    // limit) is known. on_head() sets the route's limit.
+    parser_->body_limit(boost::none);
     stream_.expires_after(server_.opts_.idle_timeout);
     bhttp::async_read_header(stream_, buffer_, *parser_,
                              [self = shared_from_this()](beast::error_code ec, std::size_t) {
@@ -182,10 +185,11 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     bool upgrade = beast::websocket::is_upgrade(head);
     bool known = false;
     route_ = server_.router_.find(head.method(), ctx_.path, upgrade, known);
-    if (route_) {
-      ctx_.label = route_->label;
-      parser_->body_limit(route_->body_limit);
-    }
+    if (route_) ctx_.label = route_->label;
+    const std::size_t limit = route_ ? route_->body_limit : 64 * 1024;
+    parser_->body_limit(limit);
+    if (auto len = parser_->content_length(); len && *len > limit)
+      return on_body(bhttp::error::body_limit, known);
     stream_.expires_after(server_.opts_.request_timeout);
     bhttp::async_read(stream_, buffer_, *parser_,
                       [self = shared_from_this(), known](beast::error_code ec, std::size_t) {

@@ -26,11 +26,11 @@ $(ASAN_BUILD)/CMakeCache.txt:
 	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DRD_SANITIZE=ON -DRD_BUILD_APP=OFF $(CMAKE_ARGS)
 
 build-asan: setup $(ASAN_BUILD)/CMakeCache.txt
-	cmake --build $(ASAN_BUILD) -j $(JOBS) --target core_tests server_tests
+	cmake --build $(ASAN_BUILD) -j $(JOBS) --target unit_tests
 
 test-asan: build-asan
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
-	  ctest --output-on-failure -j $(JOBS) --timeout 900 -L 'core|server'
+	  ctest --output-on-failure -j $(JOBS) --timeout 900 -L 'core|server|face'
 
 bench: build
 	@scripts/bench.sh $(BUILD)

@@ -57,6 +57,12 @@ const std::vector<Option>& options() {
        &Config::quiet},
       {"hide-disabled", "RONGDIAN_HIDE_DISABLED", "leave photos marked not enabled out of the lists",
        Kind::Flag, nullptr, nullptr, &Config::hide_disabled},
+      {"storage-fail-primary", "RONGDIAN_STORAGE_FAIL_PRIMARY",
+       "testing: the primary upload address answers this HTTP status (the backup still works)",
+       Kind::Int, nullptr, &Config::storage_fail_primary},
+      {"push-pending-limit", "RONGDIAN_PUSH_PENDING_LIMIT",
+       "pushes kept per offline device, the newest (default 50)", Kind::Int, nullptr,
+       &Config::push_pending_limit},
   };
   return table;
 }

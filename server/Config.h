@@ -21,6 +21,8 @@ struct Config {
   int threads = 0;             // worker threads; 0: one per core
   bool quiet = false;          // no per-request log lines
   bool hide_disabled = false;  // leave photos marked not enabled out of the lists
+  int storage_fail_primary = 0;  // testing: /upload answers this status (0: off)
+  int push_pending_limit = 50;    // pushes kept per offline device (the newest)
 
   std::string host() const;
   unsigned short port() const;

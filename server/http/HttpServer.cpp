@@ -154,9 +154,9 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     if (server_.stopping_) return close();
     parser_.emplace();
     parser_->header_limit(16 * 1024);
-    // No limit while reading the head: Beast checks Content-Length against the
-    // limit as soon as the head is parsed, before the route (and so its own
-    // limit) is known. on_head() sets the route's limit.
+    // Beast checks Content-Length against the limit as soon as the head is
+    // parsed, before the route (and so its own limit) is known: no limit for
+    // the head, the route's limit is set and checked in on_head.
     parser_->body_limit(boost::none);
     stream_.expires_after(server_.opts_.idle_timeout);
     bhttp::async_read_header(stream_, buffer_, *parser_,
@@ -185,11 +185,13 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     bool upgrade = beast::websocket::is_upgrade(head);
     bool known = false;
     route_ = server_.router_.find(head.method(), ctx_.path, upgrade, known);
-    if (route_) ctx_.label = route_->label;
-    const std::size_t limit = route_ ? route_->body_limit : 64 * 1024;
+    std::size_t limit = 64 * 1024;
+    if (route_) {
+      ctx_.label = route_->label;
+      limit = route_->body_limit;
+    }
     parser_->body_limit(limit);
-    if (auto len = parser_->content_length(); len && *len > limit)
-      return on_body(bhttp::error::body_limit, known);
+    if (auto length = parser_->content_length(); length && *length > limit) return too_large();
     stream_.expires_after(server_.opts_.request_timeout);
     bhttp::async_read(stream_, buffer_, *parser_,
                       [self = shared_from_this(), known](beast::error_code ec, std::size_t) {
@@ -209,15 +211,17 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     send(std::move(res), "-", false);
   }
 
+  void too_large() {
+    Request req;
+    req.version(parser_->get().version());
+    auto res = json_response(req, bhttp::status::payload_too_large,
+                             boost::json::object{{"error", "request body too large"}});
+    res.keep_alive(false);
+    send(std::move(res), route_ ? route_->label : "-", false);
+  }
+
   void on_body(beast::error_code ec, bool path_known) {
-    if (ec == bhttp::error::body_limit) {
-      Request req;
-      req.version(parser_->get().version());
-      auto res = json_response(req, bhttp::status::payload_too_large,
-                               boost::json::object{{"error", "request body too large"}});
-      res.keep_alive(false);
-      return send(std::move(res), route_ ? route_->label : "-", false);
-    }
+    if (ec == bhttp::error::body_limit) return too_large();
     if (ec) {
       if (ec == beast::error::timeout) {
         Request req;

@@ -1,0 +1,290 @@
+// Push gateway: device tokens, delivery to connected devices, pending
+// payloads for offline ones (bounded, kept across restarts), the socket
+// protocol's refusals, a graceful stop with devices connected, and two
+// instances on one PostgreSQL database delivering to each other's devices.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <boost/asio.hpp>
+#include <boost/beast.hpp>
+#include <boost/json.hpp>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <thread>
+
+#include "Services.h"
+#include "push/DeviceToken.h"
+#include "push/Gateway.h"
+#include "support/ServerProcess.h"
+
+namespace {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace websocket = beast::websocket;
+namespace json = boost::json;
+using tcp = asio::ip::tcp;
+
+// A rongdian-server core with only the push gateway, in this process, so the
+// test can call Gateway::send as the backend does.
+class PushServer {
+ public:
+  PushServer(const std::string& data_dir, const std::string& database = {},
+             int pending_limit = 50) {
+    cfg_.data_dir = data_dir;
+    cfg_.database = database;
+    cfg_.push_pending_limit = pending_limit;
+    rd::http::ServerOptions o;
+    o.host = "127.0.0.1";
+    o.port = 0;
+    o.worker_threads = 2;
+    o.log_requests = false;
+    o.stop_grace = std::chrono::seconds(3);
+    srv_ = std::make_unique<rd::http::Server>(o, router_, metrics_);
+    srv_->listen();
+    services_ = std::make_unique<rd::server::Services>(
+        rd::server::Services{cfg_, router_, metrics_, *srv_, nullptr, nullptr, nullptr});
+    rd::push::install(*services_);
+    thread_ = std::thread([this] { srv_->run(); });
+  }
+  ~PushServer() {
+    srv_->stop();
+    thread_.join();
+    services_.reset();
+  }
+  unsigned short port() const { return srv_->port(); }
+  rd::push::Gateway& gateway() { return *services_->push; }
+
+ private:
+  rd::server::Config cfg_;
+  rd::http::Metrics metrics_;
+  rd::http::Router router_;
+  std::unique_ptr<rd::http::Server> srv_;
+  std::unique_ptr<rd::server::Services> services_;
+  std::thread thread_;
+};
+
+// The app's side of the socket, blocking, with a receive timeout.
+class Device {
+ public:
+  explicit Device(unsigned short port) {
+    ws_.next_layer().connect(tcp::endpoint(asio::ip::make_address("127.0.0.1"), port));
+    timeval tv{5, 0};
+    ::setsockopt(ws_.next_layer().native_handle(), SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+    ws_.handshake("127.0.0.1", "/push");
+  }
+  void send(const json::value& v) { ws_.write(asio::buffer(json::serialize(v))); }
+  // The next message; null when none came in time or the connection ended.
+  json::value recv() {
+    beast::flat_buffer buf;
+    beast::error_code ec;
+    ws_.read(buf, ec);
+    if (ec) {
+      last_error = ec;
+      return nullptr;
+    }
+    return json::parse(beast::buffers_to_string(buf.data()));
+  }
+  std::string register_new() {
+    send({{"register", true}});
+    return std::string(recv().at("device_token").as_string());
+  }
+  void present(const std::string& token) {
+    send({{"token", token}});
+    EXPECT_EQ(recv().at("device_token").as_string(), token);
+  }
+  beast::error_code last_error;
+
+ private:
+  asio::io_context ioc_;
+  websocket::stream<tcp::socket> ws_{ioc_};
+};
+
+std::string comment_payload(const std::string& text, int badge) {
+  return json::serialize(
+      json::object{{"aps", json::object{{"alert", "小明 评论了你的照片：" + text},
+                                        {"badge", badge},
+                                        {"sound", "default"}}}});
+}
+
+// The alert text of a push message, checking its shape on the way.
+std::string alert_of(const json::value& msg) {
+  if (!msg.is_object() || !msg.as_object().contains("push") || !msg.as_object().contains("id"))
+    return "<not a push: " + json::serialize(msg) + ">";
+  return std::string(msg.at("push").at("aps").at("alert").as_string());
+}
+
+TEST(PushToken, TextFormAndCheck) {
+  const std::regex form("<[0-9a-f]{8}( [0-9a-f]{8}){7}>");
+  std::string a = rd::push::make_device_token(), b = rd::push::make_device_token();
+  EXPECT_TRUE(std::regex_match(a, form)) << a;
+  EXPECT_NE(a, b);
+  EXPECT_TRUE(rd::push::is_device_token(a));
+  std::string upper = a;
+  upper[1] = 'A';
+  upper[2] = 'B';
+  for (const std::string& bad :
+       {std::string(), a.substr(1), a.substr(0, 72), upper,
+        std::string("<") + std::string(71, '0') + ">", std::string(a).replace(9, 1, "-"), a + " "})
+    EXPECT_FALSE(rd::push::is_device_token(bad)) << bad;
+}
+
+TEST(Push, ConnectedDeviceGetsThePushAndOthersDoNot) {
+  rdtest::TempDir dir;
+  PushServer server(dir.path());
+  Device phone(server.port()), other(server.port());
+  std::string token = phone.register_new();
+  std::string other_token = other.register_new();
+  EXPECT_TRUE(rd::push::is_device_token(token));
+  EXPECT_NE(token, other_token);
+
+  server.gateway().send({token}, comment_payload("好看", 1));
+  auto msg = phone.recv();
+  EXPECT_EQ(alert_of(msg), "小明 评论了你的照片：好看");
+  EXPECT_EQ(msg.at("push").at("aps").at("badge").as_int64(), 1);
+  EXPECT_EQ(msg.at("push").at("aps").at("sound").as_string(), "default");
+  phone.send({{"ack", msg.at("id")}});
+
+  // Tokens that are not this gateway's are ignored; a second push follows in order.
+  server.gateway().send({"", "not a token", token}, comment_payload("第二条", 2));
+  EXPECT_EQ(alert_of(phone.recv()), "小明 评论了你的照片：第二条");
+  server.gateway().send({other_token}, comment_payload("给别人", 1));
+  EXPECT_EQ(alert_of(other.recv()), "小明 评论了你的照片：给别人");
+}
+
+TEST(Push, OfflineDeviceGetsTheNewestPendingOnReconnect) {
+  rdtest::TempDir dir;
+  std::string token;
+  {
+    PushServer server(dir.path(), {}, 2);
+    {
+      Device phone(server.port());
+      token = phone.register_new();
+    }
+    for (int i = 1; i <= 3; ++i)
+      server.gateway().send({token}, comment_payload(std::to_string(i), i));
+
+    Device phone(server.port());
+    phone.present(token);
+    auto first = phone.recv(), second = phone.recv();
+    EXPECT_EQ(alert_of(first), "小明 评论了你的照片：2");  // only the newest two are kept
+    EXPECT_EQ(alert_of(second), "小明 评论了你的照片：3");
+    phone.send({{"ack", first.at("id")}});
+  }
+  // What was not acknowledged survives a restart.
+  PushServer restarted(dir.path(), {}, 2);
+  Device phone(restarted.port());
+  phone.present(token);
+  auto again = phone.recv();
+  EXPECT_EQ(alert_of(again), "小明 评论了你的照片：3");
+  phone.send({{"ack", json::array{again.at("id")}}});
+  restarted.gateway().send({token}, comment_payload("4", 4));
+  EXPECT_EQ(alert_of(phone.recv()), "小明 评论了你的照片：4");
+}
+
+TEST(Push, BadMessagesGetAnErrorAndTheConnectionStays) {
+  rdtest::TempDir dir;
+  PushServer server(dir.path());
+  Device phone(server.port());
+  for (const json::value& bad :
+       {json::value(json::object{{"token", "<ABCDEF>"}}), json::value(json::array{1, 2}),
+        json::value(json::object{{"ack", 1}}), json::value(json::object{{"hello", 1}}),
+        json::value(json::object{{"register", false}})}) {
+    phone.send(bad);
+    auto reply = phone.recv();
+    ASSERT_TRUE(reply.is_object()) << json::serialize(bad);
+    EXPECT_TRUE(reply.as_object().contains("error")) << json::serialize(reply);
+  }
+  std::string token = phone.register_new();
+  EXPECT_TRUE(rd::push::is_device_token(token));
+}
+
+TEST(Push, ServerStopsGracefullyWithDevicesConnected) {
+  rdtest::ServerProcess server;
+  ASSERT_TRUE(server.ok()) << server.startup_output();
+  Device phone(server.port());
+  phone.register_new();
+  json::value last;
+  std::thread reader([&] { last = phone.recv(); });  // the app is always reading
+  EXPECT_EQ(server.stop(), 0);
+  reader.join();
+  EXPECT_TRUE(last.is_null());
+  EXPECT_EQ(phone.last_error, websocket::error::closed);
+}
+
+// ---------------------------------------------------------------- PostgreSQL
+
+std::string run_script(const std::string& args) {
+  std::string cmd = std::string(RD_SOURCE_DIR) + "/scripts/pg-test-server.sh " + args;
+  std::string out;
+  if (FILE* p = ::popen(cmd.c_str(), "r")) {
+    char buf[256];
+    while (std::fgets(buf, sizeof buf, p)) out += buf;
+    ::pclose(p);
+  }
+  while (!out.empty() && (out.back() == '\n' || out.back() == '\r')) out.pop_back();
+  return out;
+}
+
+// The database of the "postgres" test fixture (RD_TEST_PG_DIR), or one of
+// this test's own when run by hand.
+class PushPostgres : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    if (const char* d = std::getenv("RD_TEST_PG_DIR"); d && *d) {
+      url_ = run_script("url " + std::string(d));
+    } else {
+      own_ = new rdtest::TempDir;
+      std::filesystem::permissions(own_->path(), std::filesystem::perms(0755));
+      url_ = run_script("start " + own_->path() + "/pg");
+    }
+  }
+  static void TearDownTestSuite() {
+    if (own_) run_script("stop " + own_->path() + "/pg");
+    delete own_;
+    own_ = nullptr;
+  }
+  void SetUp() override {
+    if (url_.rfind("postgresql://", 0) != 0)
+      GTEST_FAIL() << "no PostgreSQL server: '" << url_ << "'";
+  }
+  static std::string url_;
+  static rdtest::TempDir* own_;
+};
+std::string PushPostgres::url_;
+rdtest::TempDir* PushPostgres::own_ = nullptr;
+
+TEST_F(PushPostgres, TwoInstancesDeliverToEachOthersDevices) {
+  rdtest::TempDir dir_a, dir_b;
+  PushServer a(dir_a.path(), url_), b(dir_b.path(), url_);
+
+  // Connected to A, sent through B.
+  Device phone(a.port());
+  std::string token = phone.register_new();
+  b.gateway().send({token}, comment_payload("跨实例", 1));
+  auto msg = phone.recv();
+  EXPECT_EQ(alert_of(msg), "小明 评论了你的照片：跨实例");
+  phone.send({{"ack", msg.at("id")}});
+
+  // Offline: sent through A, picked up at B.
+  std::string away;
+  {
+    Device tablet(a.port());
+    away = tablet.register_new();
+  }
+  a.gateway().send({away}, comment_payload("离线", 2));
+  Device tablet(b.port());
+  tablet.present(away);
+  EXPECT_EQ(alert_of(tablet.recv()), "小明 评论了你的照片：离线");
+
+  // The acknowledged push is not delivered again.
+  Device phone_again(b.port());
+  phone_again.present(token);
+  b.gateway().send({token}, comment_payload("之后", 3));
+  EXPECT_EQ(alert_of(phone_again.recv()), "小明 评论了你的照片：之后");
+}
+
+}  // namespace

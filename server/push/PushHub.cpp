@@ -93,8 +93,13 @@ class PushSession : public std::enable_shared_from_this<PushSession> {
         for (const auto& v : ack->as_array())
           if (v.is_int64()) ids.push_back(v.as_int64());
       if (ids.empty()) return reply_error("ack needs a push id");
-      hub_->run_work([hub = hub_, token = token_, ids] {
-        for (auto id : ids) hub->store().remove(token, id);
+      // Confirmed once the payloads are gone from the store.
+      hub_->run_work([self = shared_from_this(), token = token_, ids] {
+        for (auto id : ids) self->hub_->store().remove(token, id);
+        asio::post(self->ws_.get_executor(), [self, ids] {
+          json::array done(ids.begin(), ids.end());
+          self->queue(json::object{{"acked", std::move(done)}});
+        });
       });
       return;
     }

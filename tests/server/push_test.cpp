@@ -92,6 +92,13 @@ class Device {
     send({{"register", true}});
     return std::string(recv().at("device_token").as_string());
   }
+  // Acknowledges pushes and waits for the confirmation.
+  void ack(const json::value& ids) {
+    send({{"ack", ids}});
+    auto reply = recv();
+    json::array expected = ids.is_array() ? ids.as_array() : json::array{ids};
+    EXPECT_EQ(reply, json::value(json::object{{"acked", expected}}));
+  }
   void present(const std::string& token) {
     send({{"token", token}});
     EXPECT_EQ(recv().at("device_token").as_string(), token);
@@ -146,7 +153,7 @@ TEST(Push, ConnectedDeviceGetsThePushAndOthersDoNot) {
   EXPECT_EQ(alert_of(msg), "小明 评论了你的照片：好看");
   EXPECT_EQ(msg.at("push").at("aps").at("badge").as_int64(), 1);
   EXPECT_EQ(msg.at("push").at("aps").at("sound").as_string(), "default");
-  phone.send({{"ack", msg.at("id")}});
+  phone.ack(msg.at("id"));
 
   // Tokens that are not this gateway's are ignored; a second push follows in order.
   server.gateway().send({"", "not a token", token}, comment_payload("第二条", 2));
@@ -172,7 +179,7 @@ TEST(Push, OfflineDeviceGetsTheNewestPendingOnReconnect) {
     auto first = phone.recv(), second = phone.recv();
     EXPECT_EQ(alert_of(first), "小明 评论了你的照片：2");  // only the newest two are kept
     EXPECT_EQ(alert_of(second), "小明 评论了你的照片：3");
-    phone.send({{"ack", first.at("id")}});
+    phone.ack(first.at("id"));
   }
   // What was not acknowledged survives a restart.
   PushServer restarted(dir.path(), {}, 2);
@@ -180,7 +187,7 @@ TEST(Push, OfflineDeviceGetsTheNewestPendingOnReconnect) {
   phone.present(token);
   auto again = phone.recv();
   EXPECT_EQ(alert_of(again), "小明 评论了你的照片：3");
-  phone.send({{"ack", json::array{again.at("id")}}});
+  phone.ack(json::array{again.at("id")});
   restarted.gateway().send({token}, comment_payload("4", 4));
   EXPECT_EQ(alert_of(phone.recv()), "小明 评论了你的照片：4");
 }
@@ -267,7 +274,7 @@ TEST_F(PushPostgres, TwoInstancesDeliverToEachOthersDevices) {
   b.gateway().send({token}, comment_payload("跨实例", 1));
   auto msg = phone.recv();
   EXPECT_EQ(alert_of(msg), "小明 评论了你的照片：跨实例");
-  phone.send({{"ack", msg.at("id")}});
+  phone.ack(msg.at("id"));
 
   // Offline: sent through A, picked up at B.
   std::string away;

@@ -9,10 +9,10 @@ namespace rd::server {
 struct Config {
   std::string listen = "127.0.0.1:8080";
   std::string data_dir = "./var";
-  std::string database;        // empty: SQLite file in data_dir; or postgresql://...
-  std::string public_url;      // how clients reach this server; empty: http://HOST:PORT bound
-  std::string time_zone;       // for "created_at" readings; empty: the machine's
-  std::string models_dir;      // face model folder; empty: the build's models/face-api/model
+  std::string database;    // empty: SQLite file in data_dir; or postgresql://...
+  std::string public_url;  // how clients reach this server; empty: http://HOST:PORT bound
+  std::string time_zone;   // for "created_at" readings; empty: the machine's
+  std::string models_dir;  // face model folder; empty: the build's models/face-api/model
   std::string detect_key;
   std::string detect_secret;
   std::string storage_access_key;
@@ -21,6 +21,8 @@ struct Config {
   int threads = 0;             // worker threads; 0: one per core
   bool quiet = false;          // no per-request log lines
   bool hide_disabled = false;  // leave photos marked not enabled out of the lists
+  int auth_rate_address = 30;  // login/register attempts per minute per client address; 0: no limit
+  int auth_rate_mobile = 10;   // login/register attempts per minute per mobile number; 0: no limit
   int storage_fail_primary = 0;  // testing: /upload answers this status (0: off)
   int push_pending_limit = 50;    // pushes kept per offline device (the newest)
 

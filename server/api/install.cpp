@@ -1,7 +1,447 @@
+// POST /api?cmd=NAME: the ten commands of the app.
+#include <iostream>
+#include <unordered_set>
+
 #include "Services.h"
+#include "api/Api.h"
+#include "push/Gateway.h"
+#include "storage/PhotoStore.h"
+#include "store/Store.h"
 
 namespace rd::api {
 
-void install(server::Services&) {}
+namespace json = boost::json;
+using server::Services;
+
+namespace {
+
+constexpr int kMaxPageSize = 50;
+constexpr std::size_t kBodyLimit = 16 * 1024;
+
+// An answer the app shows: "error" is a stable code, "message" the user's text.
+struct Failure {
+  std::string code;
+  std::string message;
+};
+
+[[noreturn]] void fail(std::string code, std::string message) {
+  throw Failure{std::move(code), std::move(message)};
+}
+
+[[noreturn]] void bad_field(const std::string& key) {
+  fail("bad_field", "请求参数有误（" + key + "）");
+}
+
+// The request body with typed, checked access to its fields.
+class Body {
+ public:
+  explicit Body(const json::object& o) : o_(o) {}
+
+  bool has(const char* key) const {
+    auto* v = o_.if_contains(key);
+    return v && !v->is_null();
+  }
+
+  // Text of `min`..`max` UTF-16 units.
+  std::string text(const char* key, std::size_t min, std::size_t max) const {
+    auto* v = o_.if_contains(key);
+    if (!v || v->is_null()) fail("missing_field", std::string("缺少参数（") + key + "）");
+    if (!v->is_string()) bad_field(key);
+    std::string s(v->as_string());
+    auto n = utf16_length(s);
+    if (n < min || n > max || s.find('\0') != std::string::npos) bad_field(key);
+    return s;
+  }
+
+  std::optional<std::string> optional_text(const char* key, std::size_t max) const {
+    if (!has(key)) return std::nullopt;
+    return text(key, 0, max);
+  }
+
+  std::int64_t integer(const char* key, std::int64_t min, std::int64_t max) const {
+    auto* v = o_.if_contains(key);
+    if (!v || v->is_null()) fail("missing_field", std::string("缺少参数（") + key + "）");
+    std::int64_t n = 0;
+    if (v->is_int64()) {
+      n = v->get_int64();
+    } else if (v->is_uint64()) {
+      if (v->get_uint64() > static_cast<std::uint64_t>(max)) bad_field(key);
+      n = static_cast<std::int64_t>(v->get_uint64());
+    } else if (v->is_double()) {
+      double d = v->get_double();
+      if (!(d >= static_cast<double>(min) && d <= static_cast<double>(max)) ||
+          d != static_cast<double>(static_cast<std::int64_t>(d)))
+        bad_field(key);
+      n = static_cast<std::int64_t>(d);
+    } else {
+      bad_field(key);
+    }
+    if (n < min || n > max) bad_field(key);
+    return n;
+  }
+
+  bool boolean(const char* key, std::optional<bool> fallback = std::nullopt) const {
+    auto* v = o_.if_contains(key);
+    if (!v || v->is_null()) {
+      if (fallback) return *fallback;
+      fail("missing_field", std::string("缺少参数（") + key + "）");
+    }
+    if (v->is_bool()) return v->get_bool();
+    if (v->is_int64() && (v->get_int64() == 0 || v->get_int64() == 1)) return v->get_int64() == 1;
+    bad_field(key);
+  }
+
+  // An item id: the app sends it as text ("42"); a number is taken too.
+  std::int64_t item_id(const char* key = "item_id") const {
+    auto* v = o_.if_contains(key);
+    if (!v || v->is_null()) fail("missing_field", std::string("缺少参数（") + key + "）");
+    if (v->is_string()) {
+      const auto& s = v->get_string();
+      if (s.empty() || s.size() > 18) bad_field(key);
+      std::int64_t n = 0;
+      for (char c : s) {
+        if (c < '0' || c > '9') bad_field(key);
+        n = n * 10 + (c - '0');
+      }
+      if (n < 1) bad_field(key);
+      return n;
+    }
+    return integer(key, 1, std::numeric_limits<std::int64_t>::max());
+  }
+
+ private:
+  const json::object& o_;
+};
+
+json::object user_json(const store::User& u) {
+  json::object o{{"id", u.id},
+                 {"mobile", u.mobile},
+                 {"nickname", u.nickname},
+                 {"num_score", u.num_score},
+                 {"num_comments", u.unread},
+                 {"user_type", u.user_type},
+                 {"created_at", format_time(u.created_ms)},
+                 {"updated_at", format_time(u.updated_ms)}};
+  // Only accounts carried over from the old service have these; the app
+  // treats their presence as "this account may need a new password".
+  if (!u.old_username.empty()) {
+    o["username"] = u.old_username;
+    o["userlikename"] = u.nickname;
+  }
+  return o;
+}
+
+json::object item_json(const store::Item& i) {
+  return {{"id", i.id},
+          {"base_image_url", i.base_image_url},
+          {"description", i.description},
+          {"num_like", i.num_like},
+          {"num_dislike", i.num_dislike},
+          {"num_look_score", i.num_look_score},
+          {"num_comments", i.num_comments},
+          {"is_enabled_photo", i.is_enabled_photo},
+          {"created_at", format_time(i.created_ms)},
+          {"updated_at", format_time(i.updated_ms)},
+          {"user", json::object{{"nickname", i.nickname}}}};
+}
+
+json::object comment_json(const store::Comment& c) {
+  return {{"id", c.id},
+          {"comments", c.text},
+          {"item_id", c.item_id},
+          {"created_at", format_time(c.created_ms)},
+          {"updated_at", format_time(c.updated_ms)},
+          {"user", json::object{{"nickname", c.nickname}}}};
+}
+
+bool is_user_id(const std::string& s) {
+  if (s.size() != 32) return false;
+  for (char c : s)
+    if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'))) return false;
+  return true;
+}
+
+bool valid_mobile(const std::string& s) {
+  if (s.size() < 7 || s.size() > 20 || s.front() == '-') return false;
+  for (char c : s)
+    if (!((c >= '0' && c <= '9') || c == '-')) return false;
+  return true;
+}
+
+class Api {
+ public:
+  explicit Api(Services& s)
+      : s_(s),
+        store_(*s.store),
+        by_address_(s.config.auth_rate_address),
+        by_mobile_(s.config.auth_rate_mobile) {}
+
+  http::Response handle(const http::Request& req, http::Context& ctx) {
+    std::string cmd;
+    if (auto* q = ctx.param("cmd")) cmd = *q;
+    ctx.label = label_for(cmd);
+    json::value body;
+    try {
+      json::error_code ec;
+      body = json::parse(req.body(), ec);
+      if (ec || !body.is_object()) fail("bad_json", "请求格式有误");
+      // The URL names the command; the body's "cmd" stands in when it does not.
+      if (cmd.empty())
+        if (auto* c = body.as_object().if_contains("cmd"); c && c->is_string())
+          cmd = std::string(c->get_string());
+      ctx.label = label_for(cmd);
+      json::value reply = dispatch(cmd, Body(body.as_object()), ctx);
+      return http::json_response(req, http::bhttp::status::ok, reply);
+    } catch (const Failure& f) {
+      s_.metrics.count("rongdian_api_errors_total{command=\"" + ctx.label.substr(4) +
+                       "\",error=\"" + f.code + "\"}");
+      return http::json_response(req, http::bhttp::status::ok,
+                                 json::object{{"error", f.code}, {"message", f.message}});
+    } catch (const std::exception& e) {
+      std::cerr << "rongdian-server: api " << cmd << " failed: " << e.what() << "\n";
+      s_.metrics.count("rongdian_api_errors_total{command=\"" + ctx.label.substr(4) +
+                       "\",error=\"internal\"}");
+      return http::json_response(
+          req, http::bhttp::status::internal_server_error,
+          json::object{{"error", "internal"}, {"message", "服务器开小差了，请稍后再试"}});
+    }
+  }
+
+ private:
+  static const std::unordered_set<std::string>& commands() {
+    static const std::unordered_set<std::string> names = {
+        "rd_add_item",     "rd_list_items",    "rd_get_item",      "rd_remove_item", "rd_like_item",
+        "rd_add_comments", "rd_list_comments", "rd_register_user", "rd_login_user",  "rd_get_user"};
+    return names;
+  }
+
+  static std::string label_for(const std::string& cmd) {
+    return commands().count(cmd) ? "api:" + cmd : "api:unknown";
+  }
+
+  json::value dispatch(const std::string& cmd, const Body& b, http::Context& ctx) {
+    if (cmd == "rd_list_items") return list_items(b);
+    if (cmd == "rd_get_item") return get_item();
+    if (cmd == "rd_like_item") return like_item(b);
+    if (cmd == "rd_add_comments") return add_comment(b);
+    if (cmd == "rd_list_comments") return list_comments(b);
+    if (cmd == "rd_add_item") return add_item(b);
+    if (cmd == "rd_remove_item") return remove_item(b);
+    if (cmd == "rd_register_user") return register_user(b, ctx);
+    if (cmd == "rd_login_user") return login_user(b, ctx);
+    if (cmd == "rd_get_user") return get_user(b);
+    fail("unknown_command", "不支持的操作");
+  }
+
+  // The signed-in user that "user_id" names.
+  store::User session_user(const Body& b) {
+    std::string id = b.text("user_id", 1, 64);
+    std::optional<store::User> u;
+    if (is_user_id(id)) u = store_.user_by_id(id);
+    if (!u) fail("unknown_user", "请先登录");
+    return *u;
+  }
+
+  std::pair<std::int64_t, int> paging(const Body& b) {
+    auto limit = b.integer("limit", 1, std::numeric_limits<std::int32_t>::max());
+    auto page = b.integer("page", 1, std::numeric_limits<std::int32_t>::max());
+    int capped = static_cast<int>(std::min<std::int64_t>(limit, kMaxPageSize));
+    return {(page - 1) * capped, capped};
+  }
+
+  json::value list_items(const Body& b) {
+    auto [offset, limit] = paging(b);
+    store::ItemQuery q;
+    q.offset = offset;
+    q.limit = limit;
+    q.order = b.has("sort_by") ? store::ItemOrder::Score : store::ItemOrder::Newest;
+    q.include_disabled = !s_.config.hide_disabled;
+    json::array items;
+    if (b.has("user_id")) {
+      // The own-photos screen sends the mobile number; an id works as well.
+      std::string who = b.text("user_id", 1, 64);
+      auto u = is_user_id(who) ? store_.user_by_id(who) : store_.user_by_mobile(who);
+      if (!u) return json::object{{"items", json::array{}}};
+      q.owner_id = u->id;
+      q.include_disabled = true;  // the owner sees all his photos, marked
+      // Opening the own list from its first page counts as having read the comments.
+      if (offset == 0 && q.order == store::ItemOrder::Newest) store_.clear_unread(u->id);
+    } else if (b.has("item_id")) {
+      auto it = store_.item(b.item_id());
+      if (!it) fail("unknown_item", "照片不存在或已删除");
+      q.owner_id = it->user_id;
+    }
+    for (const auto& it : store_.list_items(q)) items.push_back(item_json(it));
+    return json::object{{"items", std::move(items)}};
+  }
+
+  json::value get_item() {
+    auto it = store_.top_item(!s_.config.hide_disabled);
+    if (!it) fail("no_items", "还没人有发表");
+    return item_json(*it);
+  }
+
+  json::value add_item(const Body& b) {
+    auto user = session_user(b);
+    store::Item it;
+    it.user_id = user.id;
+    it.base_image_url = b.text("base_image_url", 1, 1024);
+    if (it.base_image_url.rfind("http://", 0) != 0 && it.base_image_url.rfind("https://", 0) != 0)
+      bad_field("base_image_url");
+    it.num_look_score = b.integer("num_look_score", -1'000'000'000, 1'000'000'000);
+    it.description = b.text("description", 0, 100);
+    it.is_enabled_photo = b.boolean("is_enabled_photo");
+    it.created_ms = it.updated_ms = now_ms();
+    auto added = store_.add_item(it);
+    json::object reply = user_json(user);
+    reply["item"] = item_json(added);
+    return reply;
+  }
+
+  json::value remove_item(const Body& b) {
+    auto id = b.item_id();
+    auto user = session_user(b);
+    store::Item removed;
+    switch (store_.remove_item(id, user.id, &removed)) {
+      case store::RemoveResult::NoSuchItem:
+        fail("unknown_item", "照片不存在或已删除");
+      case store::RemoveResult::NotOwner:
+        fail("not_owner", "只能删除自己的照片");
+      case store::RemoveResult::Removed:
+        break;
+    }
+    if (s_.photos) {
+      try {
+        s_.photos->remove_by_url(removed.base_image_url);
+      } catch (const std::exception& e) {
+        // The item is gone either way; a stray photo file is only space.
+        std::cerr << "rongdian-server: removing photo " << removed.base_image_url
+                  << " failed: " << e.what() << "\n";
+      }
+    }
+    return json::object{{"status", "ok"}, {"id", id}};
+  }
+
+  json::value like_item(const Body& b) {
+    auto id = b.item_id();
+    bool like = b.boolean("is_liked");
+    session_user(b);
+    auto it = store_.vote(id, like, now_ms());
+    if (!it) fail("unknown_item", "照片不存在或已删除");
+    return item_json(*it);
+  }
+
+  json::value add_comment(const Body& b) {
+    auto id = b.item_id();
+    auto text = b.text("comments", 2, 60);
+    auto user = session_user(b);
+    auto added = store_.add_comment(id, user.id, text, now_ms());
+    if (!added) fail("unknown_item", "照片不存在或已删除");
+    if (s_.push) {
+      try {
+        auto tokens = store_.device_tokens(added->owner_id);
+        if (!tokens.empty()) {
+          json::object aps{{"alert", user.nickname + " 评论了你的照片：" + text},
+                           {"badge", added->owner_unread},
+                           {"sound", "default"}};
+          s_.push->send(tokens, json::serialize(json::object{{"aps", std::move(aps)}}));
+        }
+      } catch (const std::exception& e) {
+        std::cerr << "rongdian-server: push after a comment failed: " << e.what() << "\n";
+      }
+    }
+    return comment_json(added->comment);
+  }
+
+  json::value list_comments(const Body& b) {
+    auto id = b.item_id();
+    auto [offset, limit] = paging(b);
+    if (!store_.item(id)) fail("unknown_item", "照片不存在或已删除");
+    json::array out;
+    for (const auto& c : store_.list_comments(id, offset, limit)) out.push_back(comment_json(c));
+    return json::object{{"comments", std::move(out)}};
+  }
+
+  void rate_limit(const std::string& mobile, const http::Context& ctx) {
+    bool ok = by_address_.allow(ctx.remote_address);
+    ok = by_mobile_.allow(mobile) && ok;
+    if (!ok) fail("rate_limited", "尝试次数过多，请稍后再试");
+  }
+
+  std::string checked_mobile(const Body& b) {
+    auto mobile = b.text("mobile", 1, 20);
+    if (!valid_mobile(mobile)) fail("bad_mobile", "请输入正确地手机号");
+    return mobile;
+  }
+
+  void remember_device(const Body& b, const std::string& user_id) {
+    auto token = b.optional_text("device_token", 200);
+    auto platform = b.optional_text("device", 20);
+    if (token && !token->empty())
+      store_.add_device(user_id, *token, platform.value_or(""), now_ms());
+  }
+
+  json::value register_user(const Body& b, const http::Context& ctx) {
+    auto mobile = checked_mobile(b);
+    rate_limit(mobile, ctx);
+    auto password = b.text("password", 1, 128);
+    auto nickname = b.text("nickname", 1, 20);
+    b.optional_text("device_token", 200);
+    b.optional_text("device", 20);
+    store::User u;
+    u.id = new_user_id();
+    u.mobile = mobile;
+    u.nickname = nickname;
+    u.password_hash = hash_password(password);
+    u.created_ms = u.updated_ms = now_ms();
+    if (!store_.create_user(u)) fail("mobile_taken", "该手机号已注册");
+    remember_device(b, u.id);
+    return user_json(u);
+  }
+
+  json::value login_user(const Body& b, const http::Context& ctx) {
+    auto mobile = checked_mobile(b);
+    rate_limit(mobile, ctx);
+    auto password = b.text("password", 1, 128);
+    bool reset = b.boolean("reset", false);
+    b.optional_text("device_token", 200);
+    b.optional_text("device", 20);
+    auto u = store_.user_by_mobile(mobile);
+    if (!u) {
+      // As slow as a real check, so timing does not tell which numbers exist.
+      static const std::string dummy = hash_password("rongdian-no-such-account");
+      verify_password(dummy, password);
+      fail("wrong_password", "手机号或密码错误");
+    }
+    if (reset && u->needs_new_password) {
+      store_.set_password(u->id, hash_password(password), now_ms());
+      u = store_.user_by_id(u->id);
+      if (!u) fail("unknown_user", "用户不存在");
+    } else if (!verify_password(u->password_hash, password)) {
+      fail("wrong_password", "手机号或密码错误");
+    }
+    remember_device(b, u->id);
+    return user_json(*u);
+  }
+
+  json::value get_user(const Body& b) { return user_json(session_user(b)); }
+
+  Services& s_;
+  store::Store& store_;
+  RateLimiter by_address_;
+  RateLimiter by_mobile_;
+};
+
+}  // namespace
+
+void install(Services& s) {
+  if (!s.store) throw std::runtime_error("the api needs the store");
+  set_time_zone(s.config.time_zone);
+  auto api = std::make_shared<Api>(s);
+  s.router.add(
+      http::bhttp::verb::post, "/api",
+      [api](const http::Request& req, http::Context& ctx) { return api->handle(req, ctx); }, "api",
+      kBodyLimit);
+}
 
 }  // namespace rd::api

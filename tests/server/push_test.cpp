@@ -18,7 +18,11 @@
 #include "Services.h"
 #include "push/DeviceToken.h"
 #include "push/Gateway.h"
+#include "push_testing.h"
+#include "store_testdb.h"
 #include "support/ServerProcess.h"
+
+using rdtest::Device;
 
 namespace {
 
@@ -65,49 +69,6 @@ class PushServer {
   std::unique_ptr<rd::http::Server> srv_;
   std::unique_ptr<rd::server::Services> services_;
   std::thread thread_;
-};
-
-// The app's side of the socket, blocking, with a receive timeout.
-class Device {
- public:
-  explicit Device(unsigned short port) {
-    ws_.next_layer().connect(tcp::endpoint(asio::ip::make_address("127.0.0.1"), port));
-    timeval tv{5, 0};
-    ::setsockopt(ws_.next_layer().native_handle(), SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-    ws_.handshake("127.0.0.1", "/push");
-  }
-  void send(const json::value& v) { ws_.write(asio::buffer(json::serialize(v))); }
-  // The next message; null when none came in time or the connection ended.
-  json::value recv() {
-    beast::flat_buffer buf;
-    beast::error_code ec;
-    ws_.read(buf, ec);
-    if (ec) {
-      last_error = ec;
-      return nullptr;
-    }
-    return json::parse(beast::buffers_to_string(buf.data()));
-  }
-  std::string register_new() {
-    send({{"register", true}});
-    return std::string(recv().at("device_token").as_string());
-  }
-  // Acknowledges pushes and waits for the confirmation.
-  void ack(const json::value& ids) {
-    send({{"ack", ids}});
-    auto reply = recv();
-    json::array expected = ids.is_array() ? ids.as_array() : json::array{ids};
-    EXPECT_EQ(reply, json::value(json::object{{"acked", expected}}));
-  }
-  void present(const std::string& token) {
-    send({{"token", token}});
-    EXPECT_EQ(recv().at("device_token").as_string(), token);
-  }
-  beast::error_code last_error;
-
- private:
-  asio::io_context ioc_;
-  websocket::stream<tcp::socket> ws_{ioc_};
 };
 
 std::string comment_payload(const std::string& text, int badge) {
@@ -224,49 +185,11 @@ TEST(Push, ServerStopsGracefullyWithDevicesConnected) {
 
 // ---------------------------------------------------------------- PostgreSQL
 
-std::string run_script(const std::string& args) {
-  std::string cmd = std::string(RD_SOURCE_DIR) + "/scripts/pg-test-server.sh " + args;
-  std::string out;
-  if (FILE* p = ::popen(cmd.c_str(), "r")) {
-    char buf[256];
-    while (std::fgets(buf, sizeof buf, p)) out += buf;
-    ::pclose(p);
-  }
-  while (!out.empty() && (out.back() == '\n' || out.back() == '\r')) out.pop_back();
-  return out;
-}
-
-// The database of the "postgres" test fixture (RD_TEST_PG_DIR), or one of
-// this test's own when run by hand.
-class PushPostgres : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    if (const char* d = std::getenv("RD_TEST_PG_DIR"); d && *d) {
-      url_ = run_script("url " + std::string(d));
-    } else {
-      own_ = new rdtest::TempDir;
-      std::filesystem::permissions(own_->path(), std::filesystem::perms(0755));
-      url_ = run_script("start " + own_->path() + "/pg");
-    }
-  }
-  static void TearDownTestSuite() {
-    if (own_) run_script("stop " + own_->path() + "/pg");
-    delete own_;
-    own_ = nullptr;
-  }
-  void SetUp() override {
-    if (url_.rfind("postgresql://", 0) != 0)
-      GTEST_FAIL() << "no PostgreSQL server: '" << url_ << "'";
-  }
-  static std::string url_;
-  static rdtest::TempDir* own_;
-};
-std::string PushPostgres::url_;
-rdtest::TempDir* PushPostgres::own_ = nullptr;
-
-TEST_F(PushPostgres, TwoInstancesDeliverToEachOthersDevices) {
+TEST(PushPostgres, TwoInstancesDeliverToEachOthersDevices) {
+  rdtest::TestDatabase db("postgresql");
+  RD_REQUIRE_DATABASE(db);
   rdtest::TempDir dir_a, dir_b;
-  PushServer a(dir_a.path(), url_), b(dir_b.path(), url_);
+  PushServer a(dir_a.path(), db.url()), b(dir_b.path(), db.url());
 
   // Connected to A, sent through B.
   Device phone(a.port());

@@ -1,0 +1,161 @@
+#!/usr/bin/env bash
+# Load run of the app's commands against rongdian-server on SQLite and on
+# PostgreSQL, beside nginx answering a static reply of the same size (the
+# ceiling for this machine). Prints requests/s, p50 and p99 per command and
+# the ratio to the static figure.
+#   bench/api-load.sh [BUILD_DIR]     (BENCH_SECONDS=3, BENCH_CONNECTIONS=64)
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+root=$(dirname "$here")
+build=${1:-$root/build}
+server="$build/server/rongdian-server"
+secs=${BENCH_SECONDS:-3}
+conns=${BENCH_CONNECTIONS:-64}
+[ -x "$server" ] || { echo "api-load: build rongdian-server first ($server)" >&2; exit 1; }
+command -v wrk >/dev/null || { echo "api-load: wrk is missing (scripts/setup.sh)" >&2; exit 1; }
+nginx_bin=$(command -v nginx || echo /usr/sbin/nginx)
+
+work=$(mktemp -d /tmp/rongdian-bench.XXXXXX)
+chmod 755 "$work"
+pids=()
+cleanup() {
+  for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
+  wait 2>/dev/null || true
+  [ -d "$work/pg" ] && "$root/scripts/pg-test-server.sh" stop "$work/pg" >/dev/null 2>&1 || true
+  rm -rf "$work"
+}
+trap cleanup EXIT
+
+free_port() {
+  while :; do
+    local p=$((20000 + RANDOM % 30000))
+    ss -Hltn "sport = :$p" 2>/dev/null | grep -q . || { echo "$p"; return; }
+  done
+}
+
+# start_server NAME DATABASE -> sets $port
+start_server() {
+  local name=$1 db=$2
+  mkdir -p "$work/$name"
+  "$server" --listen 127.0.0.1:0 --data "$work/$name" --quiet --database "$db" \
+    --auth-rate-address 0 >"$work/$name/out" 2>"$work/$name/err" &
+  pids+=($!)
+  for _ in $(seq 100); do
+    port=$(sed -n 's/.*listening on http:\/\/127.0.0.1:\([0-9]*\).*/\1/p' "$work/$name/out")
+    [ -n "$port" ] && return 0
+    sleep 0.1
+  done
+  echo "api-load: $name server did not start:" >&2
+  cat "$work/$name/err" >&2
+  exit 1
+}
+
+api() {  # api PORT CMD BODY
+  curl -s -X POST "http://127.0.0.1:$1/api?cmd=$2" -H 'Content-Type: application/json' -d "$3"
+}
+
+# seed PORT: a user and 30 items; sets $uid and $item
+seed() {
+  local p=$1
+  uid=$(api "$p" rd_register_user '{"mobile":"13800000000","password":"bench","nickname":"压测"}' |
+    sed -n 's/.*"id":"\([0-9a-f]*\)".*/\1/p')
+  [ -n "$uid" ] || { echo "api-load: could not register the bench user" >&2; exit 1; }
+  for i in $(seq 30); do
+    item=$(api "$p" rd_add_item "{\"user_id\":\"$uid\",\"base_image_url\":\"http://127.0.0.1:8080/files/bench$i.jpg\",\"num_look_score\":$((i * 137)),\"description\":\"压测照片$i\",\"is_enabled_photo\":true}" |
+      sed -n 's/.*"item":{"id":\([0-9]*\).*/\1/p')
+  done
+}
+
+# run URL BODY -> sets $rps $p50 $p99 $bad
+run() {
+  local out
+  out=$(RD_BODY="$2" wrk -t2 -c"$conns" -d"${secs}s" --latency -s "$here/api-post.lua" "$1" 2>&1)
+  rps=$(awk '/^Requests\/sec/ {print $2}' <<<"$out")
+  p50=$(awk '$1 == "50%" {print $2}' <<<"$out")
+  p99=$(awk '$1 == "99%" {print $2}' <<<"$out")
+  bad=$(awk '/Non-2xx/ {print $NF}' <<<"$out")
+  bad=${bad:-0}
+}
+
+to_ms() {  # wrk latency text (850.00us, 1.20ms, 1.01s) -> milliseconds
+  awk -v v="$1" 'BEGIN { n = v + 0; if (v ~ /us$/) n /= 1000; else if (v ~ /[0-9]s$/ && v !~ /ms$/) n *= 1000; printf "%.2f", n }'
+}
+
+cmds=(list get like comment)
+declare -A cmd_name=([list]=rd_list_items [get]=rd_get_item [like]=rd_like_item [comment]=rd_add_comments)
+body_for() {
+  case $1 in
+    list) echo '{"cmd":"rd_list_items","limit":10,"page":1}' ;;
+    get) echo '{"cmd":"rd_get_item"}' ;;
+    like) echo "{\"cmd\":\"rd_like_item\",\"item_id\":\"$item\",\"user_id\":\"$uid\",\"is_liked\":true}" ;;
+    comment) echo "{\"cmd\":\"rd_add_comments\",\"item_id\":\"$item\",\"user_id\":\"$uid\",\"comments\":\"好看好看\"}" ;;
+  esac
+}
+
+engines=(sqlite)
+declare -A dburl=([sqlite]="sqlite:$work/sqlite.db")
+if pg=$("$root/scripts/pg-test-server.sh" start "$work/pg" 2>"$work/pg.err"); then
+  engines+=(postgresql)
+  dburl[postgresql]=$pg
+else
+  echo "api-load: no PostgreSQL (skipping it): $(tail -1 "$work/pg.err")" >&2
+fi
+
+declare -A size rps_of p50_of p99_of bad_of
+for e in "${engines[@]}"; do
+  start_server "$e" "${dburl[$e]}"
+  seed "$port"
+  for c in "${cmds[@]}"; do
+    reply=$(api "$port" "${cmd_name[$c]}" "$(body_for "$c")")
+    [ "$e" = sqlite ] && size[$c]=${#reply}  # characters; bytes below
+    [ "$e" = sqlite ] && size[$c]=$(printf '%s' "$reply" | wc -c)
+    run "http://127.0.0.1:$port/api?cmd=${cmd_name[$c]}" "$(body_for "$c")"
+    rps_of[$e.$c]=$rps p50_of[$e.$c]=$p50 p99_of[$e.$c]=$p99 bad_of[$e.$c]=$bad
+  done
+done
+
+# nginx answering a fixed body of each reply's size.
+nport=$(free_port)
+mkdir -p "$work/nginx/logs"
+{
+  echo "worker_processes auto; daemon off; pid $work/nginx/nginx.pid; error_log $work/nginx/error.log;"
+  [ "$(id -u)" = 0 ] && echo "user root;"
+  echo "events { worker_connections 1024; }"
+  echo "http { access_log off; client_body_temp_path $work/nginx/body; proxy_temp_path $work/nginx/proxy;"
+  echo "  fastcgi_temp_path $work/nginx/fcgi; uwsgi_temp_path $work/nginx/uwsgi; scgi_temp_path $work/nginx/scgi;"
+  echo "  server { listen 127.0.0.1:$nport; default_type application/json;"
+  for c in "${cmds[@]}"; do
+    n=${size[$c]}
+    pad=$(head -c $((n > 12 ? n - 12 : 1)) /dev/zero | tr '\0' 'x')
+    echo "    location = /static/$c { return 200 '{\"static\":\"$pad\"}'; }"
+  done
+  echo "  }"
+  echo "}"
+} >"$work/nginx/nginx.conf"
+"$nginx_bin" -p "$work/nginx" -c "$work/nginx/nginx.conf" &
+pids+=($!)
+for _ in $(seq 50); do
+  curl -s -o /dev/null -X POST "http://127.0.0.1:$nport/static/list" && break
+  sleep 0.1
+done
+declare -A static_rps
+for c in "${cmds[@]}"; do
+  run "http://127.0.0.1:$nport/static/$c" "$(body_for "$c")"
+  static_rps[$c]=$rps
+done
+
+echo
+echo "rongdian-server api load: ${secs}s per run, $conns connections, $(nproc) cores (wrk shares them)"
+printf '%-11s %-16s %7s %11s %9s %9s %12s %7s\n' engine command bytes "requests/s" "p50 ms" "p99 ms" "static rq/s" ratio
+for e in "${engines[@]}"; do
+  for c in "${cmds[@]}"; do
+    r=${rps_of[$e.$c]:-0}
+    s=${static_rps[$c]:-0}
+    ratio=$(awk -v a="$r" -v b="$s" 'BEGIN { if (b > 0) printf "%.0f%%", 100 * a / b; else print "-" }')
+    printf '%-11s %-16s %7s %11s %9s %9s %12s %7s' "$e" "${cmd_name[$c]}" "${size[$c]}" "$r" \
+      "$(to_ms "${p50_of[$e.$c]}")" "$(to_ms "${p99_of[$e.$c]}")" "$s" "$ratio"
+    [ "${bad_of[$e.$c]}" != 0 ] && printf '  (%s error replies)' "${bad_of[$e.$c]}"
+    echo
+  done
+done
+echo "goal: rd_list_items at least 40% of the static figure, p99 under 10 ms"

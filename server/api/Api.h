@@ -1,0 +1,54 @@
+// The app's backend: POST /api?cmd=NAME with a flat JSON object, answered by
+// a JSON object; an error reply carries "error" (a short code) and "message"
+// (a text for the user). Error replies use HTTP status 200 so that the app
+// shows their message; only server failures use 5xx.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace rd::api {
+
+// Length of UTF-8 text in UTF-16 code units (how the app counts characters).
+std::size_t utf16_length(std::string_view utf8);
+
+// "yyyy-MM-dd HH:mm:ss.SSS", the wall-clock reading in the process's time zone.
+std::string format_time(std::int64_t epoch_ms);
+
+// Sets the process's time zone (TZ) for format_time; empty keeps the
+// machine's. Throws std::runtime_error for a zone this machine does not know.
+void set_time_zone(const std::string& zone);
+
+std::int64_t now_ms();
+
+// Fixed one-minute windows of attempts per key; thread-safe.
+class RateLimiter {
+ public:
+  explicit RateLimiter(int per_minute) : limit_(per_minute) {}
+  // Counts an attempt; false when the key has used up its attempts this minute.
+  bool allow(const std::string& key,
+             std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
+
+ private:
+  struct Window {
+    std::chrono::steady_clock::time_point start;
+    int used = 0;
+  };
+  int limit_;  // 0: no limit
+  std::mutex mu_;
+  std::unordered_map<std::string, Window> windows_;
+  std::chrono::steady_clock::time_point last_sweep_{};
+};
+
+// Argon2id hashes in libsodium's self-describing text form.
+std::string hash_password(const std::string& password);
+bool verify_password(const std::string& hash, const std::string& password);
+
+// A random user id: 128 bits as 32 lower-case hex digits.
+std::string new_user_id();
+
+}  // namespace rd::api

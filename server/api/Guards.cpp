@@ -1,0 +1,109 @@
+// Passwords, ids, rate limits, text lengths and times for the api.
+#include <sodium.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <stdexcept>
+
+#include "api/Api.h"
+
+namespace rd::api {
+
+namespace {
+
+void init_sodium() {
+  static const bool ok = sodium_init() >= 0;
+  if (!ok) throw std::runtime_error("libsodium failed to initialise");
+}
+
+}  // namespace
+
+std::size_t utf16_length(std::string_view s) {
+  std::size_t n = 0;
+  for (unsigned char c : s) {
+    if ((c & 0xC0) == 0x80) continue;  // continuation byte
+    n += (c >= 0xF0) ? 2 : 1;          // 4-byte sequences are surrogate pairs
+  }
+  return n;
+}
+
+std::int64_t now_ms() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
+
+std::string format_time(std::int64_t ms) {
+  std::time_t secs = static_cast<std::time_t>(ms / 1000);
+  int milli = static_cast<int>(ms % 1000);
+  if (milli < 0) {
+    milli += 1000;
+    --secs;
+  }
+  std::tm tm{};
+  localtime_r(&secs, &tm);
+  char buf[40];
+  std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d.%03d", tm.tm_year + 1900,
+                tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, milli);
+  return buf;
+}
+
+void set_time_zone(const std::string& zone) {
+  if (zone.empty()) return;
+  bool known = zone == "UTC" || zone == "GMT" ||
+               (zone.find("..") == std::string::npos && zone.front() != '/' &&
+                std::filesystem::is_regular_file("/usr/share/zoneinfo/" + zone));
+  if (!known)
+    throw std::runtime_error("--time-zone: unknown time zone '" + zone +
+                             "' (use a name like Asia/Shanghai or UTC)");
+  // Set before any worker thread formats a time; localtime_r reads it after tzset.
+  ::setenv("TZ", zone.c_str(), 1);
+  ::tzset();
+}
+
+bool RateLimiter::allow(const std::string& key, std::chrono::steady_clock::time_point now) {
+  if (limit_ <= 0) return true;
+  std::lock_guard lock(mu_);
+  const auto minute = std::chrono::minutes(1);
+  if (now - last_sweep_ > minute) {  // forget finished windows now and then
+    std::erase_if(windows_, [&](const auto& kv) { return now - kv.second.start >= minute; });
+    last_sweep_ = now;
+  }
+  Window& w = windows_[key];
+  if (w.used == 0 || now - w.start >= minute) {
+    w.start = now;
+    w.used = 0;
+  }
+  if (w.used >= limit_) return false;
+  ++w.used;
+  return true;
+}
+
+std::string hash_password(const std::string& password) {
+  init_sodium();
+  char out[crypto_pwhash_STRBYTES];
+  if (crypto_pwhash_str_alg(out, password.data(), password.size(),
+                            crypto_pwhash_OPSLIMIT_INTERACTIVE, crypto_pwhash_MEMLIMIT_INTERACTIVE,
+                            crypto_pwhash_ALG_ARGON2ID13) != 0)
+    throw std::runtime_error("password hashing ran out of memory");
+  return out;
+}
+
+bool verify_password(const std::string& hash, const std::string& password) {
+  init_sodium();
+  if (hash.empty() || hash.size() >= crypto_pwhash_STRBYTES) return false;
+  return crypto_pwhash_str_verify(hash.c_str(), password.data(), password.size()) == 0;
+}
+
+std::string new_user_id() {
+  init_sodium();
+  unsigned char raw[16];
+  randombytes_buf(raw, sizeof raw);
+  char hex[sizeof raw * 2 + 1];
+  sodium_bin2hex(hex, sizeof hex, raw, sizeof raw);
+  return hex;
+}
+
+}  // namespace rd::api

@@ -1,0 +1,439 @@
+#include "store/SqlStore.h"
+
+#include <cstdlib>
+
+namespace rd::store::sql {
+
+std::int64_t Row::i(std::size_t n) const {
+  if (n >= cols.size() || !cols[n]) return 0;
+  return std::strtoll(cols[n]->c_str(), nullptr, 10);
+}
+
+const std::string& Row::s(std::size_t n) const {
+  static const std::string empty;
+  if (n >= cols.size() || !cols[n]) return empty;
+  return *cols[n];
+}
+
+// ---------------------------------------------------------------- pool
+
+Pool::Pool(std::function<std::unique_ptr<Conn>()> factory, int size)
+    : factory_(std::move(factory)), size_(size < 1 ? 1 : size) {}
+
+Pool::~Pool() = default;
+
+Pool::Lease::~Lease() {
+  if (pool_ && conn_) pool_->put(std::move(conn_));
+}
+
+Pool::Lease Pool::get() {
+  std::unique_lock lock(mu_);
+  cv_.wait(lock, [&] { return !idle_.empty() || open_ < size_; });
+  if (!idle_.empty()) {
+    auto c = std::move(idle_.back());
+    idle_.pop_back();
+    return Lease(*this, std::move(c));
+  }
+  ++open_;
+  lock.unlock();
+  try {
+    return Lease(*this, factory_());
+  } catch (...) {
+    lock.lock();
+    --open_;
+    cv_.notify_one();
+    throw;
+  }
+}
+
+void Pool::put(std::unique_ptr<Conn> c) {
+  std::lock_guard lock(mu_);
+  if (c->usable())
+    idle_.push_back(std::move(c));
+  else
+    --open_;  // dropped; a fresh one is opened on demand
+  cv_.notify_one();
+}
+
+// ---------------------------------------------------------------- store
+
+namespace {
+
+const char* kUserCols =
+    "id, mobile, nickname, password_hash, user_type, old_username, needs_new_password, "
+    "num_score, unread, created_ms, updated_ms";
+
+User to_user(const Row& r) {
+  User u;
+  u.id = r.s(0);
+  u.mobile = r.s(1);
+  u.nickname = r.s(2);
+  u.password_hash = r.s(3);
+  u.user_type = r.s(4);
+  u.old_username = r.s(5);
+  u.needs_new_password = r.b(6);
+  u.num_score = r.i(7);
+  u.unread = r.i(8);
+  u.created_ms = r.i(9);
+  u.updated_ms = r.i(10);
+  return u;
+}
+
+const char* kItemSelect =
+    "SELECT i.id, i.user_id, u.nickname, i.base_image_url, i.description, i.num_look_score, "
+    "i.num_like, i.num_dislike, i.num_comments, i.is_enabled_photo, i.created_ms, i.updated_ms "
+    "FROM items i JOIN users u ON u.id = i.user_id";
+
+Item to_item(const Row& r) {
+  Item it;
+  it.id = r.i(0);
+  it.user_id = r.s(1);
+  it.nickname = r.s(2);
+  it.base_image_url = r.s(3);
+  it.description = r.s(4);
+  it.num_look_score = r.i(5);
+  it.num_like = r.i(6);
+  it.num_dislike = r.i(7);
+  it.num_comments = r.i(8);
+  it.is_enabled_photo = r.b(9);
+  it.created_ms = r.i(10);
+  it.updated_ms = r.i(11);
+  return it;
+}
+
+const char* kCommentSelect =
+    "SELECT c.id, c.item_id, c.user_id, u.nickname, c.text, c.created_ms, c.updated_ms "
+    "FROM comments c JOIN users u ON u.id = c.user_id";
+
+Comment to_comment(const Row& r) {
+  Comment c;
+  c.id = r.i(0);
+  c.item_id = r.i(1);
+  c.user_id = r.s(2);
+  c.nickname = r.s(3);
+  c.text = r.s(4);
+  c.created_ms = r.i(5);
+  c.updated_ms = r.i(6);
+  return c;
+}
+
+}  // namespace
+
+SqlStore::SqlStore(Dialect dialect, std::function<std::unique_ptr<Conn>()> factory, int connections)
+    : dialect_(std::move(dialect)), pool_(std::move(factory), connections) {
+  migrate();
+}
+
+template <class F>
+auto SqlStore::write(F&& f) {
+  std::unique_lock<std::mutex> serial;
+  if (dialect_.serialize_writes) serial = std::unique_lock(writer_);
+  auto c = pool_.get();
+  c->begin_write();
+  try {
+    if constexpr (std::is_void_v<decltype(f(*c))>) {
+      f(*c);
+      c->commit();
+    } else {
+      auto r = f(*c);
+      c->commit();
+      return r;
+    }
+  } catch (...) {
+    c->rollback();
+    throw;
+  }
+}
+
+void SqlStore::migrate() {
+  write([&](Conn& c) {
+    if (!dialect_.migration_lock.empty()) c.query(dialect_.migration_lock, {});
+    c.exec_script("CREATE TABLE IF NOT EXISTS schema_version (version INTEGER NOT NULL)");
+    auto rows = c.query("SELECT MAX(version) FROM schema_version", {});
+    std::int64_t have = rows.empty() ? 0 : rows[0].i(0);
+    if (have > static_cast<std::int64_t>(dialect_.migrations.size()))
+      throw Error("the database schema (version " + std::to_string(have) +
+                  ") is newer than this server knows; upgrade the server");
+    for (auto v = have; v < static_cast<std::int64_t>(dialect_.migrations.size()); ++v) {
+      c.exec_script(dialect_.migrations[static_cast<std::size_t>(v)]);
+      c.query("DELETE FROM schema_version", {});
+      c.query("INSERT INTO schema_version (version) VALUES (?)", {v + 1});
+    }
+  });
+}
+
+bool SqlStore::create_user(const User& u) {
+  try {
+    write([&](Conn& c) {
+      c.query(
+          "INSERT INTO users (id, mobile, nickname, password_hash, user_type, old_username, "
+          "needs_new_password, num_score, unread, created_ms, updated_ms) "
+          "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+          {u.id, u.mobile, u.nickname, u.password_hash, u.user_type, u.old_username,
+           std::int64_t{u.needs_new_password}, u.num_score, u.unread, u.created_ms, u.updated_ms});
+    });
+    return true;
+  } catch (const UniqueViolation&) {
+    return false;
+  }
+}
+
+std::optional<User> SqlStore::user_by_id(const std::string& id) {
+  auto c = pool_.get();
+  auto rows = c->query(std::string("SELECT ") + kUserCols + " FROM users WHERE id = ?", {id});
+  if (rows.empty()) return std::nullopt;
+  return to_user(rows[0]);
+}
+
+std::optional<User> SqlStore::user_by_mobile(const std::string& mobile) {
+  auto c = pool_.get();
+  auto rows =
+      c->query(std::string("SELECT ") + kUserCols + " FROM users WHERE mobile = ?", {mobile});
+  if (rows.empty()) return std::nullopt;
+  return to_user(rows[0]);
+}
+
+void SqlStore::set_password(const std::string& user_id, const std::string& hash,
+                            std::int64_t now_ms) {
+  write([&](Conn& c) {
+    c.query(
+        "UPDATE users SET password_hash = ?, needs_new_password = 0, updated_ms = ? WHERE id = ?",
+        {hash, now_ms, user_id});
+  });
+}
+
+bool SqlStore::mark_needs_new_password(const std::string& mobile, const std::string& old_username,
+                                       const std::string& user_type) {
+  return write([&](Conn& c) {
+    auto rows = c.query(
+        "UPDATE users SET needs_new_password = 1, old_username = ?, user_type = ? "
+        "WHERE mobile = ? RETURNING id",
+        {old_username, user_type, mobile});
+    return !rows.empty();
+  });
+}
+
+void SqlStore::add_device(const std::string& user_id, const std::string& token,
+                          const std::string& platform, std::int64_t now_ms) {
+  write([&](Conn& c) {
+    c.query(
+        "INSERT INTO devices (token, user_id, platform, updated_ms) VALUES (?, ?, ?, ?) "
+        "ON CONFLICT (token) DO UPDATE SET user_id = excluded.user_id, "
+        "platform = excluded.platform, updated_ms = excluded.updated_ms",
+        {token, user_id, platform, now_ms});
+  });
+}
+
+std::vector<std::string> SqlStore::device_tokens(const std::string& user_id) {
+  auto c = pool_.get();
+  auto rows = c->query("SELECT token FROM devices WHERE user_id = ? ORDER BY token", {user_id});
+  std::vector<std::string> out;
+  for (auto& r : rows) out.push_back(r.s(0));
+  return out;
+}
+
+void SqlStore::clear_unread(const std::string& user_id) {
+  // Most page loads find nothing to clear; skip the write then.
+  {
+    auto c = pool_.get();
+    auto rows = c->query("SELECT unread FROM users WHERE id = ?", {user_id});
+    if (rows.empty() || rows[0].i(0) == 0) return;
+  }
+  write([&](Conn& c) { c.query("UPDATE users SET unread = 0 WHERE id = ?", {user_id}); });
+}
+
+Item SqlStore::add_item(const Item& in) {
+  std::int64_t id = write([&](Conn& c) {
+    auto rows = c.query(
+        "INSERT INTO items (user_id, base_image_url, description, num_look_score, num_like, "
+        "num_dislike, num_comments, is_enabled_photo, created_ms, updated_ms) "
+        "VALUES (?, ?, ?, ?, 0, 0, 0, ?, ?, ?) RETURNING id",
+        {in.user_id, in.base_image_url, in.description, in.num_look_score,
+         std::int64_t{in.is_enabled_photo}, in.created_ms, in.updated_ms});
+    if (rows.empty()) throw Error("insert of an item returned no id");
+    return rows[0].i(0);
+  });
+  auto c = pool_.get();
+  auto it = item_on(*c, id);
+  if (!it) throw Error("a new item vanished");
+  return *it;
+}
+
+std::optional<Item> SqlStore::item_on(Conn& c, std::int64_t id) {
+  auto rows = c.query(std::string(kItemSelect) + " WHERE i.id = ?", {id});
+  if (rows.empty()) return std::nullopt;
+  return to_item(rows[0]);
+}
+
+std::optional<Item> SqlStore::item(std::int64_t id) {
+  auto c = pool_.get();
+  return item_on(*c, id);
+}
+
+std::vector<Item> SqlStore::list_items(const ItemQuery& q) {
+  std::string sql = kItemSelect;
+  std::vector<Param> params;
+  std::string where;
+  if (q.owner_id) {
+    where = " WHERE i.user_id = ?";
+    params.emplace_back(*q.owner_id);
+  }
+  if (!q.include_disabled)
+    where += where.empty() ? " WHERE i.is_enabled_photo = 1" : " AND i.is_enabled_photo = 1";
+  sql += where;
+  sql += q.order == ItemOrder::Score ? " ORDER BY i.num_look_score DESC, i.id DESC"
+                                     : " ORDER BY i.created_ms DESC, i.id DESC";
+  sql += " LIMIT ? OFFSET ?";
+  params.emplace_back(std::int64_t{q.limit});
+  params.emplace_back(q.offset);
+  auto c = pool_.get();
+  auto rows = c->query(sql, params);
+  std::vector<Item> out;
+  out.reserve(rows.size());
+  for (auto& r : rows) out.push_back(to_item(r));
+  return out;
+}
+
+std::optional<Item> SqlStore::top_item(bool include_disabled) {
+  ItemQuery q;
+  q.order = ItemOrder::Score;
+  q.include_disabled = include_disabled;
+  q.limit = 1;
+  auto v = list_items(q);
+  if (v.empty()) return std::nullopt;
+  return v.front();
+}
+
+RemoveResult SqlStore::remove_item(std::int64_t id, const std::string& user_id, Item* removed) {
+  return write([&](Conn& c) {
+    auto it = item_on(c, id);
+    if (!it) return RemoveResult::NoSuchItem;
+    auto rows =
+        c.query("DELETE FROM items WHERE id = ? AND user_id = ? RETURNING id", {id, user_id});
+    if (rows.empty()) return item_on(c, id) ? RemoveResult::NotOwner : RemoveResult::NoSuchItem;
+    if (removed) *removed = *it;
+    return RemoveResult::Removed;
+  });
+}
+
+std::optional<Item> SqlStore::vote(std::int64_t id, bool like, std::int64_t now_ms) {
+  auto changed = write([&](Conn& c) {
+    auto rows = c.query(
+        "UPDATE items SET num_look_score = num_look_score + ?, num_like = num_like + ?, "
+        "num_dislike = num_dislike + ?, updated_ms = ? WHERE id = ? RETURNING id",
+        {std::int64_t{like ? 100 : -100}, std::int64_t{like ? 1 : 0}, std::int64_t{like ? 0 : 1},
+         now_ms, id});
+    return !rows.empty();
+  });
+  if (!changed) return std::nullopt;
+  auto c = pool_.get();
+  return item_on(*c, id);
+}
+
+std::optional<CommentAdded> SqlStore::add_comment(std::int64_t item_id, const std::string& user_id,
+                                                  const std::string& text, std::int64_t now_ms) {
+  return write([&](Conn& c) -> std::optional<CommentAdded> {
+    // Updating the item first locks its row, so it cannot vanish under us.
+    auto owner =
+        c.query("UPDATE items SET num_comments = num_comments + 1 WHERE id = ? RETURNING user_id",
+                {item_id});
+    if (owner.empty()) return std::nullopt;
+    CommentAdded out;
+    out.owner_id = owner[0].s(0);
+    auto ins = c.query(
+        "INSERT INTO comments (item_id, user_id, text, created_ms, updated_ms) "
+        "VALUES (?, ?, ?, ?, ?) RETURNING id",
+        {item_id, user_id, text, now_ms, now_ms});
+    if (ins.empty()) throw Error("insert of a comment returned no id");
+    auto unread = c.query("UPDATE users SET unread = unread + 1 WHERE id = ? RETURNING unread",
+                          {out.owner_id});
+    out.owner_unread = unread.empty() ? 0 : unread[0].i(0);
+    auto rows = c.query(std::string(kCommentSelect) + " WHERE c.id = ?", {ins[0].i(0)});
+    if (rows.empty()) throw Error("a new comment vanished");
+    out.comment = to_comment(rows[0]);
+    return out;
+  });
+}
+
+std::vector<Comment> SqlStore::list_comments(std::int64_t item_id, std::int64_t offset, int limit) {
+  auto c = pool_.get();
+  auto rows = c->query(
+      std::string(kCommentSelect) + " WHERE c.item_id = ? ORDER BY c.id DESC LIMIT ? OFFSET ?",
+      {item_id, std::int64_t{limit}, offset});
+  std::vector<Comment> out;
+  out.reserve(rows.size());
+  for (auto& r : rows) out.push_back(to_comment(r));
+  return out;
+}
+
+// ---------------------------------------------------------------- schema
+
+std::string schema_v1(const std::string& id_column, const std::string& integer) {
+  auto sub = [&](std::string s) {
+    for (std::size_t p; (p = s.find("{ID}")) != std::string::npos;) s.replace(p, 4, id_column);
+    for (std::size_t p; (p = s.find("{INT}")) != std::string::npos;) s.replace(p, 5, integer);
+    return s;
+  };
+  return sub(R"(
+CREATE TABLE users (
+  id TEXT PRIMARY KEY,
+  mobile TEXT NOT NULL UNIQUE,
+  nickname TEXT NOT NULL,
+  password_hash TEXT NOT NULL,
+  user_type TEXT NOT NULL DEFAULT 'normal',
+  old_username TEXT NOT NULL DEFAULT '',
+  needs_new_password {INT} NOT NULL DEFAULT 0,
+  num_score {INT} NOT NULL DEFAULT 0,
+  unread {INT} NOT NULL DEFAULT 0,
+  created_ms {INT} NOT NULL,
+  updated_ms {INT} NOT NULL
+);
+CREATE TABLE items (
+  id {ID},
+  user_id TEXT NOT NULL REFERENCES users(id) ON DELETE CASCADE,
+  base_image_url TEXT NOT NULL,
+  description TEXT NOT NULL,
+  num_look_score {INT} NOT NULL,
+  num_like {INT} NOT NULL DEFAULT 0,
+  num_dislike {INT} NOT NULL DEFAULT 0,
+  num_comments {INT} NOT NULL DEFAULT 0,
+  is_enabled_photo {INT} NOT NULL DEFAULT 1,
+  created_ms {INT} NOT NULL,
+  updated_ms {INT} NOT NULL
+);
+CREATE INDEX items_newest ON items (created_ms DESC, id DESC);
+CREATE INDEX items_score ON items (num_look_score DESC, id DESC);
+CREATE INDEX items_owner ON items (user_id, created_ms DESC, id DESC);
+CREATE TABLE comments (
+  id {ID},
+  item_id {INT} NOT NULL REFERENCES items(id) ON DELETE CASCADE,
+  user_id TEXT NOT NULL REFERENCES users(id) ON DELETE CASCADE,
+  text TEXT NOT NULL,
+  created_ms {INT} NOT NULL,
+  updated_ms {INT} NOT NULL
+);
+CREATE INDEX comments_item ON comments (item_id, id DESC);
+CREATE TABLE devices (
+  token TEXT PRIMARY KEY,
+  user_id TEXT NOT NULL REFERENCES users(id) ON DELETE CASCADE,
+  platform TEXT NOT NULL,
+  updated_ms {INT} NOT NULL
+);
+CREATE INDEX devices_user ON devices (user_id);
+)");
+}
+
+}  // namespace rd::store::sql
+
+namespace rd::store {
+
+std::shared_ptr<Store> open_store(const std::string& url, const std::string& data_dir,
+                                  int connections) {
+  if (url.empty()) return open_sqlite(data_dir + "/rongdian.db", connections);
+  if (url.rfind("sqlite:", 0) == 0) return open_sqlite(url.substr(7), connections);
+  if (url.rfind("postgresql://", 0) == 0 || url.rfind("postgres://", 0) == 0)
+    return open_postgres(url, connections);
+  throw Error("--database must be sqlite:PATH or postgresql://..., not '" + url + "'");
+}
+
+}  // namespace rd::store

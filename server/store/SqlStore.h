@@ -1,0 +1,120 @@
+// The store's logic written once over a small connection interface; the
+// SQLite and PostgreSQL engines supply the connections and their dialect.
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <variant>
+
+#include "store/Store.h"
+
+namespace rd::store::sql {
+
+using Param = std::variant<std::nullptr_t, std::int64_t, std::string>;
+
+struct Row {
+  std::vector<std::optional<std::string>> cols;
+  std::int64_t i(std::size_t n) const;
+  const std::string& s(std::size_t n) const;
+  bool b(std::size_t n) const { return i(n) != 0; }
+};
+
+// A unique constraint was violated (e.g. a mobile number registered twice).
+struct UniqueViolation : Error {
+  using Error::Error;
+};
+
+// One database connection. SQL uses "?" placeholders; the PostgreSQL
+// connection turns them into $1, $2, ... Statements are prepared once per
+// connection and reused.
+class Conn {
+ public:
+  virtual ~Conn() = default;
+  virtual std::vector<Row> query(const std::string& sql, const std::vector<Param>& params) = 0;
+  virtual void exec_script(const std::string& sql) = 0;  // several statements, no parameters
+  virtual void begin_write() = 0;
+  virtual void commit() = 0;
+  virtual void rollback() noexcept = 0;
+  // False once the connection is unusable (it is then dropped from the pool).
+  virtual bool usable() const { return true; }
+};
+
+struct Dialect {
+  std::string name;
+  std::vector<std::string> migrations;  // applied in order; index + 1 is the schema version
+  std::string migration_lock;           // statement run first in the migration transaction
+  bool serialize_writes = false;        // one writer at a time in this process (SQLite)
+};
+
+class Pool {
+ public:
+  Pool(std::function<std::unique_ptr<Conn>()> factory, int size);
+  ~Pool();
+
+  class Lease {
+   public:
+    Lease(Pool& p, std::unique_ptr<Conn> c) : pool_(&p), conn_(std::move(c)) {}
+    Lease(Lease&& o) noexcept = default;
+    ~Lease();
+    Conn& operator*() { return *conn_; }
+    Conn* operator->() { return conn_.get(); }
+
+   private:
+    Pool* pool_;
+    std::unique_ptr<Conn> conn_;
+  };
+  Lease get();
+
+ private:
+  void put(std::unique_ptr<Conn> c);
+  std::function<std::unique_ptr<Conn>()> factory_;
+  int size_;
+  int open_ = 0;
+  std::mutex mu_;
+  std::condition_variable cv_;
+  std::vector<std::unique_ptr<Conn>> idle_;
+};
+
+class SqlStore : public Store {
+ public:
+  SqlStore(Dialect dialect, std::function<std::unique_ptr<Conn>()> factory, int connections);
+
+  std::string engine() const override { return dialect_.name; }
+
+  bool create_user(const User& u) override;
+  std::optional<User> user_by_id(const std::string& id) override;
+  std::optional<User> user_by_mobile(const std::string& mobile) override;
+  void set_password(const std::string& user_id, const std::string& hash,
+                    std::int64_t now_ms) override;
+  bool mark_needs_new_password(const std::string& mobile, const std::string& old_username,
+                               const std::string& user_type) override;
+  void add_device(const std::string& user_id, const std::string& token, const std::string& platform,
+                  std::int64_t now_ms) override;
+  std::vector<std::string> device_tokens(const std::string& user_id) override;
+  void clear_unread(const std::string& user_id) override;
+
+  Item add_item(const Item& item) override;
+  std::optional<Item> item(std::int64_t id) override;
+  std::vector<Item> list_items(const ItemQuery& q) override;
+  std::optional<Item> top_item(bool include_disabled) override;
+  RemoveResult remove_item(std::int64_t id, const std::string& user_id, Item* removed) override;
+  std::optional<Item> vote(std::int64_t id, bool like, std::int64_t now_ms) override;
+
+  std::optional<CommentAdded> add_comment(std::int64_t item_id, const std::string& user_id,
+                                          const std::string& text, std::int64_t now_ms) override;
+  std::vector<Comment> list_comments(std::int64_t item_id, std::int64_t offset, int limit) override;
+
+ private:
+  void migrate();
+  // Runs f(conn) in a write transaction; rolls back when f throws.
+  template <class F>
+  auto write(F&& f);
+  std::optional<Item> item_on(Conn& c, std::int64_t id);
+
+  Dialect dialect_;
+  Pool pool_;
+  std::mutex writer_;
+};
+
+}  // namespace rd::store::sql

@@ -1,0 +1,129 @@
+// Accounts, published photos (items), comments and devices: the store behind
+// the /api commands. Two engines implement it with the same behaviour: SQLite
+// (embedded default) and PostgreSQL (several server instances on one database).
+// Every method is safe to call from any thread; failures of the database
+// itself throw store::Error.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace rd::store {
+
+struct Error : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Times are milliseconds since the Unix epoch (UTC); the api formats them.
+struct User {
+  std::string id;  // random session token, 32 hex digits
+  std::string mobile;
+  std::string nickname;
+  std::string password_hash;  // Argon2id, libsodium's crypto_pwhash_str form
+  std::string user_type = "normal";
+  std::string old_username;         // accounts migrated from the old service; empty otherwise
+  bool needs_new_password = false;  // operator flag: next login with "reset" sets the password
+  std::int64_t num_score = 0;
+  std::int64_t unread = 0;  // comments on the user's photos not yet seen
+  std::int64_t created_ms = 0;
+  std::int64_t updated_ms = 0;
+};
+
+struct Item {
+  std::int64_t id = 0;
+  std::string user_id;
+  std::string nickname;  // the poster's
+  std::string base_image_url;
+  std::string description;
+  std::int64_t num_look_score = 0;
+  std::int64_t num_like = 0;
+  std::int64_t num_dislike = 0;
+  std::int64_t num_comments = 0;
+  bool is_enabled_photo = true;
+  std::int64_t created_ms = 0;
+  std::int64_t updated_ms = 0;
+};
+
+struct Comment {
+  std::int64_t id = 0;
+  std::int64_t item_id = 0;
+  std::string user_id;
+  std::string nickname;  // the commenter's
+  std::string text;
+  std::int64_t created_ms = 0;
+  std::int64_t updated_ms = 0;
+};
+
+enum class ItemOrder { Newest, Score };
+
+struct ItemQuery {
+  ItemOrder order = ItemOrder::Newest;
+  std::optional<std::string> owner_id;  // only this user's items
+  bool include_disabled = true;         // items with is_enabled_photo false
+  std::int64_t offset = 0;
+  int limit = 10;
+};
+
+enum class RemoveResult { Removed, NoSuchItem, NotOwner };
+
+struct CommentAdded {
+  Comment comment;
+  std::string owner_id;
+  std::int64_t owner_unread = 0;  // after this comment
+};
+
+class Store {
+ public:
+  virtual ~Store() = default;
+  virtual std::string engine() const = 0;  // "sqlite" or "postgresql"
+
+  // --- users
+  // False when the mobile number is already registered.
+  virtual bool create_user(const User& u) = 0;
+  virtual std::optional<User> user_by_id(const std::string& id) = 0;
+  virtual std::optional<User> user_by_mobile(const std::string& mobile) = 0;
+  // Replaces the password hash and clears needs_new_password.
+  virtual void set_password(const std::string& user_id, const std::string& hash,
+                            std::int64_t now_ms) = 0;
+  // Operator migration: flag an account as needing a new password at next login.
+  virtual bool mark_needs_new_password(const std::string& mobile, const std::string& old_username,
+                                       const std::string& user_type) = 0;
+  // Remembers a device token for push; a token moves to the last user who used it.
+  virtual void add_device(const std::string& user_id, const std::string& token,
+                          const std::string& platform, std::int64_t now_ms) = 0;
+  virtual std::vector<std::string> device_tokens(const std::string& user_id) = 0;
+  virtual void clear_unread(const std::string& user_id) = 0;
+
+  // --- items
+  virtual Item add_item(const Item& item) = 0;  // id and nickname filled in from the store
+  virtual std::optional<Item> item(std::int64_t id) = 0;
+  virtual std::vector<Item> list_items(const ItemQuery& q) = 0;
+  virtual std::optional<Item> top_item(bool include_disabled) = 0;
+  // On Removed, *removed holds the item as it was.
+  virtual RemoveResult remove_item(std::int64_t id, const std::string& user_id, Item* removed) = 0;
+  // Like: score +100, num_like +1; dislike: score -100, num_dislike +1. Atomic.
+  virtual std::optional<Item> vote(std::int64_t id, bool like, std::int64_t now_ms) = 0;
+
+  // --- comments
+  // Adds the comment, raises the item's count and the owner's unread count,
+  // all in one transaction. Empty when the item does not exist.
+  virtual std::optional<CommentAdded> add_comment(std::int64_t item_id, const std::string& user_id,
+                                                  const std::string& text, std::int64_t now_ms) = 0;
+  virtual std::vector<Comment> list_comments(std::int64_t item_id, std::int64_t offset,
+                                             int limit) = 0;
+};
+
+// Opens the store a database URL names, applying schema migrations:
+// "" (SQLite file rongdian.db in data_dir), "sqlite:PATH", or
+// "postgresql://..." / "postgres://...". Throws Error with a clear text.
+std::shared_ptr<Store> open_store(const std::string& url, const std::string& data_dir,
+                                  int connections);
+
+std::shared_ptr<Store> open_sqlite(const std::string& path, int connections);
+std::shared_ptr<Store> open_postgres(const std::string& url, int connections);
+
+}  // namespace rd::store

@@ -1,0 +1,75 @@
+#include "api_testing.h"
+
+namespace rdtest {
+
+namespace json = boost::json;
+
+ApiReply parse_reply(const HttpReply& r) {
+  ApiReply out;
+  out.status = r.status;
+  json::error_code ec;
+  auto v = json::parse(r.body, ec);
+  if (!ec && v.is_object()) out.body = v.as_object();
+  return out;
+}
+
+ApiServer::ApiServer(const std::string& engine, std::vector<std::string> extra)
+    : db_(std::make_unique<TestDatabase>(engine)),
+      data_(std::make_unique<TempDir>()),
+      extra_(std::move(extra)) {
+  if (!db_->available()) return;
+  db_url_ = db_->url();
+  data_dir_ = data_->path();
+  restart();
+}
+
+ApiServer::ApiServer(const std::string& database_url, const std::string& data_dir,
+                     std::vector<std::string> extra)
+    : db_url_(database_url), data_dir_(data_dir), extra_(std::move(extra)) {
+  restart();
+}
+
+void ApiServer::restart() {
+  proc_.reset();
+  std::vector<std::string> args = {"--database", db_url_};
+  args.insert(args.end(), extra_.begin(), extra_.end());
+  proc_ = std::make_unique<ServerProcess>(args, data_dir_);
+}
+
+ApiReply ApiServer::call(const std::string& cmd, json::object body) const {
+  body["cmd"] = cmd;
+  return raw("/api?cmd=" + cmd, json::serialize(body));
+}
+
+ApiReply ApiServer::raw(const std::string& target, const std::string& body) const {
+  return parse_reply(
+      http_request(proc_->port(), "POST", target, body, {{"HTTP_ACCESS_TOKEN", "anonymous"}}));
+}
+
+std::string ApiServer::register_user(const std::string& mobile, const std::string& password,
+                                     const std::string& nickname) {
+  auto r = call("rd_register_user", {{"mobile", mobile},
+                                     {"password", password},
+                                     {"nickname", nickname},
+                                     {"device_token",
+                                      "<0123abcd 0123abcd 0123abcd 0123abcd "
+                                      "0123abcd 0123abcd 0123abcd 0123abcd>"},
+                                     {"device", "ios"}});
+  EXPECT_FALSE(r.is_error()) << json::serialize(r.body);
+  return r.text("id");
+}
+
+std::string ApiServer::add_item(const std::string& user_id, std::int64_t score,
+                                const std::string& description, bool enabled) {
+  auto r = call("rd_add_item", {{"user_id", user_id},
+                                {"base_image_url", "http://127.0.0.1/files/p.jpg"},
+                                {"num_look_score", score},
+                                {"description", description},
+                                {"is_enabled_photo", enabled}});
+  EXPECT_FALSE(r.is_error()) << json::serialize(r.body);
+  auto* item = r.body.if_contains("item");
+  if (!item || !item->is_object()) return {};
+  return std::to_string(item->as_object().at("id").as_int64());
+}
+
+}  // namespace rdtest

@@ -77,21 +77,28 @@ class PushSession : public std::enable_shared_from_this<PushSession> {
     json::value msg = json::parse(text, ec);
     if (ec || !msg.is_object()) return reply_error("expected a JSON object");
     const auto& obj = msg.as_object();
-    if (const auto* reg = obj.if_contains("register"); reg && reg->is_bool() && reg->as_bool()) {
-      return use_token(make_device_token());
-    }
+    // A usable token wins; "register" alone (or with an unusable token) makes a new one.
+    const auto* reg = obj.if_contains("register");
+    bool wants_new = reg && reg->is_bool() && reg->as_bool();
     if (const auto* tok = obj.if_contains("token")) {
-      if (!tok->is_string() || !is_device_token(tok->as_string()))
-        return reply_error("malformed device token");
-      return use_token(std::string(tok->as_string()));
+      if (tok->is_string() && is_device_token(tok->as_string()))
+        return use_token(std::string(tok->as_string()));
+      if (!wants_new) return reply_error("malformed device token");
     }
+    if (wants_new) return use_token(make_device_token());
     if (const auto* ack = obj.if_contains("ack")) {
       if (token_.empty()) return reply_error("register or present a token first");
       std::vector<std::int64_t> ids;
-      if (ack->is_int64()) ids.push_back(ack->as_int64());
+      auto add = [&ids](const json::value& v) {
+        // Some JSON writers send whole numbers as doubles.
+        boost::system::error_code bad;
+        auto n = v.to_number<std::int64_t>(bad);
+        if (!bad) ids.push_back(n);
+      };
       if (ack->is_array())
-        for (const auto& v : ack->as_array())
-          if (v.is_int64()) ids.push_back(v.as_int64());
+        for (const auto& v : ack->as_array()) add(v);
+      else
+        add(*ack);
       if (ids.empty()) return reply_error("ack needs a push id");
       // Confirmed once the payloads are gone from the store.
       hub_->run_work([self = shared_from_this(), token = token_, ids] {

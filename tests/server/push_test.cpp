@@ -119,6 +119,19 @@ TEST(Push, ConnectedDeviceGetsThePushAndOthersDoNot) {
   // Tokens that are not this gateway's are ignored; a second push follows in order.
   server.gateway().send({"", "not a token", token}, comment_payload("第二条", 2));
   EXPECT_EQ(alert_of(phone.recv()), "小明 评论了你的照片：第二条");
+
+  // The app's hello on reconnecting: register, with the token it keeps. Both
+  // connections of the token get the next push; an id may come back as a double.
+  Device tablet(server.port());
+  tablet.send({{"register", true}, {"token", token}});
+  EXPECT_EQ(tablet.recv().at("device_token").as_string(), token);
+  EXPECT_EQ(alert_of(tablet.recv()), "小明 评论了你的照片：第二条");  // still not acknowledged
+  server.gateway().send({token}, comment_payload("第三条", 3));
+  EXPECT_EQ(alert_of(phone.recv()), "小明 评论了你的照片：第三条");
+  auto third = tablet.recv();
+  EXPECT_EQ(alert_of(third), "小明 评论了你的照片：第三条");
+  tablet.send({{"ack", static_cast<double>(third.at("id").as_int64())}});
+  EXPECT_EQ(tablet.recv(), json::value(json::object{{"acked", json::array{third.at("id")}}}));
   server.gateway().send({other_token}, comment_payload("给别人", 1));
   EXPECT_EQ(alert_of(other.recv()), "小明 评论了你的照片：给别人");
 }

@@ -1,0 +1,32 @@
+#include "ItemTableViews.h"
+
+#include "service/ItemApi.h"
+
+const QMetaObject* ItemTableView::recordType() const { return &Item::staticMetaObject; }
+
+void ItemTableView::listItems(int limit, int page, const QString& rank, const QString& userId,
+                              const QString& itemId, PageBlock done) {
+  ItemApi::listItem(limit, page, rank, userId, itemId, QStringLiteral("rd_list_items"),
+                    [done](std::optional<QList<Item>> items) {
+                      if (!items) {
+                        done(std::nullopt);
+                        return;
+                      }
+                      QVariantList records;
+                      records.reserve(items->size());
+                      for (const Item& it : *items) records.append(QVariant::fromValue(it));
+                      done(records);
+                    });
+}
+
+void ShowTableView::sendRequest(int limit, int page, PageBlock done) {
+  listItems(limit, page, QStringLiteral("createdAt"), {}, {}, std::move(done));
+}
+
+void ValueTableView::sendRequest(int limit, int page, PageBlock done) {
+  listItems(limit, page, QStringLiteral("lookscorbasis"), {}, {}, std::move(done));
+}
+
+void MyFaceTableView::sendRequest(int limit, int page, PageBlock done) {
+  listItems(limit, page, QString(), userName, itemId, std::move(done));
+}

@@ -1,0 +1,68 @@
+#include "Endpoints.h"
+
+#include <QMutex>
+
+#include "BuildConfig.h"
+
+namespace {
+
+struct Values {
+  QString backend = QString::fromUtf8(rd::build::kBackendEndpoint);
+  QString upload = QString::fromUtf8(rd::build::kStorageUploadUrl);
+  QString backupUpload = QString::fromUtf8(rd::build::kStorageBackupUploadUrl);
+  QString download = QString::fromUtf8(rd::build::kStorageDownloadPrefix);
+};
+
+QMutex& mutex() {
+  static QMutex m;
+  return m;
+}
+
+Values& values() {
+  static Values v;
+  return v;
+}
+
+QString read(QString Values::*field) {
+  QMutexLocker lock(&mutex());
+  return values().*field;
+}
+
+}  // namespace
+
+QString Endpoints::backendEndpoint() { return read(&Values::backend); }
+QString Endpoints::uploadUrl() { return read(&Values::upload); }
+QString Endpoints::backupUploadUrl() { return read(&Values::backupUpload); }
+QString Endpoints::downloadPrefix() { return read(&Values::download); }
+
+void Endpoints::setServerUrl(const QString& base) {
+  QString b = base;
+  while (b.endsWith(QLatin1Char('/'))) b.chop(1);
+  QMutexLocker lock(&mutex());
+  Values& v = values();
+  v.backend = b + QStringLiteral("/api");
+  v.upload = b + QStringLiteral("/upload");
+  v.backupUpload = b + QStringLiteral("/upload-backup");
+  v.download = b + QStringLiteral("/files/");
+}
+
+void Endpoints::setBackendEndpoint(const QString& url) {
+  QMutexLocker lock(&mutex());
+  values().backend = url;
+}
+
+void Endpoints::setUploadUrls(const QString& primary, const QString& backup) {
+  QMutexLocker lock(&mutex());
+  values().upload = primary;
+  values().backupUpload = backup;
+}
+
+void Endpoints::setDownloadPrefix(const QString& prefix) {
+  QMutexLocker lock(&mutex());
+  values().download = prefix;
+}
+
+void Endpoints::reset() {
+  QMutexLocker lock(&mutex());
+  values() = Values{};
+}

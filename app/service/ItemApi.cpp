@@ -1,0 +1,192 @@
+#include "ItemApi.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QLoggingCategory>
+
+#include "service/HeadApi.h"
+#include "service/KADO_JSON.h"
+#include "service/LocalUserInfo.h"
+#include "shell/ProgressDisplay.h"
+
+Q_LOGGING_CATEGORY(lcItemApi, "rd.service.api", QtInfoMsg)
+
+namespace {
+
+// A value set on the body only when given (a null text is "not given").
+void setIfGiven(QJsonObject& body, const char* key, const QString& value) {
+  if (!value.isNull()) body.insert(QLatin1String(key), value);
+}
+
+bool hasError(const QJsonValue& reply) {
+  return reply.isObject() && reply.toObject().contains(QStringLiteral("error"));
+}
+
+QString messageOf(const QJsonValue& reply) {
+  const QJsonValue m = reply.toObject().value(QStringLiteral("message"));
+  if (m.isUndefined() || m.isNull()) return {};
+  return KADO_JSON::text(m);
+}
+
+void showNetworkError(int, const QString&) {
+  ProgressDisplay::showErrorWithStatus(HeadApi::kNetworkErrorText);
+}
+
+QJsonObject commandBody(const QString& cmd) {
+  QJsonObject body;
+  body.insert(QStringLiteral("cmd"), cmd);
+  return body;
+}
+
+QString commandQuery(const QString& cmd) { return QStringLiteral("cmd=%1").arg(cmd); }
+
+}  // namespace
+
+void ItemApi::createItem(const QString& userId, const QString& imgUrl,
+                         const QString& lookscoreBasis, bool isenablePhoto,
+                         const QString& imgMessage, const QString& cmd, BoolBlock block) {
+  QJsonObject body = commandBody(cmd);
+  setIfGiven(body, "user_id", userId);
+  setIfGiven(body, "base_image_url", imgUrl);
+  body.insert(QStringLiteral("num_look_score"), KADO_JSON::integerValue(lookscoreBasis));
+  setIfGiven(body, "description", imgMessage);
+  body.insert(QStringLiteral("is_enabled_photo"), isenablePhoto);
+  // The publish command always goes to cmd=rd_add_item, whatever `cmd` says.
+  HeadApi::postCommand(
+      QStringLiteral("cmd=rd_add_item"), body,
+      [block](const QJsonValue& reply) {
+        if (hasError(reply)) {
+          ProgressDisplay::showErrorWithStatus(messageOf(reply));
+          return;
+        }
+        KADO_JSON::jsonToUserInfo(reply);  // always maps: the reply counts as success
+        if (block) block(true);
+      },
+      showNetworkError);
+}
+
+void ItemApi::listItem(int limit, int page, const QString& rank, const QString& userId,
+                       const QString& itemId, const QString& cmd, ItemsBlock block) {
+  QJsonObject body = commandBody(cmd);
+  body.insert(QStringLiteral("limit"), limit);
+  body.insert(QStringLiteral("page"), page);
+  if (rank == QLatin1String("lookscorbasis"))
+    body.insert(QStringLiteral("sort_by"), QStringLiteral("sort_by"));
+  setIfGiven(body, "user_id", userId);
+  setIfGiven(body, "item_id", itemId);
+  HeadApi::postCommand(
+      commandQuery(cmd), body,
+      [block](const QJsonValue& reply) {
+        qCDebug(lcItemApi).noquote() << "list items:" << KADO_JSON::text(reply);
+        if (hasError(reply)) {
+          ProgressDisplay::showErrorWithStatus(messageOf(reply));
+          if (block) block(std::nullopt);
+          return;
+        }
+        const QJsonArray items = reply.toObject().value(QStringLiteral("items")).toArray();
+        if (items.isEmpty()) {
+          if (block) block(std::nullopt);
+          return;
+        }
+        QList<Item> list;
+        list.reserve(items.size());
+        for (const QJsonValue& v : items) list.append(KADO_JSON::jsonToItem(v));
+        if (block) block(list);
+      },
+      showNetworkError);
+}
+
+void ItemApi::getMaxpointItem(const QString& cmd, ItemsBlock block) {
+  HeadApi::postCommand(
+      commandQuery(cmd), commandBody(cmd),
+      [block](const QJsonValue& reply) {
+        if (!reply.isObject() || hasError(reply)) {
+          if (block) block(std::nullopt);
+          return;
+        }
+        if (block) block(QList<Item>{KADO_JSON::jsonToItem(reply)});
+      },
+      showNetworkError);
+}
+
+void ItemApi::deleteItem(const QString& itemId, const QString& cmd, BoolBlock block) {
+  QJsonObject body = commandBody(cmd);
+  setIfGiven(body, "item_id", itemId);
+  setIfGiven(body, "user_id", LocalUserInfo::getUserInfo().userinfoId);
+  HeadApi::postCommand(
+      commandQuery(cmd), body,
+      [block](const QJsonValue& reply) {
+        if (hasError(reply)) {
+          ProgressDisplay::showErrorWithStatus(messageOf(reply));
+          if (block) block(false);
+          return;
+        }
+        if (block) block(true);
+      },
+      [block](int, const QString&) {
+        ProgressDisplay::showErrorWithStatus(QStringLiteral("删除失败"));
+        if (block) block(false);
+      });
+}
+
+void ItemApi::isLikeItem(const QString& /*unused*/, const QString& itemId, bool isLike,
+                         const QString& cmd, BoolBlock block) {
+  QJsonObject body = commandBody(cmd);
+  setIfGiven(body, "item_id", itemId);
+  setIfGiven(body, "user_id", LocalUserInfo::getUserInfo().userinfoId);
+  body.insert(QStringLiteral("is_liked"), isLike);
+  HeadApi::postCommand(
+      commandQuery(cmd), body,
+      [block](const QJsonValue& reply) {
+        if (hasError(reply)) {
+          MessageBar::show(QStringLiteral("温馨提示"), messageOf(reply), MessageBar::Type::Error);
+          if (block) block(false);
+          return;
+        }
+        if (block) block(!reply.isUndefined());
+      },
+      [block](int, const QString&) {
+        ProgressDisplay::showErrorWithStatus(HeadApi::kNetworkErrorText);
+        if (block) block(false);
+      });
+}
+
+void CommentApi::createComment(const QString& /*unused*/, const QString& itemID,
+                               const QString& /*userLikename*/, const QString& commentMessage,
+                               const QString& cmd, BoolBlock block) {
+  QJsonObject body = commandBody(cmd);
+  setIfGiven(body, "item_id", itemID);
+  setIfGiven(body, "user_id", LocalUserInfo::tokenID());
+  setIfGiven(body, "comments", commentMessage);
+  HeadApi::postCommand(
+      commandQuery(cmd), body,
+      [block](const QJsonValue& reply) {
+        if (hasError(reply)) {
+          ProgressDisplay::showErrorWithStatus(messageOf(reply));
+          return;
+        }
+        if (block) block(!reply.isUndefined());
+      },
+      showNetworkError);
+}
+
+void CommentApi::listItemComment(int limit, int page, const QString& itemID, const QString& cmd,
+                                 CommentsBlock block) {
+  QJsonObject body = commandBody(cmd);
+  setIfGiven(body, "item_id", itemID);
+  body.insert(QStringLiteral("limit"), limit);
+  body.insert(QStringLiteral("page"), page);
+  HeadApi::postCommand(
+      commandQuery(cmd), body,
+      [block](const QJsonValue& reply) {
+        const QJsonValue comments = reply.toObject().value(QStringLiteral("comments"));
+        if (hasError(reply) || !comments.isArray() || comments.toArray().isEmpty()) {
+          if (block) block(std::nullopt);
+          return;
+        }
+        QList<Comment> list;
+        for (const QJsonValue& v : comments.toArray()) list.append(KADO_JSON::jsonToComment(v));
+        if (block) block(list);
+      },
+      showNetworkError);
+}

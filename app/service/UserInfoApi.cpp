@@ -1,0 +1,115 @@
+#include "UserInfoApi.h"
+
+#include <QJsonObject>
+#include <QLoggingCategory>
+
+#include "service/HeadApi.h"
+#include "service/KADO_JSON.h"
+#include "service/LocalUserInfo.h"
+#include "shell/NotificationCenter.h"
+#include "shell/ProgressDisplay.h"
+
+Q_LOGGING_CATEGORY(lcUserApi, "rd.service.user", QtInfoMsg)
+
+const QString UserInfoApi::kRegisterDeviceToken =
+    QStringLiteral("<5f1c3a9e 7b2d4c60 91e8a7f3 0c4b6d2e 8a9f1b3c 4d5e6f70 1a2b3c4d 5e6f7a8b>");
+
+namespace {
+
+bool hasError(const QJsonObject& reply) { return reply.contains(QStringLiteral("error")); }
+bool hasId(const QJsonObject& reply) {
+  const QJsonValue id = reply.value(QStringLiteral("id"));
+  return !id.isUndefined() && !id.isNull();
+}
+
+QString messageOf(const QJsonObject& reply) {
+  const QJsonValue m = reply.value(QStringLiteral("message"));
+  if (m.isUndefined() || m.isNull()) return {};
+  return KADO_JSON::text(m);
+}
+
+void showNetworkError(int, const QString&) {
+  ProgressDisplay::showErrorWithStatus(HeadApi::kNetworkErrorText);
+}
+
+void signedIn(const QJsonObject& reply) {
+  LocalUserInfo::storeSignedIn(reply);
+  NotificationCenter::defaultCenter().postNotification(Notifications::userloginsucceed);
+}
+
+}  // namespace
+
+void UserInfoApi::UserSignin(const QString& mobile, const QString& password,
+                             const QString& userlikename, const QString& cmd, UserBlock block) {
+  QJsonObject body;
+  body.insert(QStringLiteral("cmd"), cmd);
+  if (!mobile.isNull()) body.insert(QStringLiteral("mobile"), mobile);
+  if (!password.isNull()) body.insert(QStringLiteral("password"), password);
+  if (!userlikename.isNull()) body.insert(QStringLiteral("nickname"), userlikename);
+  body.insert(QStringLiteral("device_token"), kRegisterDeviceToken);
+  body.insert(QStringLiteral("device"), QStringLiteral("ios"));
+  HeadApi::postCommand(
+      QStringLiteral("cmd=%1").arg(cmd), body,
+      [block](const QJsonValue& value) {
+        const QJsonObject reply = value.toObject();
+        if (hasError(reply)) {
+          ProgressDisplay::showErrorWithStatus(messageOf(reply));
+          return;
+        }
+        const UserInfo user = KADO_JSON::jsonToUserInfo(value);
+        if (!hasId(reply)) {
+          ProgressDisplay::showErrorWithStatus(HeadApi::kNetworkErrorText);
+          return;
+        }
+        if (!LocalUserInfo::firstLoginDone()) LocalUserInfo::setFirstLoginDone(true);
+        signedIn(reply);
+        if (block) block(user);
+      },
+      showNetworkError);
+}
+
+void UserInfoApi::UserLogIn(const QString& mobile, const QString& password, const QString& cmd,
+                            bool reset, BoolBlock block) {
+  QJsonObject body;
+  body.insert(QStringLiteral("cmd"), cmd);
+  if (!mobile.isNull()) body.insert(QStringLiteral("mobile"), mobile);
+  if (!password.isNull()) body.insert(QStringLiteral("password"), password);
+  const QString deviceToken = LocalUserInfo::deviceToken();
+  if (!deviceToken.isNull()) body.insert(QStringLiteral("device_token"), deviceToken);
+  body.insert(QStringLiteral("device"), QStringLiteral("ios"));
+  body.insert(QStringLiteral("reset"), reset);
+  HeadApi::postCommand(
+      QStringLiteral("cmd=%1").arg(cmd), body,
+      [block](const QJsonValue& value) {
+        const QJsonObject reply = value.toObject();
+        qCDebug(lcUserApi).noquote() << "log-in:" << KADO_JSON::text(value);
+        if (hasId(reply) && !hasError(reply)) {
+          signedIn(reply);
+          if (block) block(true);
+          return;
+        }
+        ProgressDisplay::showErrorWithStatus(messageOf(reply));
+      },
+      showNetworkError);
+}
+
+void UserInfoApi::getUserInfo(const QString& /*unused*/, const QString& /*userHeadId*/,
+                              const QString& cmd, UserBlock block) {
+  QJsonObject body;
+  body.insert(QStringLiteral("cmd"), cmd);
+  const QString userId = LocalUserInfo::tokenID();
+  if (!userId.isNull()) body.insert(QStringLiteral("user_id"), userId);
+  HeadApi::postCommand(
+      QStringLiteral("cmd=%1").arg(cmd), body,
+      [block](const QJsonValue& value) {
+        const QJsonObject reply = value.toObject();
+        if (hasId(reply) && !hasError(reply)) {
+          const UserInfo user = KADO_JSON::jsonToUserInfo(value);
+          LocalUserInfo::storeUserDic(reply);
+          if (block) block(user);
+          return;
+        }
+        ProgressDisplay::showErrorWithStatus(messageOf(reply));
+      },
+      showNetworkError);
+}

@@ -1,0 +1,208 @@
+#include "BaseTableView.h"
+
+#include <QMetaProperty>
+
+#include "shell/MainThread.h"
+#include "shell/ProgressDisplay.h"
+
+const QString BaseTableView::kLoadingText = QStringLiteral("正在加载...");
+const QString BaseTableView::kMoreText = QStringLiteral("上拉加载更多");
+const QString BaseTableView::kNoMoreText = QStringLiteral("已经到底了哈！");
+const QString BaseTableView::kRefreshText = QStringLiteral("加载中...");
+
+namespace {
+constexpr int kModelDataRole = Qt::UserRole;
+constexpr int kFirstFieldRole = Qt::UserRole + 1;
+}  // namespace
+
+BaseTableView::BaseTableView(QObject* parent) : QAbstractListModel(parent) {
+  isInit_ = true;
+  isRefreshing_ = true;  // the first load is a reload from page 1
+}
+
+BaseTableView::~BaseTableView() { *alive_ = false; }
+
+int BaseTableView::rowCount(const QModelIndex& parent) const {
+  return parent.isValid() ? 0 : static_cast<int>(arrlist_.size());
+}
+
+QVariant BaseTableView::data(const QModelIndex& index, int role) const {
+  if (!index.isValid() || index.row() < 0 || index.row() >= arrlist_.size()) return {};
+  const QVariant& record = arrlist_.at(index.row());
+  if (role == kModelDataRole || role == Qt::DisplayRole) return record;
+  const QMetaObject* mo = recordType();
+  const int prop = role - kFirstFieldRole;
+  if (!mo || prop < 0 || prop >= mo->propertyCount()) return {};
+  return mo->property(prop).readOnGadget(record.constData());
+}
+
+QHash<int, QByteArray> BaseTableView::roleNames() const {
+  QHash<int, QByteArray> roles;
+  roles.insert(kModelDataRole, QByteArrayLiteral("modelData"));
+  if (const QMetaObject* mo = recordType()) {
+    for (int i = 0; i < mo->propertyCount(); ++i)
+      roles.insert(kFirstFieldRole + i, mo->property(i).name());
+  }
+  return roles;
+}
+
+QVariant BaseTableView::get(int row) const {
+  if (row < 0 || row >= arrlist_.size()) return {};
+  return arrlist_.at(row);
+}
+
+void BaseTableView::refreshData() {
+  refreshing_ = true;
+  setIsRefreshing(true);
+  const QString text = refreshProgressText();
+  if (!text.isEmpty()) ProgressDisplay::show(text);
+  loadData();
+}
+
+void BaseTableView::refreshDataSyn() {
+  refreshing_ = true;
+  setIsRefreshing(true);
+  loadData();
+}
+
+void BaseTableView::loadMoreData() { loadData(); }
+
+void BaseTableView::setIsCanRefresh(bool can) {
+  if (can) return;
+  if (hasRefreshControl_) {
+    hasRefreshControl_ = false;
+    emit stateChanged();
+  }
+}
+
+void BaseTableView::finishRefreshControl() {
+  if (hasRefreshControl_) emit refreshFinished();
+}
+
+void BaseTableView::tableViewDidScroll(double contentHeight, double frameHeight, double contentY,
+                                       bool controlRefreshing) {
+  // Without a control there is nothing to copy: it reads as not refreshing.
+  setIsRefreshing(hasRefreshControl_ && controlRefreshing);
+  if (isLoadingMore_ || !canLoadMore_) return;
+  if (contentHeight - frameHeight - contentY < 0) loadMore();
+}
+
+void BaseTableView::loadMore() {
+  if (isLoadingMore_) loadMore(false);  // no guard: carries on regardless
+  willBeginLoadingMore();
+  setIsLoadingMore(true);
+  loadMore(true);
+}
+
+void BaseTableView::loadMore(bool load) {
+  if (load && isInit_) loadMoreData();
+}
+
+void BaseTableView::willBeginLoadingMore() { setFooter(kLoadingText, true); }
+
+void BaseTableView::loadMoreCompleting() {
+  setIsLoadingMore(false);
+  loadMoreCompleted();
+}
+
+void BaseTableView::loadMoreCompleted() {
+  if (isEmpty_)
+    setFooter(QString(), false);
+  else
+    setFooter(canLoadMore_ ? kMoreText : kNoMoreText, false);
+}
+
+int BaseTableView::footerLoadMoreHeight() const {
+  return hasFooter_ ? footerHeight_ : kFooterLoadMoreHeight;
+}
+
+void BaseTableView::setHasFooter(bool has) { hasFooter_ = has; }
+
+void BaseTableView::setIsEmpty(bool v) {
+  if (isEmpty_ == v) return;
+  isEmpty_ = v;
+  emit stateChanged();
+}
+
+void BaseTableView::setIsRefreshing(bool v) {
+  if (isRefreshing_ == v) return;
+  isRefreshing_ = v;
+  emit stateChanged();
+}
+
+void BaseTableView::setIsLoadingMore(bool v) {
+  if (isLoadingMore_ == v) return;
+  isLoadingMore_ = v;
+  emit stateChanged();
+}
+
+void BaseTableView::setCanLoadMore(bool v) {
+  if (canLoadMore_ == v) return;
+  canLoadMore_ = v;
+  emit stateChanged();
+}
+
+void BaseTableView::setLimit(int l) {
+  if (limit_ == l) return;
+  limit_ = l;
+  emit stateChanged();
+}
+
+void BaseTableView::setFooter(const QString& text, bool spinning) {
+  if (footerText_ == text && footerSpinning_ == spinning) return;
+  footerText_ = text;
+  footerSpinning_ = spinning;
+  emit footerChanged();
+}
+
+void BaseTableView::clearRows() {
+  if (arrlist_.isEmpty()) return;
+  beginResetModel();
+  arrlist_.clear();
+  endResetModel();
+  emit countChanged();
+}
+
+void BaseTableView::appendRecords(const QVariantList& records) {
+  if (records.isEmpty()) return;
+  const int first = static_cast<int>(arrlist_.size());
+  beginInsertRows({}, first, first + static_cast<int>(records.size()) - 1);
+  arrlist_.append(records);
+  endInsertRows();
+  emit countChanged();
+}
+
+void BaseTableView::loadData() {
+  page_ += 1;
+  if (isRefreshing_) {
+    clearRows();
+    page_ = 1;
+    setCanLoadMore(false);
+    setIsLoadingMore(false);
+  }
+  emit stateChanged();
+  std::weak_ptr<bool> alive = alive_;
+  sendRequest(limit_, page_, [this, alive](std::optional<QVariantList> records) {
+    if (alive.expired() || !*alive.lock()) return;
+    bool rollBack = false;
+    if (!records) {
+      setCanLoadMore(false);
+      rollBack = true;
+    } else {
+      setCanLoadMore(true);
+      setIsLoadingMore(true);
+      if (records->isEmpty())
+        rollBack = true;
+      else
+        appendRecords(*records);
+    }
+    // The same page is asked for again next time; page 1 is never lowered.
+    if (rollBack && page_ >= 2) page_ -= 1;
+    emit stateChanged();
+    finishRefreshControl();
+    loadMoreCompleting();
+    afterLoad();
+    ProgressDisplay::dismiss();
+    emit loaded();
+  });
+}

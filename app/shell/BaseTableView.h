@@ -1,0 +1,149 @@
+// The paged list under every server-backed list (feeds, comments, own photos):
+// a list model holding the rows plus the paging state a QML ListView drives.
+//
+// How a screen uses it:
+//   - create the subclass (ShowTableView, CommentTableView, ...), set its ids,
+//     call refreshData() once to fill it;
+//   - ListView { model: list; delegate reads the record's fields by role name
+//     (itemId, imgurl, ... / commentmessage, ...) or modelData }
+//   - on every contentY change call
+//       list.tableViewDidScroll(contentHeight, height, contentY, pullControl.refreshing)
+//     which starts the next page when the user drags past the bottom edge;
+//   - the pull-to-refresh control calls refreshTriggered() and stops when
+//     refreshFinished() is emitted (finishRefreshControl);
+//   - the footer shows footerText, with a spinner while footerSpinning.
+// Rows are appended page by page; a reload empties them when it starts.
+#pragma once
+
+#include <QAbstractListModel>
+#include <QHash>
+#include <QMetaObject>
+#include <QString>
+#include <QVariantList>
+#include <functional>
+#include <memory>
+#include <optional>
+
+class BaseTableView : public QAbstractListModel {
+  Q_OBJECT
+  Q_PROPERTY(bool isEmpty READ isEmpty WRITE setIsEmpty NOTIFY stateChanged)
+  Q_PROPERTY(bool isRefreshing READ isRefreshing WRITE setIsRefreshing NOTIFY stateChanged)
+  Q_PROPERTY(bool isLoadingMore READ isLoadingMore WRITE setIsLoadingMore NOTIFY stateChanged)
+  Q_PROPERTY(bool canLoadMore READ canLoadMore WRITE setCanLoadMore NOTIFY stateChanged)
+  Q_PROPERTY(bool canPullToRefresh MEMBER canPullToRefresh_ NOTIFY stateChanged)
+  Q_PROPERTY(bool hasRefreshControl READ hasRefreshControl NOTIFY stateChanged)
+  Q_PROPERTY(QString footerText READ footerText NOTIFY footerChanged)
+  Q_PROPERTY(bool footerSpinning READ footerSpinning NOTIFY footerChanged)
+  Q_PROPERTY(int page READ page NOTIFY stateChanged)
+  Q_PROPERTY(int limit READ limit WRITE setLimit NOTIFY stateChanged)
+  Q_PROPERTY(int count READ rowCount NOTIFY countChanged)
+
+ public:
+  static constexpr int kFooterLoadMoreHeight = 52;
+  static const QString kLoadingText;  // "正在加载..."
+  static const QString kMoreText;     // "上拉加载更多"
+  static const QString kNoMoreText;   // "已经到底了哈！"
+  static const QString kRefreshText;  // "加载中..."
+
+  explicit BaseTableView(QObject* parent = nullptr);
+
+  // Model: one row per record; roles are the record's fields plus "modelData".
+  int rowCount(const QModelIndex& parent = {}) const override;
+  QVariant data(const QModelIndex& index, int role) const override;
+  QHash<int, QByteArray> roleNames() const override;
+  // The record of a row (an Item or a Comment in a QVariant); invalid when out of range.
+  Q_INVOKABLE QVariant get(int row) const;
+  const QVariantList& rows() const { return arrlist_; }
+
+  // Hooks: reload from page 1 (with the list's progress text), the same
+  // without it (refreshDataSyn), and the next page.
+  Q_INVOKABLE virtual void refreshData();
+  Q_INVOKABLE virtual void refreshDataSyn();
+  Q_INVOKABLE virtual void loadMoreData();
+
+  // Pull-to-refresh: false drops the control for good; true does nothing.
+  Q_INVOKABLE void setIsCanRefresh(bool can);
+  Q_INVOKABLE void refreshTriggered() { refreshData(); }
+  Q_INVOKABLE void finishRefreshControl();
+
+  // The load-more trigger, run on every scroll: copies the control's state,
+  // then starts a load when content height - view height - offset < 0.
+  Q_INVOKABLE void tableViewDidScroll(double contentHeight, double frameHeight, double contentY,
+                                      bool controlRefreshing);
+  // Starts the next page without checking for a load under way.
+  Q_INVOKABLE void loadMore();
+  void loadMore(bool load);
+  void willBeginLoadingMore();
+  void loadMoreCompleting();
+  void loadMoreCompleted();
+  Q_INVOKABLE int footerLoadMoreHeight() const;
+  // Installs (true) or takes away (false) the footer; footerLoadMoreHeight()
+  // reports 52 while there is none.
+  Q_INVOKABLE void setHasFooter(bool has);
+  Q_INVOKABLE void setFooterHeight(int h) { footerHeight_ = h; }
+
+  bool isEmpty() const { return isEmpty_; }
+  void setIsEmpty(bool v);
+  bool isRefreshing() const { return isRefreshing_; }
+  void setIsRefreshing(bool v);
+  bool isLoadingMore() const { return isLoadingMore_; }
+  void setIsLoadingMore(bool v);
+  bool canLoadMore() const { return canLoadMore_; }
+  void setCanLoadMore(bool v);
+  bool hasRefreshControl() const { return hasRefreshControl_; }
+  QString footerText() const { return footerText_; }
+  bool footerSpinning() const { return footerSpinning_; }
+  int page() const { return page_; }
+  int limit() const { return limit_; }
+  void setLimit(int l);
+  bool refreshing() const { return refreshing_; }
+
+ signals:
+  void stateChanged();
+  void footerChanged();
+  void countChanged();
+  // finishRefreshControl: the pull-to-refresh control stops.
+  void refreshFinished();
+  // A load's completion ran (rows, flags and footer updated).
+  void loaded();
+
+ protected:
+  // What a subclass provides: the gadget type of its records, its request
+  // (calls `done` with the page's records, or nullopt), the progress text of
+  // refreshData (empty: none) and the step after each load.
+  using PageBlock = std::function<void(std::optional<QVariantList> records)>;
+  virtual const QMetaObject* recordType() const = 0;
+  virtual void sendRequest(int limit, int page, PageBlock done) = 0;
+  virtual QString refreshProgressText() const { return kRefreshText; }
+  virtual void afterLoad() {}
+
+  // The loading method (loadData / loadMyData): page counter, reload, request,
+  // completion with the roll-back of the page counter.
+  void loadData();
+
+ private:
+  void setFooter(const QString& text, bool spinning);
+  void appendRecords(const QVariantList& records);
+  void clearRows();
+
+  QVariantList arrlist_;
+  bool isInit_ = false;
+  bool isEmpty_ = false;
+  bool isRefreshing_ = true;
+  bool isLoadingMore_ = false;
+  bool canLoadMore_ = false;
+  bool canPullToRefresh_ = false;
+  bool hasRefreshControl_ = true;
+  bool hasFooter_ = true;
+  int footerHeight_ = kFooterLoadMoreHeight;
+  QString footerText_;
+  bool footerSpinning_ = false;
+  int page_ = 1;
+  int limit_ = 10;
+  bool refreshing_ = false;
+  // Bumped on destruction so late completions of a gone list do nothing.
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+
+ public:
+  ~BaseTableView() override;
+};

@@ -1,0 +1,228 @@
+// The paged-list state machine, driven by hand and through the real lists.
+#include <gtest/gtest.h>
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSignalSpy>
+
+#include "ClientTestSupport.h"
+#include "community/CommentTableViews.h"
+#include "community/ItemTableViews.h"
+#include "service/Endpoints.h"
+#include "service/Records.h"
+
+using namespace clienttest;
+using Kind = ProgressDisplay::Kind;
+
+namespace {
+
+// A list whose requests the test answers by hand.
+class ScriptedList : public BaseTableView {
+ public:
+  QList<int> pagesAsked;
+  PageBlock pending;
+  void answer(std::optional<QVariantList> records) {
+    ASSERT_TRUE(pending);
+    PageBlock p = std::move(pending);
+    pending = nullptr;
+    p(std::move(records));
+  }
+  static QVariantList items(int n) {
+    QVariantList out;
+    for (int i = 0; i < n; ++i) {
+      Item it;
+      it.itemId = QString::number(i);
+      out << QVariant::fromValue(it);
+    }
+    return out;
+  }
+
+ protected:
+  const QMetaObject* recordType() const override { return &Item::staticMetaObject; }
+  void sendRequest(int, int page, PageBlock done) override {
+    pagesAsked << page;
+    pending = std::move(done);
+  }
+};
+
+class PagedList : public ::testing::Test {
+ protected:
+  // A scroll event with the view dragged `past` points beyond the bottom edge.
+  void scrollPast(double past, bool controlRefreshing = false) {
+    list.tableViewDidScroll(1000, 400, 600 + past, controlRefreshing);
+  }
+  HudRecorder hud;
+  ScriptedList list;
+};
+
+TEST_F(PagedList, FirstLoadFillsAndOffersMore) {
+  EXPECT_TRUE(list.isRefreshing());
+  EXPECT_FALSE(list.canLoadMore());
+  EXPECT_EQ(list.page(), 1);
+  EXPECT_EQ(list.limit(), 10);
+  list.refreshData();
+  EXPECT_TRUE(list.refreshing());
+  EXPECT_EQ(list.pagesAsked, QList<int>{1});
+  EXPECT_EQ(hud.count(Kind::Show, "加载中..."), 1);
+  QSignalSpy finished(&list, &BaseTableView::refreshFinished);
+  list.answer(ScriptedList::items(10));
+  EXPECT_EQ(list.rowCount(), 10);
+  EXPECT_TRUE(list.canLoadMore());
+  EXPECT_FALSE(list.isLoadingMore());
+  EXPECT_EQ(list.footerText(), "上拉加载更多");
+  EXPECT_FALSE(list.footerSpinning());
+  EXPECT_EQ(finished.size(), 1);
+  EXPECT_EQ(hud.events.last().kind, Kind::Dismiss);
+  // Roles: the record's fields by name.
+  const QHash<int, QByteArray> roles = list.roleNames();
+  EXPECT_EQ(list.data(list.index(3), roles.key("itemId")).toString(), "3");
+  EXPECT_EQ(list.get(3).value<Item>().itemId, "3");
+}
+
+TEST_F(PagedList, ScrollingPastTheBottomLoadsTheNextPage) {
+  list.refreshData();
+  list.answer(ScriptedList::items(10));
+  scrollPast(0);  // exactly at the edge: nothing
+  EXPECT_EQ(list.pagesAsked.size(), 1);
+  EXPECT_FALSE(list.isRefreshing());  // copied from the control
+  scrollPast(1);
+  ASSERT_EQ(list.pagesAsked, (QList<int>{1, 2}));
+  EXPECT_EQ(list.footerText(), "正在加载...");
+  EXPECT_TRUE(list.footerSpinning());
+  EXPECT_TRUE(list.isLoadingMore());
+  // While loading, scrolling starts nothing; loadMore itself has no guard.
+  scrollPast(50);
+  EXPECT_EQ(list.pagesAsked.size(), 2);
+  list.loadMore();
+  EXPECT_EQ(list.pagesAsked, (QList<int>{1, 2, 3}));
+  list.answer(ScriptedList::items(4));
+  EXPECT_EQ(list.rowCount(), 14);
+  // Rows are appended in the order received, after the first page.
+  EXPECT_EQ(list.get(10).value<Item>().itemId, "0");
+}
+
+TEST_F(PagedList, EndOfDataAndRollBack) {
+  list.refreshData();
+  list.answer(ScriptedList::items(10));
+  scrollPast(5);
+  list.answer(std::nullopt);  // page 2 is past the end
+  EXPECT_EQ(list.page(), 1);
+  EXPECT_FALSE(list.canLoadMore());
+  EXPECT_EQ(list.footerText(), "已经到底了哈！");
+  EXPECT_EQ(list.rowCount(), 10);  // rows stay
+  scrollPast(5);                   // paging is off now
+  EXPECT_EQ(list.pagesAsked.size(), 2);
+
+  // A reload that fails leaves page 1 (never lowered) and empties the rows.
+  list.refreshData();
+  EXPECT_EQ(list.rowCount(), 0);
+  list.answer(std::nullopt);
+  EXPECT_EQ(list.page(), 1);
+  EXPECT_EQ(list.footerText(), "已经到底了哈！");
+}
+
+TEST_F(PagedList, EmptyPageRollsBackButKeepsPaging) {
+  list.refreshData();
+  list.answer(ScriptedList::items(10));
+  scrollPast(1);
+  list.answer(ScriptedList::items(10));
+  scrollPast(1);
+  ASSERT_EQ(list.pagesAsked.last(), 3);
+  list.answer(QVariantList{});
+  EXPECT_EQ(list.page(), 2);
+  EXPECT_TRUE(list.canLoadMore());
+  EXPECT_EQ(list.footerText(), "上拉加载更多");
+  scrollPast(1);
+  EXPECT_EQ(list.pagesAsked.last(), 3);  // the same page again
+}
+
+TEST_F(PagedList, RefreshControlAndFooterDetails) {
+  list.setIsEmpty(true);
+  list.refreshDataSyn();
+  EXPECT_TRUE(hud.events.isEmpty());  // no progress text for the quiet reload
+  list.answer(ScriptedList::items(1));
+  EXPECT_EQ(list.footerText(), "");
+  list.setIsEmpty(false);
+
+  // While the control refreshes, a load started by scrolling is a reload.
+  scrollPast(1, true);
+  EXPECT_TRUE(list.isRefreshing());
+  EXPECT_EQ(list.pagesAsked.last(), 1);
+  list.answer(ScriptedList::items(1));
+
+  list.setIsCanRefresh(false);
+  list.setIsCanRefresh(true);
+  EXPECT_FALSE(list.hasRefreshControl());
+  QSignalSpy finished(&list, &BaseTableView::refreshFinished);
+  scrollPast(1, true);  // no control: never refreshing
+  EXPECT_FALSE(list.isRefreshing());
+  EXPECT_EQ(list.pagesAsked.last(), 2);
+  list.answer(ScriptedList::items(1));
+  EXPECT_EQ(finished.size(), 0);
+
+  list.setFooterHeight(40);
+  EXPECT_EQ(list.footerLoadMoreHeight(), 40);
+  list.setHasFooter(false);
+  EXPECT_EQ(list.footerLoadMoreHeight(), 52);
+}
+
+class RealLists : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Endpoints::setServerUrl(server.url());
+    server.handler = [](const Request& r) {
+      const QJsonObject b = QJsonDocument::fromJson(r.body).object();
+      if (b["page"].toInt() > 1) return Reply{200, "{}", false};
+      if (r.target.contains("rd_list_comments"))
+        return Reply{200, R"({"comments":[{"id":"c1","comments":"好"}]})", false};
+      return Reply{200, R"({"items":[{"id":"i1"},{"id":"i2"}]})", false};
+    };
+  }
+  void TearDown() override { Endpoints::reset(); }
+  QJsonObject body(int i) const {
+    return QJsonDocument::fromJson(server.requests[i].body).object();
+  }
+  FakeServer server;
+  HudRecorder hud;
+};
+
+TEST_F(RealLists, EachListSendsItsRequestAndAfterLoadStep) {
+  ShowTableView show;
+  ValueTableView value;
+  MyFaceTableView mine;
+  CommentTableView comments;
+  mine.userName = "me";
+  comments.itemID = "i1";
+  QSignalSpy showPager(&show, &ShowTableView::pagerPageRequested);
+  QSignalSpy valuePager(&value, &ValueTableView::pagerPageRequested);
+  show.refreshData();
+  ASSERT_TRUE(waitUntil([&] { return show.rowCount() == 2; }));
+  value.refreshData();
+  ASSERT_TRUE(waitUntil([&] { return value.rowCount() == 2; }));
+  mine.refreshData();
+  ASSERT_TRUE(waitUntil([&] { return mine.rowCount() == 2; }));
+  comments.refreshData();
+  ASSERT_TRUE(waitUntil([&] { return comments.rowCount() == 1; }));
+
+  EXPECT_FALSE(body(0).contains("sort_by"));
+  EXPECT_EQ(body(1)["sort_by"], "sort_by");
+  EXPECT_EQ(body(2)["user_id"], "me");
+  EXPECT_FALSE(body(2).contains("sort_by"));
+  EXPECT_EQ(body(3)["item_id"], "i1");
+  EXPECT_EQ(server.requests[3].target, "/api?cmd=rd_list_comments");
+  EXPECT_EQ(showPager.size(), 1);
+  EXPECT_EQ(showPager[0][0].toInt(), 0);
+  EXPECT_EQ(valuePager[0][0].toInt(), 1);
+  // The newest feed reloads without a progress text; the others show one.
+  EXPECT_EQ(hud.count(Kind::Show, "加载中..."), 3);
+  const QHash<int, QByteArray> roles = comments.roleNames();
+  EXPECT_EQ(comments.data(comments.index(0), roles.key("commentmessage")).toString(), "好");
+
+  // Paging to the end of the newest feed.
+  show.tableViewDidScroll(100, 400, 0, false);
+  ASSERT_TRUE(waitUntil([&] { return show.footerText() == "已经到底了哈！"; }));
+  EXPECT_EQ(body(4)["page"], 2);
+  EXPECT_EQ(show.page(), 1);
+}
+
+}  // namespace

@@ -20,5 +20,11 @@ set(RD_STORAGE_DOWNLOAD_PREFIX "${RD_SERVER_URL}/files/" CACHE STRING "Public do
 set(RD_PUSH_URL "ws://127.0.0.1:8080/push" CACHE STRING "Push gateway WebSocket address")
 set(RD_SHARE_STORE_LINK "http://127.0.0.1:8080/app" CACHE STRING "Store link in share texts")
 
+# Outside kits: analytics, and the social kits used for sharing.
+set(RD_ANALYTICS_KEY "rongdian-dev-analytics" CACHE STRING "Usage analytics and feedback key")
+set(RD_WEIBO_APP_KEY "1000000000" CACHE STRING "Weibo app key")
+set(RD_QQ_APP_ID "100000000" CACHE STRING "QQ app id")
+set(RD_WECHAT_APP_ID "wx0000000000000000" CACHE STRING "WeChat app id")
+
 configure_file(${CMAKE_CURRENT_LIST_DIR}/BuildConfig.h.in ${CMAKE_BINARY_DIR}/generated/BuildConfig.h @ONLY)
 include_directories(${CMAKE_BINARY_DIR}/generated)

@@ -1,0 +1,131 @@
+// The home screen: the root of the navigation. Its menu ("+" on the right)
+// opens the album or the camera for a new score, and the two feeds; the
+// settings button on the left carries the unread badge. The feeds themselves
+// come from MenusFeeds.qml when the app has it.
+import QtQuick
+import QtQuick.Controls
+import Rongdian
+
+BaseViewController {
+    id: home
+    objectName: "MenusViewController"
+    rightImage: "qrc:/pictures/btn_add.png"
+    onRightClicked: presentMenuButtonTapped()
+
+    // The menu rows: title and icon.
+    readonly property var menuTitles: ["", "相册", "拍照", "容点榜", "最新榜"]
+    readonly property var menuIcons: ["icn_close.png", "one.png", "two.png", "icn_4.png", "icn_5.png"]
+    property alias menuOpen: contextMenu.visible
+    property alias feeds: feedsLoader.item
+
+    signal rankingChosen
+    signal newestChosen
+
+    function presentMenuButtonTapped() {
+        contextMenu.visible = true
+    }
+    function dismissMenu(row) {
+        contextMenu.visible = false
+        switch (row) {
+        case 1:
+            pickFromLibraryButtonPressed()
+            break
+        case 2:
+            pickFromCameraButtonPressed()
+            break
+        case 3:
+            rankingChosen()
+            break
+        case 4:
+            newestChosen()
+            break
+        }
+    }
+    function pickFromLibraryButtonPressed() {
+        if (typeof Capture !== "undefined")
+            Capture.pickFromLibraryButtonPressed()
+    }
+    function pickFromCameraButtonPressed() {
+        if (typeof Capture !== "undefined")
+            Capture.pickFromCameraButtonPressed()
+    }
+
+    Component.onCompleted: setleftBtnRedNum(0)
+
+    // Without the feeds: a picture and a hint where they would be.
+    Column {
+        anchors.centerIn: parent
+        visible: feedsLoader.status !== Loader.Ready
+        spacing: 16
+        Image {
+            anchors.horizontalCenter: parent.horizontalCenter
+            source: "qrc:/pictures/location.png"
+            width: 160
+            height: 200
+        }
+        Label {
+            anchors.horizontalCenter: parent.horizontalCenter
+            text: "点右上角的 + ，拍照或从相册选一张脸"
+            color: "#888888"
+            font.pixelSize: 14
+        }
+    }
+    Loader {
+        id: feedsLoader
+        anchors.fill: parent
+        source: App.screenUrl("MenusFeeds")
+        onLoaded: if (item.hasOwnProperty("menusVC"))
+                      item.menusVC = home
+    }
+
+    // The pop-up menu, under the bar's right button.
+    Item {
+        id: contextMenu
+        objectName: "contextMenu"
+        anchors.fill: parent
+        visible: false
+        z: 10
+        MouseArea {
+            anchors.fill: parent
+            onClicked: home.dismissMenu(0) // tapFootViewAction
+        }
+        Column {
+            anchors.right: parent.right
+            width: 150
+            Repeater {
+                model: home.menuTitles.length
+                delegate: AbstractButton {
+                    objectName: "menuRow" + index
+                    width: 150
+                    height: 50
+                    background: Rectangle {
+                        color: "#f0ffffff"
+                        Rectangle {
+                            anchors.bottom: parent.bottom
+                            width: parent.width
+                            height: 1
+                            color: "#eeeeee"
+                        }
+                    }
+                    contentItem: Row {
+                        spacing: 12
+                        leftPadding: 14
+                        Image {
+                            anchors.verticalCenter: parent.verticalCenter
+                            source: "qrc:/pictures/" + home.menuIcons[index]
+                            width: 30
+                            height: 30
+                        }
+                        Label {
+                            anchors.verticalCenter: parent.verticalCenter
+                            text: home.menuTitles[index]
+                            font.pixelSize: 16
+                            color: "#333333"
+                        }
+                    }
+                    onClicked: home.dismissMenu(index)
+                }
+            }
+        }
+    }
+}

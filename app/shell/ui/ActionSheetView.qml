@@ -1,0 +1,92 @@
+// An action sheet: a title and a column of buttons at the bottom of the
+// screen; a button may carry a picture instead of text.
+import QtQuick
+import QtQuick.Controls
+import Rongdian
+
+Item {
+    id: root
+    objectName: "actionSheet"
+    visible: Alerts.sheetVisible
+
+    Rectangle {
+        anchors.fill: parent
+        color: "#66000000"
+        MouseArea {
+            anchors.fill: parent
+            onClicked: if (Alerts.sheetCancel.length > 0)
+                           Alerts.answerSheet(-1)
+        }
+    }
+    Rectangle {
+        anchors.bottom: parent.bottom
+        width: parent.width
+        height: sheet.implicitHeight + 12
+        color: "#f2f2f2"
+        Column {
+            id: sheet
+            y: 6
+            width: parent.width
+            spacing: 6
+            Label {
+                objectName: "sheetTitle"
+                x: 14
+                width: parent.width - 28
+                visible: text.length > 0
+                text: Alerts.sheetTitle
+                wrapMode: Text.Wrap
+                color: "#666666"
+                font.pixelSize: 13
+                lineHeight: 1.1
+            }
+            Repeater {
+                model: Alerts.sheetButtons
+                delegate: AbstractButton {
+                    objectName: "sheetButton" + index
+                    x: 10
+                    width: sheet.width - 20
+                    height: 44
+                    background: Rectangle {
+                        radius: 8
+                        color: "white"
+                    }
+                    contentItem: Item {
+                        Image {
+                            anchors.centerIn: parent
+                            visible: modelData.image.length > 0
+                            source: modelData.image
+                            height: 30
+                            fillMode: Image.PreserveAspectFit
+                        }
+                        Label {
+                            anchors.centerIn: parent
+                            text: modelData.text
+                            color: "#007aff"
+                            font.pixelSize: 17
+                        }
+                    }
+                    onClicked: Alerts.answerSheet(index)
+                }
+            }
+            AbstractButton {
+                visible: Alerts.sheetCancel.length > 0
+                x: 10
+                width: sheet.width - 20
+                height: 44
+                background: Rectangle {
+                    radius: 8
+                    color: "white"
+                }
+                contentItem: Label {
+                    text: Alerts.sheetCancel
+                    color: "#007aff"
+                    font.pixelSize: 17
+                    font.bold: true
+                    horizontalAlignment: Text.AlignHCenter
+                    verticalAlignment: Text.AlignVCenter
+                }
+                onClicked: Alerts.answerSheet(-1)
+            }
+        }
+    }
+}

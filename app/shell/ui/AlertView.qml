@@ -1,0 +1,82 @@
+// An alert: title, message and its buttons over a dimmed screen.
+import QtQuick
+import QtQuick.Controls
+import Rongdian
+
+Item {
+    id: root
+    objectName: "alertView"
+    visible: Alerts.alertVisible
+
+    Rectangle {
+        anchors.fill: parent
+        color: "#66000000"
+        MouseArea {
+            anchors.fill: parent
+        }
+    }
+    Rectangle {
+        anchors.centerIn: parent
+        width: Math.min(270, root.width - 40)
+        height: content.implicitHeight
+        radius: 12
+        color: "#f7f7f7"
+        Column {
+            id: content
+            width: parent.width
+            Item {
+                width: 1
+                height: 18
+            }
+            Label {
+                objectName: "alertTitle"
+                width: parent.width - 32
+                x: 16
+                text: Alerts.alertTitle
+                visible: text.length > 0
+                wrapMode: Text.Wrap
+                horizontalAlignment: Text.AlignHCenter
+                font.pixelSize: 17
+                font.bold: true
+            }
+            Label {
+                objectName: "alertMessage"
+                width: parent.width - 32
+                x: 16
+                text: Alerts.alertMessage
+                visible: text.length > 0
+                wrapMode: Text.Wrap
+                horizontalAlignment: Text.AlignHCenter
+                font.pixelSize: 13
+            }
+            Item {
+                width: 1
+                height: 16
+            }
+            Repeater {
+                model: Alerts.alertButtons
+                delegate: Column {
+                    width: content.width
+                    Rectangle {
+                        width: parent.width
+                        height: 1
+                        color: "#dddddd"
+                    }
+                    AbstractButton {
+                        objectName: "alertButton" + index
+                        width: parent.width
+                        height: 44
+                        contentItem: Label {
+                            text: modelData
+                            color: "#007aff"
+                            font.pixelSize: 17
+                            horizontalAlignment: Text.AlignHCenter
+                            verticalAlignment: Text.AlignVCenter
+                        }
+                        onClicked: Alerts.answerAlert(index)
+                    }
+                }
+            }
+        }
+    }
+}

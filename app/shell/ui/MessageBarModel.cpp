@@ -1,0 +1,47 @@
+#include "MessageBarModel.h"
+
+#include <QCoreApplication>
+#include <QThread>
+
+MessageBarModel::MessageBarModel(QObject* parent) : QObject(parent) {
+  hideTimer_.setSingleShot(true);
+  connect(&hideTimer_, &QTimer::timeout, this, &MessageBarModel::hide);
+}
+
+MessageBarModel* MessageBarModel::instance() {
+  static MessageBarModel* bar = [] {
+    auto* b = new MessageBarModel;
+    if (auto* app = QCoreApplication::instance()) {
+      b->moveToThread(app->thread());
+      b->setParent(app);
+    }
+    return b;
+  }();
+  return bar;
+}
+
+void MessageBarModel::showMessage(const QString& title, const QString& description, int type) {
+  if (QThread::currentThread() != thread()) {
+    QMetaObject::invokeMethod(
+        this, [=, this] { showMessage(title, description, type); }, Qt::QueuedConnection);
+    return;
+  }
+  title_ = title;
+  description_ = description;
+  type_ = type;
+  visible_ = true;
+  history_ << title + QLatin1Char('|') + description;
+  hideTimer_.start(kShowMs);
+  emit changed();
+}
+
+void MessageBarModel::hide() {
+  if (QThread::currentThread() != thread()) {
+    QMetaObject::invokeMethod(this, &MessageBarModel::hide, Qt::QueuedConnection);
+    return;
+  }
+  hideTimer_.stop();
+  if (!visible_) return;
+  visible_ = false;
+  emit changed();
+}

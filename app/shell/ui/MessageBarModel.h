@@ -1,0 +1,49 @@
+// The message bar: a short notice sliding in at the top of the screen with a
+// title and a description, gone after a few seconds or a tap. Callable from
+// any thread. QML draws it (MessageBarView.qml).
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QTimer>
+
+class MessageBarModel : public QObject {
+  Q_OBJECT
+  Q_PROPERTY(bool visible READ visible NOTIFY changed)
+  Q_PROPERTY(QString title READ title NOTIFY changed)
+  Q_PROPERTY(QString description READ description NOTIFY changed)
+  Q_PROPERTY(int type READ type NOTIFY changed)
+ public:
+  // The bar's styles: 0 error, 1 success, 2 info.
+  enum Type { Error = 0, Success = 1, Info = 2 };
+  Q_ENUM(Type)
+
+  explicit MessageBarModel(QObject* parent = nullptr);
+  static MessageBarModel* instance();
+
+  bool visible() const { return visible_; }
+  QString title() const { return title_; }
+  QString description() const { return description_; }
+  int type() const { return type_; }
+
+  Q_INVOKABLE void showMessage(const QString& title, const QString& description,
+                               int type = Success);
+  Q_INVOKABLE void hide();
+
+  // "title|description" of every message shown, oldest first.
+  QStringList history() const { return history_; }
+  void clearHistory() { history_.clear(); }
+
+  static constexpr int kShowMs = 3000;
+
+ signals:
+  void changed();
+
+ private:
+  bool visible_ = false;
+  QString title_, description_;
+  int type_ = Success;
+  QStringList history_;
+  QTimer hideTimer_;
+};

@@ -1,0 +1,53 @@
+#include "ProgressHud.h"
+
+#include <QCoreApplication>
+#include <QThread>
+#include <algorithm>
+
+ProgressHud::ProgressHud(QObject* parent) : QObject(parent) {
+  autoDismiss_.setSingleShot(true);
+  connect(&autoDismiss_, &QTimer::timeout, this, &ProgressHud::dismiss);
+}
+
+ProgressHud* ProgressHud::instance() {
+  static ProgressHud* hud = [] {
+    auto* h = new ProgressHud;
+    if (auto* app = QCoreApplication::instance()) {
+      h->moveToThread(app->thread());
+      h->setParent(app);
+    }
+    return h;
+  }();
+  return hud;
+}
+
+void ProgressHud::show() { apply(Waiting, QString(), 0); }
+void ProgressHud::showWithStatus(const QString& status) { apply(Waiting, status, 0); }
+void ProgressHud::showProgress(double fraction, const QString& status) {
+  apply(Progress, status, fraction);
+}
+void ProgressHud::showSuccessWithStatus(const QString& status) { apply(Success, status, 0); }
+void ProgressHud::showErrorWithStatus(const QString& status) { apply(Error, status, 0); }
+void ProgressHud::dismiss() { apply(Hidden, QString(), 0); }
+
+void ProgressHud::apply(Mode mode, const QString& status, double progress) {
+  if (QThread::currentThread() != thread()) {
+    QMetaObject::invokeMethod(
+        this, [this, mode, status, progress] { apply(mode, status, progress); },
+        Qt::QueuedConnection);
+    return;
+  }
+  static const char* const kNames[] = {"hidden", "waiting", "progress", "success", "error"};
+  // Progress updates arrive many times a second; log only the first of a run.
+  if (!(mode == Progress && mode_ == Progress && status == status_))
+    history_ << QString::fromLatin1(kNames[mode]) + QLatin1Char(':') + status;
+  mode_ = mode;
+  status_ = status;
+  progress_ = std::clamp(progress, 0.0, 1.0);
+  autoDismiss_.stop();
+  if (mode == Success || mode == Error) {
+    // Long enough to read: half a second plus 60 ms a character, at least 1.5 s.
+    autoDismiss_.start(std::max(1500, 500 + 60 * int(status.size())));
+  }
+  emit changed();
+}

@@ -1,0 +1,55 @@
+// The app's one progress display: a waiting text while work is under way,
+// a progress fraction, then a success or error text that goes away by itself.
+// Every method may be called from any thread; the state changes on the
+// object's own (main) thread. QML draws it (ProgressHudView.qml).
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QTimer>
+
+class ProgressHud : public QObject {
+  Q_OBJECT
+  Q_PROPERTY(Mode mode READ mode NOTIFY changed)
+  Q_PROPERTY(QString status READ status NOTIFY changed)
+  Q_PROPERTY(double progress READ progress NOTIFY changed)
+  Q_PROPERTY(bool visible READ visible NOTIFY changed)
+  // A waiting or progress display covers the screen and takes the touches.
+  Q_PROPERTY(bool modal READ modal NOTIFY changed)
+ public:
+  enum Mode { Hidden, Waiting, Progress, Success, Error };
+  Q_ENUM(Mode)
+
+  explicit ProgressHud(QObject* parent = nullptr);
+  static ProgressHud* instance();  // the app's display (created on first use)
+
+  Mode mode() const { return mode_; }
+  QString status() const { return status_; }
+  double progress() const { return progress_; }
+  bool visible() const { return mode_ != Hidden; }
+  bool modal() const { return mode_ == Waiting || mode_ == Progress; }
+
+  Q_INVOKABLE void show();  // waiting, no text
+  Q_INVOKABLE void showWithStatus(const QString& status);
+  Q_INVOKABLE void showProgress(double fraction, const QString& status);
+  Q_INVOKABLE void showSuccessWithStatus(const QString& status);
+  Q_INVOKABLE void showErrorWithStatus(const QString& status);
+  Q_INVOKABLE void dismiss();
+
+  // Every state shown, as "mode:text" ("waiting:计算中...", "error:请重新登录",
+  // "hidden:"), oldest first; for tests and logs.
+  QStringList history() const { return history_; }
+  void clearHistory() { history_.clear(); }
+
+ signals:
+  void changed();
+
+ private:
+  void apply(Mode mode, const QString& status, double progress);
+  Mode mode_ = Hidden;
+  QString status_;
+  double progress_ = 0;
+  QStringList history_;
+  QTimer autoDismiss_;
+};

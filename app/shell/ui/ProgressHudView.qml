@@ -1,0 +1,62 @@
+// The progress display: a dark box in the middle with a spinner, a progress
+// bar or a mark, and the text. Waiting and progress cover the screen.
+import QtQuick
+import QtQuick.Controls
+import Rongdian
+
+Item {
+    id: root
+    objectName: "progressHud"
+    visible: Hud.visible
+
+    MouseArea {
+        anchors.fill: parent
+        enabled: Hud.modal
+        visible: Hud.modal
+    }
+    Rectangle {
+        anchors.centerIn: parent
+        width: Math.max(110, Math.min(root.width - 60, label.implicitWidth + 32))
+        height: column.implicitHeight + 28
+        radius: 10
+        color: "#d9000000"
+        Column {
+            id: column
+            anchors.centerIn: parent
+            spacing: 10
+            BusyIndicator {
+                anchors.horizontalCenter: parent.horizontalCenter
+                visible: Hud.mode === ProgressHud.Waiting
+                running: visible
+                width: 36
+                height: 36
+                palette.dark: "white"
+            }
+            ProgressBar {
+                anchors.horizontalCenter: parent.horizontalCenter
+                visible: Hud.mode === ProgressHud.Progress
+                width: 90
+                value: Hud.progress
+            }
+            Label {
+                anchors.horizontalCenter: parent.horizontalCenter
+                visible: Hud.mode === ProgressHud.Success || Hud.mode === ProgressHud.Error
+                text: Hud.mode === ProgressHud.Success ? "✓" : "✕"
+                color: "white"
+                font.pixelSize: 28
+            }
+            Label {
+                id: label
+                objectName: "hudText"
+                anchors.horizontalCenter: parent.horizontalCenter
+                width: Math.min(implicitWidth, root.width - 92)
+                visible: text.length > 0
+                text: Hud.status
+                color: "white"
+                wrapMode: Text.Wrap
+                horizontalAlignment: Text.AlignHCenter
+                font.pixelSize: 15
+            }
+        }
+    }
+}

@@ -1,0 +1,51 @@
+// The app assembled: the shared objects QML sees (App, Hud, MessageBar,
+// Alerts, …), the adapters of the core library routed to them, the push
+// gateway connection and the QML engine with the main window. main() and the
+// UI tests both start the app through this class.
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <QQmlApplicationEngine>
+#include <QString>
+#include <memory>
+
+class AppDelegate;
+class PushClient;
+class QQuickWindow;
+class QQuickItem;
+
+class AppShell : public QObject {
+  Q_OBJECT
+ public:
+  struct Options {
+    QString serverUrl;  // "" = the build-time addresses
+    bool push = true;   // connect to the push gateway at start-up
+  };
+
+  explicit AppShell(QObject* parent = nullptr);
+  ~AppShell() override;
+
+  // Registers the QML types and singletons (module "Rongdian"); once per process.
+  static void registerQmlTypes();
+  // Routes the core library's alert, progress and message-bar adapters to the
+  // app's overlays.
+  static void installAdapters();
+
+  // Runs the start-up (AppDelegate::didFinishLaunchingWithOptions) and shows
+  // the window. False when the window could not be built.
+  bool start(const Options& options);
+
+  AppDelegate* delegate() const { return delegate_; }
+  PushClient* pushClient() const { return push_; }
+  QQmlApplicationEngine& engine() { return engine_; }
+  QQuickWindow* window() const;
+  // The navigation stack (a StackView) and its top screen.
+  QQuickItem* navigation() const;
+  QQuickItem* currentScreen() const;
+
+ private:
+  QQmlApplicationEngine engine_;
+  AppDelegate* delegate_ = nullptr;
+  PushClient* push_ = nullptr;
+};

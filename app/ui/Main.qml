@@ -1,0 +1,60 @@
+// The app's window: the navigation stack rooted at the home screen, and the
+// overlays every screen shares (pop-ups, splash, action sheets, alerts, the
+// progress display and the message bar), topmost last.
+import QtQuick
+import QtQuick.Controls
+import Rongdian
+
+ApplicationWindow {
+    id: window
+    objectName: "mainWindow"
+    width: 320
+    height: 568
+    visible: true
+    title: "容点"
+    color: "white"
+    font.family: "Noto Sans CJK SC"
+
+    StackView {
+        id: navigation
+        objectName: "navigation"
+        anchors.fill: parent
+        initialItem: MenusViewController {}
+    }
+    PopupHost {
+        id: popupHost
+        anchors.fill: parent
+    }
+    Splash {
+        anchors.fill: parent
+    }
+    ActionSheetView {
+        anchors.fill: parent
+    }
+    AlertView {
+        anchors.fill: parent
+    }
+    ProgressHudView {
+        anchors.fill: parent
+    }
+    MessageBarView {
+        width: parent.width
+    }
+
+    Connections {
+        target: App
+        function onPushRequested(url, properties) {
+            navigation.push(url, properties)
+        }
+        function onPopRequested() {
+            if (navigation.depth > 1)
+                navigation.pop()
+        }
+        function onPopupRequested(url, properties) {
+            popupHost.present(url, properties)
+        }
+        function onPopupDismissRequested() {
+            popupHost.dismiss()
+        }
+    }
+}

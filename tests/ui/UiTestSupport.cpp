@@ -1,0 +1,88 @@
+#include "UiTestSupport.h"
+
+#include <QDir>
+#include <QImage>
+#include <QTest>
+#include <QThread>
+
+#include "shell/ui/AppDelegate.h"
+
+namespace uitest {
+
+namespace {
+AppShell* g_app = nullptr;
+}
+
+AppShell& app(const AppShell::Options& options) {
+  if (!g_app) {
+    g_app = new AppShell;
+    g_app->start(options);
+  }
+  return *g_app;
+}
+
+bool started() { return g_app != nullptr; }
+
+bool waitUntil(const std::function<bool()>& pred, int timeoutMs) {
+  QElapsedTimer t;
+  t.start();
+  while (!pred()) {
+    if (t.elapsed() > timeoutMs) return pred();
+    QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    QThread::msleep(2);
+  }
+  return true;
+}
+
+void spin(int ms) {
+  QElapsedTimer t;
+  t.start();
+  while (t.elapsed() < ms) {
+    QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    QThread::msleep(2);
+  }
+}
+
+QQuickItem* item(QObject* root, const QString& objectName) {
+  if (!root) return nullptr;
+  if (root->objectName() == objectName) return qobject_cast<QQuickItem*>(root);
+  if (auto* qi = qobject_cast<QQuickItem*>(root)) {
+    for (QQuickItem* c : qi->childItems())
+      if (auto* found = item(c, objectName)) return found;
+  }
+  return root->findChild<QQuickItem*>(objectName);
+}
+
+QQuickItem* item(const QString& objectName) {
+  auto* w = app().window();
+  return w ? item(w->contentItem(), objectName) : nullptr;
+}
+
+QString text(QQuickItem* i) { return i ? i->property("text").toString() : QString(); }
+
+bool shown(QQuickItem* i) {
+  for (; i; i = i->parentItem())
+    if (!i->isVisible() || i->opacity() <= 0.0) return false;
+  return true;
+}
+
+void click(QQuickItem* i) {
+  if (!i) return;
+  const QPointF p = i->mapToScene(QPointF(i->width() / 2, i->height() / 2));
+  QTest::mouseClick(app().window(), Qt::LeftButton, Qt::NoModifier, p.toPoint());
+  QCoreApplication::processEvents();
+}
+
+QString screenshot(const QString& name) {
+  const QString dir = QStringLiteral(RD_SCREENSHOT_DIR);
+  QDir().mkpath(dir);
+  const QString path = dir + QLatin1Char('/') + name + QStringLiteral(".png");
+  spin(50);
+  app().window()->grabWindow().save(path);
+  return path;
+}
+
+QQuickItem* home() { return qobject_cast<QQuickItem*>(app().delegate()->menuVC()); }
+QQuickItem* top() { return app().currentScreen(); }
+
+}  // namespace uitest

@@ -1,7 +1,29 @@
+#include <iostream>
+#include <memory>
+
 #include "Services.h"
+#include "detect/DetectService.h"
+#include "engine/FaceEngine.h"
 
 namespace rd::detect {
 
-void install(server::Services&) {}
+void install(server::Services& s) {
+  std::shared_ptr<const engine::FaceEngine> eng;
+  std::string why;
+  try {
+    eng = std::make_shared<engine::FaceEngine>(s.config.models_dir);
+  } catch (const std::exception& e) {
+    why = e.what();
+    std::cerr << "rongdian-server: face detection unavailable (" << why
+              << "); /v2/detection/detect answers 503 until the model files are in place "
+                 "(scripts/setup.sh --models, or --models DIR)\n";
+  }
+  auto service =
+      std::make_shared<DetectService>(eng, s.config.detect_key, s.config.detect_secret, why);
+  s.router.add(
+      http::bhttp::verb::post, "/v2/detection/detect",
+      [service](const http::Request& req, http::Context& ctx) { return service->handle(req, ctx); },
+      "detect", request_body_limit());
+}
 
 }  // namespace rd::detect

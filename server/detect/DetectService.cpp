@@ -1,0 +1,273 @@
+#include "detect/DetectService.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <random>
+#include <sstream>
+
+#include "engine/FaceEngine.h"
+#include "http/Multipart.h"
+
+namespace rd::detect {
+
+namespace json = boost::json;
+using engine::ImageError;
+
+namespace {
+
+constexpr std::size_t kMaxImageBytes = 10 * 1024 * 1024;
+
+struct Attributes {
+  bool age = false, gender = false, smiling = false;
+};
+
+http::Response error(const http::Request& req, unsigned status, int code, const std::string& text) {
+  return http::json_response(req, status, json::object{{"error", text}, {"error_code", code}});
+}
+
+std::string random_hex32() {
+  thread_local std::mt19937_64 gen{std::random_device{}()};
+  static const char* digits = "0123456789abcdef";
+  std::string s(32, '0');
+  for (int half = 0; half < 2; ++half) {
+    std::uint64_t v = gen();
+    for (int i = 0; i < 16; ++i, v >>= 4)
+      s[static_cast<std::size_t>(half * 16 + i)] = digits[v & 15];
+  }
+  return s;
+}
+
+// Rounded to `places` decimals, as the answer shows them.
+double round_to(double v, int places) {
+  const double f = std::pow(10.0, places);
+  return std::round(v * f) / f;
+}
+
+// Parses "age,gender,..."; the names this engine cannot estimate (race,
+// glass, pose) are accepted and left out of the answer. Returns false on an
+// unknown name.
+bool parse_attributes(const std::string& text, Attributes& a, std::string& bad) {
+  if (text == "none") return true;
+  std::stringstream in(text);
+  std::string name;
+  while (std::getline(in, name, ',')) {
+    name.erase(0, name.find_first_not_of(" \t"));
+    name.erase(name.find_last_not_of(" \t") + 1);
+    if (name == "age")
+      a.age = true;
+    else if (name == "gender")
+      a.gender = true;
+    else if (name == "smiling")
+      a.smiling = true;
+    else if (name == "race" || name == "glass" || name == "pose")
+      continue;
+    else {
+      bad = name;
+      return false;
+    }
+  }
+  return true;
+}
+
+json::object point(double x, double y, int w, int h) {
+  return json::object{{"x", round_to(x / w * 100.0, 3)}, {"y", round_to(y / h * 100.0, 3)}};
+}
+
+json::object face_json(const engine::Face& f, const Attributes& want, const std::string& tag, int w,
+                       int h) {
+  json::object attr;
+  if (want.age)
+    attr["age"] =
+        json::object{{"value", static_cast<std::int64_t>(std::lround(std::max(f.age, 0.f)))},
+                     {"range", static_cast<std::int64_t>(std::lround(f.age_spread))}};
+  if (want.gender)
+    attr["gender"] = json::object{{"value", f.gender == engine::Gender::Male ? "Male" : "Female"},
+                                  {"confidence", round_to(f.gender_probability * 100.0, 3)}};
+  if (want.smiling)
+    attr["smiling"] = json::object{{"value", round_to(f.expressions[1] * 100.0, 3)}};
+
+  // The face box, kept inside the image.
+  const double x0 = std::clamp<double>(f.box.x, 0, w), y0 = std::clamp<double>(f.box.y, 0, h);
+  const double x1 = std::clamp<double>(f.box.x + f.box.width, 0, w);
+  const double y1 = std::clamp<double>(f.box.y + f.box.height, 0, h);
+
+  auto mean = [&](int from, int to) {
+    double x = 0, y = 0;
+    for (int i = from; i < to; ++i) {
+      x += f.landmarks[static_cast<std::size_t>(i)].x;
+      y += f.landmarks[static_cast<std::size_t>(i)].y;
+    }
+    return engine::Point{static_cast<float>(x / (to - from)), static_cast<float>(y / (to - from))};
+  };
+  // Left and right as seen in the image.
+  engine::Point eye_a = mean(36, 42), eye_b = mean(42, 48);
+  if (eye_b.x < eye_a.x) std::swap(eye_a, eye_b);
+  engine::Point mouth_a = f.landmarks[48], mouth_b = f.landmarks[54];
+  if (mouth_b.x < mouth_a.x) std::swap(mouth_a, mouth_b);
+  const engine::Point nose = f.landmarks[30];
+
+  json::object pos{
+      {"center", point((x0 + x1) / 2, (y0 + y1) / 2, w, h)},
+      {"eye_left", point(eye_a.x, eye_a.y, w, h)},
+      {"eye_right", point(eye_b.x, eye_b.y, w, h)},
+      {"mouth_left", point(mouth_a.x, mouth_a.y, w, h)},
+      {"mouth_right", point(mouth_b.x, mouth_b.y, w, h)},
+      {"nose", point(nose.x, nose.y, w, h)},
+      {"width", round_to((x1 - x0) / w * 100.0, 3)},
+      {"height", round_to((y1 - y0) / h * 100.0, 3)},
+  };
+  return json::object{{"face_id", random_hex32()},
+                      {"tag", tag},
+                      {"attribute", std::move(attr)},
+                      {"position", std::move(pos)}};
+}
+
+// JSON text with numbers in plain decimal notation ("49.4", not "4.94E1"),
+// as detection clients are used to.
+void write_plain(const json::value& v, std::string& out) {
+  switch (v.kind()) {
+    case json::kind::object: {
+      out += '{';
+      bool first = true;
+      for (const auto& kv : v.get_object()) {
+        if (!first) out += ',';
+        first = false;
+        out += json::serialize(json::string_view(kv.key()));
+        out += ':';
+        write_plain(kv.value(), out);
+      }
+      out += '}';
+      return;
+    }
+    case json::kind::array: {
+      out += '[';
+      bool first = true;
+      for (const auto& e : v.get_array()) {
+        if (!first) out += ',';
+        first = false;
+        write_plain(e, out);
+      }
+      out += ']';
+      return;
+    }
+    case json::kind::double_: {
+      const double d = v.get_double();
+      if (!std::isfinite(d)) {
+        out += "null";
+        return;
+      }
+      char buf[64];
+      auto r = std::to_chars(buf, buf + sizeof buf, d, std::chars_format::fixed);
+      out.append(buf, r.ptr);
+      return;
+    }
+    default:
+      out += json::serialize(v);
+  }
+}
+
+}  // namespace
+
+// Bodies up to this size are read and answered by the handler (an image
+// over the engine's byte limit gets its JSON error); larger ones get the
+// server core's 413.
+std::size_t request_body_limit() { return kMaxImageBytes + kMaxImageBytes / 2; }
+
+DetectService::DetectService(std::shared_ptr<const engine::FaceEngine> engine, std::string key,
+                             std::string secret, std::string why_unavailable)
+    : engine_(std::move(engine)),
+      key_(std::move(key)),
+      secret_(std::move(secret)),
+      why_unavailable_(std::move(why_unavailable)) {}
+
+http::Response DetectService::handle(const http::Request& req, http::Context& ctx) const {
+  const std::string* key = ctx.param("api_key");
+  const std::string* secret = ctx.param("api_secret");
+  if (!key || !secret)
+    return error(req, 401, kAuthorizationError,
+                 "AUTHORIZATION_ERROR: api_key and api_secret are required");
+  if (*key != key_ || *secret != secret_)
+    return error(req, 401, kAuthorizationError, "AUTHORIZATION_ERROR: wrong api_key or api_secret");
+
+  if (ctx.param("url"))
+    return error(req, 400, kUrlNotSupported,
+                 "IMAGE_DOWNLOAD_ERROR: url input is not supported by this server; send the photo "
+                 "as the multipart part \"img\"");
+
+  bool oneface = false;
+  if (const std::string* mode = ctx.param("mode")) {
+    if (*mode == "oneface")
+      oneface = true;
+    else if (*mode != "normal" && !mode->empty())
+      return error(req, 400, kBadArguments,
+                   "BAD_ARGUMENTS: mode must be \"normal\" or \"oneface\", not \"" + *mode + "\"");
+  }
+  Attributes want;
+  {
+    const std::string* attr = ctx.param("attribute");
+    std::string bad;
+    if (!parse_attributes(attr ? *attr : std::string("gender,age,race,smiling"), want, bad))
+      return error(req, 400, kBadArguments, "BAD_ARGUMENTS: unknown attribute \"" + bad + "\"");
+  }
+  const std::string* tag_p = ctx.param("tag");
+  const std::string tag = tag_p ? *tag_p : std::string();
+
+  auto boundary = http::multipart_boundary(req[http::bhttp::field::content_type]);
+  if (!boundary)
+    return error(req, 400, kMissingImage,
+                 "MISSING_ARGUMENTS: img (a multipart/form-data body with the part \"img\")");
+  auto parts = http::parse_multipart(req.body(), *boundary);
+  if (!parts.error.empty())
+    return error(req, 400, kMissingImage, "MISSING_ARGUMENTS: img (" + parts.error + ")");
+  const http::FormPart* img = parts.find("img");
+  if (!img || img->data.empty()) return error(req, 400, kMissingImage, "MISSING_ARGUMENTS: img");
+
+  if (!engine_)
+    return error(req, 503, kEngineUnavailable,
+                 "SERVER_UNAVAILABLE: face detection is not available on this server (" +
+                     why_unavailable_ + ")");
+
+  engine::Analysis result;
+  try {
+    result = engine_->analyze(img->data);
+  } catch (const ImageError& e) {
+    switch (e.kind) {
+      case ImageError::Kind::TooLarge:
+        return error(req, 413, kImageTooLarge, std::string("IMAGE_FILE_TOO_LARGE: ") + e.what());
+      case ImageError::Kind::Truncated:
+        return error(req, 400, kImageTruncated, std::string("IMAGE_ERROR_TRUNCATED: ") + e.what());
+      case ImageError::Kind::Corrupt:
+        return error(req, 400, kImageCorrupt, std::string("IMAGE_ERROR_CORRUPT: ") + e.what());
+      case ImageError::Kind::Empty:
+        return error(req, 400, kMissingImage, "MISSING_ARGUMENTS: img is empty");
+      case ImageError::Kind::NotImage:
+        break;
+    }
+    return error(req, 400, kUnsupportedFormat,
+                 std::string("IMAGE_ERROR_UNSUPPORTED_FORMAT: ") + e.what());
+  }
+
+  std::vector<const engine::Face*> faces;
+  for (const auto& f : result.faces) faces.push_back(&f);
+  if (oneface && faces.size() > 1) {
+    auto largest = std::max_element(faces.begin(), faces.end(), [](auto* a, auto* b) {
+      return a->box.width * a->box.height < b->box.width * b->box.height;
+    });
+    faces = {*largest};
+  }
+  json::array out;
+  for (const auto* f : faces) out.push_back(face_json(*f, want, tag, result.width, result.height));
+  json::value answer = json::object{{"face", std::move(out)},
+                                    {"img_width", result.width},
+                                    {"img_height", result.height},
+                                    {"img_id", random_hex32()},
+                                    {"session_id", random_hex32()}};
+  auto res = http::json_response(req, http::bhttp::status::ok, json::object{});
+  res.body().clear();
+  write_plain(answer, res.body());
+  res.prepare_payload();
+  return res;
+}
+
+}  // namespace rd::detect

@@ -1,0 +1,46 @@
+// The face detection web service: POST /v2/detection/detect answered from the
+// local face engine, in the JSON the app's detection client reads.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "http/HttpServer.h"
+
+namespace rd::engine {
+class FaceEngine;
+}
+
+namespace rd::detect {
+
+// Error codes of the answers ("error_code"), with their HTTP statuses.
+enum ErrorCode : int {
+  kInternalError = 1001,       // 500
+  kAuthorizationError = 1004,  // 401: wrong or missing api_key / api_secret
+  kBadArguments = 1005,        // 400: unknown mode or attribute
+  kEngineUnavailable = 1202,   // 503: the model files could not be loaded
+  kUnsupportedFormat = 1300,   // 400: the data is not a JPEG or PNG image
+  kUrlNotSupported = 1301,     // 400: "url" input (this server fetches nothing)
+  kImageTooLarge = 1302,       // 413: too many bytes or pixels
+  kImageTruncated = 1303,      // 400: the file ends early
+  kImageCorrupt = 1304,        // 400: JPEG/PNG that cannot be decoded
+  kMissingImage = 1305,        // 400: no multipart part "img"
+};
+
+class DetectService {
+ public:
+  // `engine` may be null: every request is then answered 503 with `why`.
+  DetectService(std::shared_ptr<const engine::FaceEngine> engine, std::string key,
+                std::string secret, std::string why_unavailable = {});
+
+  http::Response handle(const http::Request& req, http::Context& ctx) const;
+
+ private:
+  std::shared_ptr<const engine::FaceEngine> engine_;
+  std::string key_, secret_, why_unavailable_;
+};
+
+// Largest request body the route reads (the image limit plus multipart framing).
+std::size_t request_body_limit();
+
+}  // namespace rd::detect

@@ -1,0 +1,161 @@
+// The detection web service in a real rongdian-server process.
+#include <gtest/gtest.h>
+
+#include <boost/json.hpp>
+
+#include "TestFiles.h"
+#include "support/ServerProcess.h"
+
+namespace json = boost::json;
+
+namespace {
+
+const char* kQuery = "api_key=rongdian-dev-key&api_secret=rongdian-dev-secret";
+
+rdtest::HttpReply post_image(unsigned short port, const std::string& query,
+                             const std::string& image, const std::string& part = "img") {
+  const std::string boundary = "Boundary-1b4e28ba-2fa1-11d2-883f-0016d3cca427";
+  std::string body = "--" + boundary + "\r\nContent-Disposition: form-data; name=\"" + part +
+                     "\"; filename=\"image.jpeg\"\r\nContent-Type: image/jpeg\r\n\r\n" + image +
+                     "\r\n--" + boundary + "--\r\n";
+  return rdtest::http_request(port, "POST", "/v2/detection/detect?" + query, body,
+                              {{"Content-Type", "multipart/form-data; boundary=" + boundary}});
+}
+
+// Status and error code of an error answer.
+std::pair<int, long long> error_of(const rdtest::HttpReply& r) {
+  auto v = json::parse(r.body).as_object();
+  EXPECT_TRUE(v.contains("error")) << r.body;
+  return {r.status, v.at("error_code").as_int64()};
+}
+
+class DetectService : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { server_ = new rdtest::ServerProcess(); }
+  static void TearDownTestSuite() {
+    delete server_;
+    server_ = nullptr;
+  }
+  static rdtest::ServerProcess* server_;
+};
+rdtest::ServerProcess* DetectService::server_ = nullptr;
+
+}  // namespace
+
+TEST_F(DetectService, AnswersARealPhotoWithTheFaceFields) {
+  ASSERT_TRUE(server_->ok()) << server_->startup_output();
+  auto r = post_image(server_->port(),
+                      std::string(kQuery) + "&mode=normal&attribute=age,race,gender,smiling&tag=t1",
+                      rdtest::read_bytes(rdtest::sample_path(2)));
+  ASSERT_EQ(r.status, 200) << r.body;
+  auto v = json::parse(r.body).as_object();
+  EXPECT_EQ(v.at("img_width").as_int64(), 1920);
+  EXPECT_EQ(v.at("img_height").as_int64(), 1367);
+  EXPECT_EQ(v.at("img_id").as_string().size(), 32u);
+  EXPECT_EQ(v.at("session_id").as_string().size(), 32u);
+  auto& faces = v.at("face").as_array();
+  ASSERT_EQ(faces.size(), 1u);
+  auto& f = faces[0].as_object();
+  EXPECT_EQ(f.at("face_id").as_string().size(), 32u);
+  EXPECT_EQ(f.at("tag").as_string(), "t1");
+  auto& attr = f.at("attribute").as_object();
+  EXPECT_FALSE(attr.contains("race"));  // not estimated, left out
+  EXPECT_TRUE(attr.at("age").at("value").is_int64());
+  EXPECT_GE(attr.at("age").at("range").as_int64(), 2);
+  const std::string gender(attr.at("gender").at("value").as_string());
+  EXPECT_TRUE(gender == "Male" || gender == "Female");
+  const double conf = attr.at("gender").at("confidence").to_number<double>();
+  EXPECT_GE(conf, 50.0);
+  EXPECT_LE(conf, 100.0);
+  const double smile = attr.at("smiling").at("value").to_number<double>();
+  EXPECT_GE(smile, 0.0);
+  EXPECT_LE(smile, 100.0);
+  auto& pos = f.at("position").as_object();
+  auto num = [&](const char* a, const char* b) { return pos.at(a).at(b).to_number<double>(); };
+  for (const char* k : {"center", "eye_left", "eye_right", "mouth_left", "mouth_right", "nose"}) {
+    EXPECT_GT(num(k, "x"), 0.0) << k;
+    EXPECT_LT(num(k, "x"), 100.0) << k;
+    EXPECT_GT(num(k, "y"), 0.0) << k;
+    EXPECT_LT(num(k, "y"), 100.0) << k;
+  }
+  EXPECT_LT(num("eye_left", "x"), num("eye_right", "x"));
+  EXPECT_LT(num("mouth_left", "x"), num("mouth_right", "x"));
+  EXPECT_GT(pos.at("width").to_number<double>(), 5.0);
+  // The photo's face is in its upper right part.
+  EXPECT_GT(num("center", "x"), 50.0);
+  EXPECT_LT(num("center", "y"), 50.0);
+  // Plain decimals in the text.
+  EXPECT_EQ(r.body.find("E1"), std::string::npos) << r.body;
+}
+
+TEST_F(DetectService, ModesAndAttributes) {
+  const std::string photo = rdtest::read_bytes(rdtest::sample_path(5));
+  auto all = post_image(server_->port(), std::string(kQuery) + "&attribute=none", photo);
+  ASSERT_EQ(all.status, 200) << all.body;
+  auto faces = json::parse(all.body).at("face").as_array();
+  ASSERT_EQ(faces.size(), 5u);
+  EXPECT_TRUE(faces[0].at("attribute").as_object().empty());
+  EXPECT_EQ(faces[0].at("tag").as_string(), "");
+
+  auto one =
+      post_image(server_->port(), std::string(kQuery) + "&mode=oneface&attribute=gender", photo);
+  ASSERT_EQ(one.status, 200) << one.body;
+  auto only = json::parse(one.body).at("face").as_array();
+  ASSERT_EQ(only.size(), 1u);
+  double largest = 0;
+  for (auto& f : faces)
+    largest = std::max(largest, f.at("position").at("width").to_number<double>() *
+                                    f.at("position").at("height").to_number<double>());
+  EXPECT_DOUBLE_EQ(only[0].at("position").at("width").to_number<double>() *
+                       only[0].at("position").at("height").to_number<double>(),
+                   largest);
+  auto& attr = only[0].at("attribute").as_object();
+  EXPECT_TRUE(attr.contains("gender"));
+  EXPECT_FALSE(attr.contains("age"));
+  EXPECT_FALSE(attr.contains("smiling"));
+
+  EXPECT_EQ(error_of(post_image(server_->port(), std::string(kQuery) + "&mode=many", photo)),
+            (std::pair<int, long long>{400, 1005}));
+  EXPECT_EQ(
+      error_of(post_image(server_->port(), std::string(kQuery) + "&attribute=age,hair", photo)),
+      (std::pair<int, long long>{400, 1005}));
+}
+
+TEST_F(DetectService, ErrorsAreJsonAndTheServerStaysUp) {
+  const unsigned short port = server_->port();
+  const std::string jpeg = rdtest::read_bytes(rdtest::sample_path(2));
+  using P = std::pair<int, long long>;
+  EXPECT_EQ(error_of(post_image(port, "api_key=rongdian-dev-key&api_secret=nope", jpeg)),
+            (P{401, 1004}));
+  EXPECT_EQ(error_of(post_image(port, "api_secret=rongdian-dev-secret", jpeg)), (P{401, 1004}));
+  EXPECT_EQ(error_of(post_image(port, std::string(kQuery) + "&url=http://example.com/a.jpg", "")),
+            (P{400, 1301}));
+  EXPECT_EQ(error_of(post_image(port, kQuery, jpeg, "photo")), (P{400, 1305}));
+  EXPECT_EQ(
+      error_of(rdtest::http_request(port, "POST", std::string("/v2/detection/detect?") + kQuery,
+                                    "x", {{"Content-Type", "text/plain"}})),
+      (P{400, 1305}));
+  EXPECT_EQ(error_of(post_image(port, kQuery, "GIF89a not really")), (P{400, 1300}));
+  EXPECT_EQ(error_of(post_image(port, kQuery, jpeg.substr(0, jpeg.size() / 2))), (P{400, 1303}));
+  EXPECT_EQ(error_of(post_image(port, kQuery, rdtest::png_claiming(50000, 50000))), (P{413, 1302}));
+  EXPECT_EQ(error_of(post_image(port, kQuery, rdtest::jpeg_claiming(jpeg, 10000, 10000))),
+            (P{413, 1302}));
+  EXPECT_EQ(error_of(post_image(port, kQuery, "\xff\xd8\xff" + std::string(11 << 20, 'x'))),
+            (P{413, 1302}));
+  EXPECT_EQ(post_image(port, kQuery, std::string(20 << 20, 'x')).status, 413);
+  EXPECT_EQ(error_of(post_image(port, kQuery, rdtest::png_claiming(30, 30))), (P{400, 1304}));
+
+  auto health = rdtest::http_request(port, "GET", "/healthz");
+  EXPECT_EQ(health.status, 200);
+  EXPECT_EQ(post_image(port, kQuery, jpeg).status, 200);
+}
+
+TEST(DetectServiceWithoutModels, ServerStartsAndAnswers503) {
+  rdtest::TempDir empty;
+  rdtest::ServerProcess server({"--models", empty.path()});
+  ASSERT_TRUE(server.ok()) << server.startup_output();
+  EXPECT_EQ(rdtest::http_request(server.port(), "GET", "/healthz").status, 200);
+  auto r = post_image(server.port(), kQuery, rdtest::read_bytes(rdtest::sample_path(2)));
+  EXPECT_EQ(error_of(r), (std::pair<int, long long>{503, 1202}));
+  EXPECT_NE(r.body.find("tiny_face_detector_model"), std::string::npos) << r.body;
+}

@@ -6,6 +6,15 @@
 #include <QSettings>
 #include <QtQml>
 
+#include "face/CaptureFlow.h"
+#include "face/FaceppClient.h"
+#include "face/ui/CaptureController.h"
+#include "face/ui/CaptureImages.h"
+#include "face/ui/NumberJump.h"
+#include "face/ui/ResultViewController.h"
+#include "service/Endpoints.h"
+#include "service/LocalUserInfo.h"
+#include "shell/ProgressDisplay.h"
 #include "shell/ui/AlertCenter.h"
 #include "shell/ui/AppDelegate.h"
 #include "shell/ui/MessageBarModel.h"
@@ -17,6 +26,9 @@ AppShell::AppShell(QObject* parent) : QObject(parent) {
   installAdapters();
   delegate_ = new AppDelegate(this);
   qmlRegisterSingletonInstance("Rongdian", 1, 0, "App", delegate_);
+  capture_ = new CaptureController(this);
+  qmlRegisterSingletonInstance("Rongdian", 1, 0, "Capture", capture_);
+  engine_.addImageProvider(QStringLiteral("capture"), new CaptureImages);
 }
 
 AppShell::~AppShell() {
@@ -31,12 +43,49 @@ void AppShell::registerQmlTypes() {
   qmlRegisterSingletonInstance("Rongdian", 1, 0, "MessageBar", MessageBarModel::instance());
   qmlRegisterSingletonInstance("Rongdian", 1, 0, "Alerts", AlertCenter::instance());
   qmlRegisterUncreatableType<ProgressHud>("Rongdian", 1, 0, "ProgressHud", "the app's display");
+  qmlRegisterUncreatableType<NumberJump>("Rongdian", 1, 0, "NumberJump", "made by its screen");
+  qmlRegisterUncreatableType<ResultViewController>("Rongdian", 1, 0, "ResultLogic",
+                                                   "made by the capture flow");
 }
 
-void AppShell::installAdapters() { AlertCenter::instance()->installAsAlertPresenter(); }
+void AppShell::installAdapters() {
+  AlertCenter::instance()->installAsAlertPresenter();
+  ProgressDisplay::setPresenter([](ProgressDisplay::Kind kind, const QString& text, double f) {
+    ProgressHud* hud = ProgressHud::instance();
+    switch (kind) {
+      case ProgressDisplay::Kind::Show:
+        hud->showWithStatus(text);
+        break;
+      case ProgressDisplay::Kind::Progress:
+        hud->showProgress(f, text);
+        break;
+      case ProgressDisplay::Kind::Success:
+        hud->showSuccessWithStatus(text);
+        break;
+      case ProgressDisplay::Kind::Error:
+        hud->showErrorWithStatus(text);
+        break;
+      case ProgressDisplay::Kind::Dismiss:
+        hud->dismiss();
+        break;
+    }
+  });
+  MessageBar::setPresenter([](const QString& title, const QString& text, MessageBar::Type type) {
+    MessageBarModel::instance()->showMessage(title, text, int(type));
+  });
+}
 
 bool AppShell::start(const Options& options) {
   delegate_->setServerUrl(options.serverUrl);
+  // The home screen's set-up of the detection client, then every client
+  // pointed at the one server when one is given.
+  CaptureFlow::setUpDetectionClient();
+  if (!options.serverUrl.isEmpty()) {
+    QString base = options.serverUrl;
+    while (base.endsWith(QLatin1Char('/'))) base.chop(1);
+    Endpoints::setServerUrl(base);
+    FaceppClient::setServer(base + QStringLiteral("/v2/"));
+  }
   if (options.push) {
     push_ = new PushClient(this);
     if (!options.serverUrl.isEmpty()) {
@@ -46,7 +95,7 @@ bool AppShell::start(const Options& options) {
       url.setPath(QStringLiteral("/push"));
       push_->setUrl(url);
     }
-    push_->setDeviceToken(QSettings().value(QStringLiteral("DeviceToken")).toString());
+    push_->setDeviceToken(LocalUserInfo::deviceToken());
     delegate_->setPushClient(push_);
   }
   engine_.addImportPath(QStringLiteral("qrc:/qml"));

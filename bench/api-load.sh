@@ -3,7 +3,9 @@
 # PostgreSQL, beside nginx answering a static reply of the same size (the
 # ceiling for this machine). Prints requests/s, p50 and p99 per command and
 # the ratio to the static figure.
-#   bench/api-load.sh [BUILD_DIR]     (BENCH_SECONDS=3, BENCH_CONNECTIONS=64)
+#   bench/api-load.sh [BUILD_DIR]
+# Environment: BENCH_SECONDS (3), BENCH_CONNECTIONS (64), BENCH_PG_THREADS (8:
+# requests wait on PostgreSQL, so that engine gets more workers than cores).
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(dirname "$here")
@@ -33,12 +35,12 @@ free_port() {
   done
 }
 
-# start_server NAME DATABASE -> sets $port
+# start_server NAME DATABASE THREADS -> sets $port
 start_server() {
-  local name=$1 db=$2
+  local name=$1 db=$2 threads=$3
   mkdir -p "$work/$name"
   "$server" --listen 127.0.0.1:0 --data "$work/$name" --quiet --database "$db" \
-    --auth-rate-address 0 >"$work/$name/out" 2>"$work/$name/err" &
+    --threads "$threads" --auth-rate-address 0 >"$work/$name/out" 2>"$work/$name/err" &
   pids+=($!)
   for _ in $(seq 100); do
     port=$(sed -n 's/.*listening on http:\/\/127.0.0.1:\([0-9]*\).*/\1/p' "$work/$name/out")
@@ -94,6 +96,7 @@ body_for() {
 
 engines=(sqlite)
 declare -A dburl=([sqlite]="sqlite:$work/sqlite.db")
+declare -A threads=([sqlite]=0 [postgresql]=${BENCH_PG_THREADS:-8})
 if pg=$("$root/scripts/pg-test-server.sh" start "$work/pg" 2>"$work/pg.err"); then
   engines+=(postgresql)
   dburl[postgresql]=$pg
@@ -103,11 +106,10 @@ fi
 
 declare -A size rps_of p50_of p99_of bad_of
 for e in "${engines[@]}"; do
-  start_server "$e" "${dburl[$e]}"
+  start_server "$e" "${dburl[$e]}" "${threads[$e]}"
   seed "$port"
   for c in "${cmds[@]}"; do
     reply=$(api "$port" "${cmd_name[$c]}" "$(body_for "$c")")
-    [ "$e" = sqlite ] && size[$c]=${#reply}  # characters; bytes below
     [ "$e" = sqlite ] && size[$c]=$(printf '%s' "$reply" | wc -c)
     run "http://127.0.0.1:$port/api?cmd=${cmd_name[$c]}" "$(body_for "$c")"
     rps_of[$e.$c]=$rps p50_of[$e.$c]=$p50 p99_of[$e.$c]=$p99 bad_of[$e.$c]=$bad

@@ -1,4 +1,4 @@
-# Values the app is built with (the spec of the app reads no configuration
+# Values the app is built with (the app reads no configuration
 # file) and the server's matching local defaults. Override with -D at configure
 # time for a real deployment.
 set(RD_SERVER_URL "http://127.0.0.1:8080" CACHE STRING "Base URL of the local rongdian-server")

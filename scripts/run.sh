@@ -48,7 +48,7 @@ if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ] && [ -z "${RONGDIAN_HEADLESS:-}" ];
   exit 0
 fi
 
-photo="$root/models/sample-face.jpg"
+photo="$root/app/ui/sample-face.jpg"  # from the model package's sample1.jpg, cut to one face
 out="$data/result.png"
 echo "run: no display; running the main job headless on $photo"
 QT_QPA_PLATFORM=offscreen "$app" --server "$url" --headless-result "$photo" --out "$out"

@@ -7,7 +7,14 @@
 #include <QtQml>
 
 #include "community/ui/Community.h"
+#include "face/CaptureFlow.h"
+#include "face/FaceppClient.h"
+#include "face/ui/CaptureController.h"
+#include "face/ui/CaptureImages.h"
+#include "face/ui/NumberJump.h"
+#include "face/ui/ResultViewController.h"
 #include "service/Endpoints.h"
+#include "service/LocalUserInfo.h"
 #include "shell/ProgressDisplay.h"
 #include "shell/ui/AlertCenter.h"
 #include "shell/ui/AppDelegate.h"
@@ -21,6 +28,9 @@ AppShell::AppShell(QObject* parent) : QObject(parent) {
   Community::installImageCache(&engine_);
   delegate_ = new AppDelegate(this);
   qmlRegisterSingletonInstance("Rongdian", 1, 0, "App", delegate_);
+  capture_ = new CaptureController(this);
+  qmlRegisterSingletonInstance("Rongdian", 1, 0, "Capture", capture_);
+  engine_.addImageProvider(QStringLiteral("capture"), new CaptureImages);
 }
 
 AppShell::~AppShell() {
@@ -35,14 +45,16 @@ void AppShell::registerQmlTypes() {
   qmlRegisterSingletonInstance("Rongdian", 1, 0, "MessageBar", MessageBarModel::instance());
   qmlRegisterSingletonInstance("Rongdian", 1, 0, "Alerts", AlertCenter::instance());
   qmlRegisterUncreatableType<ProgressHud>("Rongdian", 1, 0, "ProgressHud", "the app's display");
+  qmlRegisterUncreatableType<NumberJump>("Rongdian", 1, 0, "NumberJump", "made by its screen");
+  qmlRegisterUncreatableType<ResultViewController>("Rongdian", 1, 0, "ResultLogic",
+                                                   "made by the capture flow");
   Community::registerQmlTypes();
 }
 
 void AppShell::installAdapters() {
   AlertCenter::instance()->installAsAlertPresenter();
-  // The backend client's progress display and message bar land on the app's overlays.
   ProgressDisplay::setPresenter([](ProgressDisplay::Kind kind, const QString& text, double f) {
-    auto* hud = ProgressHud::instance();
+    ProgressHud* hud = ProgressHud::instance();
     switch (kind) {
       case ProgressDisplay::Kind::Show:
         hud->showWithStatus(text);
@@ -61,15 +73,22 @@ void AppShell::installAdapters() {
         break;
     }
   });
-  MessageBar::setPresenter(
-      [](const QString& title, const QString& description, MessageBar::Type type) {
-        MessageBarModel::instance()->showMessage(title, description, int(type));
-      });
+  MessageBar::setPresenter([](const QString& title, const QString& text, MessageBar::Type type) {
+    MessageBarModel::instance()->showMessage(title, text, int(type));
+  });
 }
 
 bool AppShell::start(const Options& options) {
   delegate_->setServerUrl(options.serverUrl);
-  if (!options.serverUrl.isEmpty()) Endpoints::setServerUrl(options.serverUrl);
+  // The home screen's set-up of the detection client, then every client
+  // pointed at the one server when one is given.
+  CaptureFlow::setUpDetectionClient();
+  if (!options.serverUrl.isEmpty()) {
+    QString base = options.serverUrl;
+    while (base.endsWith(QLatin1Char('/'))) base.chop(1);
+    Endpoints::setServerUrl(base);
+    FaceppClient::setServer(base + QStringLiteral("/v2/"));
+  }
   if (options.push) {
     push_ = new PushClient(this);
     if (!options.serverUrl.isEmpty()) {
@@ -79,7 +98,7 @@ bool AppShell::start(const Options& options) {
       url.setPath(QStringLiteral("/push"));
       push_->setUrl(url);
     }
-    push_->setDeviceToken(QSettings().value(QStringLiteral("DeviceToken")).toString());
+    push_->setDeviceToken(LocalUserInfo::deviceToken());
     delegate_->setPushClient(push_);
   }
   engine_.addImportPath(QStringLiteral("qrc:/qml"));

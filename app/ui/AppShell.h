@@ -11,6 +11,7 @@
 #include <memory>
 
 class AppDelegate;
+class CaptureController;
 class PushClient;
 class QQuickWindow;
 class QQuickItem;
@@ -19,7 +20,7 @@ class AppShell : public QObject {
   Q_OBJECT
  public:
   struct Options {
-    QString serverUrl;  // "" = the build-time addresses
+    QString serverUrl;  // "" = the build-time addresses (http://HOST:PORT)
     bool push = true;   // connect to the push gateway at start-up
   };
 
@@ -37,6 +38,7 @@ class AppShell : public QObject {
   bool start(const Options& options);
 
   AppDelegate* delegate() const { return delegate_; }
+  CaptureController* capture() const { return capture_; }
   PushClient* pushClient() const { return push_; }
   QQmlApplicationEngine& engine() { return engine_; }
   QQuickWindow* window() const;
@@ -47,5 +49,6 @@ class AppShell : public QObject {
  private:
   QQmlApplicationEngine engine_;
   AppDelegate* delegate_ = nullptr;
+  CaptureController* capture_ = nullptr;
   PushClient* push_ = nullptr;
 };

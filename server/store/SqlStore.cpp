@@ -125,10 +125,11 @@ SqlStore::SqlStore(Dialect dialect, std::function<std::unique_ptr<Conn>()> facto
 }
 
 template <class F>
-auto SqlStore::write(F&& f) {
+auto SqlStore::write(F&& f, bool single_statement) {
   std::unique_lock<std::mutex> serial;
   if (dialect_.serialize_writes) serial = std::unique_lock(writer_);
   auto c = pool_.get();
+  if (single_statement) return f(*c);
   c->begin_write();
   try {
     if constexpr (std::is_void_v<decltype(f(*c))>) {
@@ -239,7 +240,7 @@ void SqlStore::clear_unread(const std::string& user_id) {
     auto rows = c->query("SELECT unread FROM users WHERE id = ?", {user_id});
     if (rows.empty() || rows[0].i(0) == 0) return;
   }
-  write([&](Conn& c) { c.query("UPDATE users SET unread = 0 WHERE id = ?", {user_id}); });
+  write([&](Conn& c) { c.query("UPDATE users SET unread = 0 WHERE id = ?", {user_id}); }, true);
 }
 
 Item SqlStore::add_item(const Item& in) {
@@ -317,14 +318,16 @@ RemoveResult SqlStore::remove_item(std::int64_t id, const std::string& user_id, 
 }
 
 std::optional<Item> SqlStore::vote(std::int64_t id, bool like, std::int64_t now_ms) {
-  auto changed = write([&](Conn& c) {
-    auto rows = c.query(
-        "UPDATE items SET num_look_score = num_look_score + ?, num_like = num_like + ?, "
-        "num_dislike = num_dislike + ?, updated_ms = ? WHERE id = ? RETURNING id",
-        {std::int64_t{like ? 100 : -100}, std::int64_t{like ? 1 : 0}, std::int64_t{like ? 0 : 1},
-         now_ms, id});
-    return !rows.empty();
-  });
+  auto changed = write(
+      [&](Conn& c) {
+        auto rows = c.query(
+            "UPDATE items SET num_look_score = num_look_score + ?, num_like = num_like + ?, "
+            "num_dislike = num_dislike + ?, updated_ms = ? WHERE id = ? RETURNING id",
+            {std::int64_t{like ? 100 : -100}, std::int64_t{like ? 1 : 0},
+             std::int64_t{like ? 0 : 1}, now_ms, id});
+        return !rows.empty();
+      },
+      true);
   if (!changed) return std::nullopt;
   auto c = pool_.get();
   return item_on(*c, id);

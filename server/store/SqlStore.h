@@ -107,9 +107,11 @@ class SqlStore : public Store {
 
  private:
   void migrate();
-  // Runs f(conn) in a write transaction; rolls back when f throws.
+  // Runs f(conn) in a write transaction; rolls back when f throws. A single
+  // statement runs on its own (atomic by itself), which holds row locks for
+  // the shortest time.
   template <class F>
-  auto write(F&& f);
+  auto write(F&& f, bool single_statement = false);
   std::optional<Item> item_on(Conn& c, std::int64_t id);
 
   Dialect dialect_;

@@ -1,82 +1,38 @@
-// Photo storage: upload tokens made here with OpenSSL (independently of the
+// Photo storage: upload tokens made with OpenSSL (independently of the
 // server's code), uploads over HTTP, downloads byte for byte, the backup
 // upload address, and the refusals.
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
-#include <openssl/hmac.h>
 
 #include <boost/json.hpp>
-#include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <opencv2/imgcodecs.hpp>
-#include <sstream>
 
 #include "storage/PhotoFiles.h"
-#include "support/ServerProcess.h"
+#include "storage_testing.h"
 
 namespace {
 
-const std::string kAk = "test-ak", kSk = "test-sk", kBucket = "photos";
+using rdtest::b64url;
+using rdtest::sample_jpeg;
+using rdtest::upload;
+using Field = rdtest::FormField;
 
-std::string b64url(const std::string& in) {
-  std::string out(4 * ((in.size() + 2) / 3) + 1, '\0');
-  int n = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(out.data()),
-                          reinterpret_cast<const unsigned char*>(in.data()),
-                          static_cast<int>(in.size()));
-  out.resize(static_cast<std::size_t>(n));
-  for (char& c : out) c = c == '+' ? '-' : c == '/' ? '_' : c;
-  return out;
-}
+const std::string kAk = "test-ak", kSk = "test-sk", kBucket = "photos";
 
 std::string make_token(const std::string& policy_json, const std::string& ak = kAk,
                        const std::string& sk = kSk) {
-  std::string encoded = b64url(policy_json);
-  unsigned char md[EVP_MAX_MD_SIZE];
-  unsigned len = 0;
-  HMAC(EVP_sha1(), sk.data(), static_cast<int>(sk.size()),
-       reinterpret_cast<const unsigned char*>(encoded.data()), encoded.size(), md, &len);
-  return ak + ":" + b64url(std::string(reinterpret_cast<char*>(md), len)) + ":" + encoded;
+  return rdtest::make_upload_token(policy_json, ak, sk);
 }
 
 std::string policy(const std::string& scope, long long deadline_offset = 3600) {
-  return "{\"scope\":\"" + scope + "\",\"deadline\":" +
-         std::to_string(static_cast<long long>(std::time(nullptr)) + deadline_offset) + "}";
+  return rdtest::upload_policy(scope, deadline_offset);
 }
-
-std::string read_file(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-
-std::string sample_jpeg() { return read_file(std::string(RD_MODELS_DIR) + "/demo/sample1.jpg"); }
 
 std::string small_png() {
   cv::Mat img(40, 30, CV_8UC3, cv::Scalar(10, 200, 30));
   std::vector<uchar> out;
   cv::imencode(".png", img, out);
   return std::string(out.begin(), out.end());
-}
-
-struct Field {
-  std::string name, value;
-  bool is_file = false;
-};
-
-rdtest::HttpReply upload(unsigned short port, const std::vector<Field>& fields,
-                         const std::string& path = "/upload") {
-  const std::string boundary = "----rdtestBoundary7MA4YWxk";
-  std::string body;
-  for (const auto& f : fields) {
-    body += "--" + boundary + "\r\nContent-Disposition: form-data; name=\"" + f.name + "\"";
-    if (f.is_file) body += "; filename=\"photo\"\r\nContent-Type: application/octet-stream";
-    body += "\r\n\r\n" + f.value + "\r\n";
-  }
-  body += "--" + boundary + "--\r\n";
-  return rdtest::http_request(port, "POST", path, body,
-                              {{"Content-Type", "multipart/form-data; boundary=" + boundary}});
 }
 
 std::string error_of(const rdtest::HttpReply& r) {

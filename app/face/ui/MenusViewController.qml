@@ -4,6 +4,7 @@
 // come from MenusFeeds.qml when the app has it.
 import QtQuick
 import QtQuick.Controls
+import QtQuick.Dialogs
 import Rongdian
 
 BaseViewController {
@@ -51,6 +52,22 @@ BaseViewController {
     }
 
     Component.onCompleted: setleftBtnRedNum(0)
+
+    // The album: a file dialog for photos.
+    FileDialog {
+        id: imagePicker
+        objectName: "imagePicker"
+        title: "相册"
+        nameFilters: ["照片 (*.jpg *.jpeg *.png *.bmp *.webp)"]
+        onAccepted: Capture.libraryPicked(selectedFile)
+        onRejected: Capture.libraryCancelled()
+    }
+    Connections {
+        target: typeof Capture !== "undefined" ? Capture : null
+        function onOpenLibrary() {
+            imagePicker.open()
+        }
+    }
 
     // Without the feeds: a picture and a hint where they would be.
     Column {

@@ -29,8 +29,8 @@ std::vector<NumberJump::Point> NumberJump::bezierPoints(int duration, float from
 
 QString NumberJump::stepText(double value) {
   // Taken as an integer first (NaN and out-of-range values read as 0).
-  const double v = std::isfinite(value) && std::fabs(value) < 2147483648.0 ? std::trunc(value) : 0;
-  return QString::asprintf("%.0f", v);
+  const int v = std::isfinite(value) && std::fabs(value) < 2147483648.0 ? int(value) : 0;
+  return QString::asprintf("%.0f", double(v));
 }
 
 void NumberJump::jumpNumber(float from, float to) {

@@ -5,9 +5,9 @@
 #include <QFile>
 #include <QGuiApplication>
 #include <QScreen>
-#include <QSettings>
 
 #include "BuildConfig.h"
+#include "service/LocalUserInfo.h"
 #include "shell/NotificationCenter.h"
 #include "shell/UnreadBadge.h"
 #include "shell/ui/MessageBarModel.h"
@@ -151,7 +151,7 @@ void AppDelegate::setApplicationIconBadgeNumber(int n) {
 }
 
 void AppDelegate::didRegisterForRemoteNotificationsWithDeviceToken(const QString& tokenText) {
-  QSettings().setValue(QStringLiteral("DeviceToken"), tokenText);
+  LocalUserInfo::setDeviceToken(tokenText);
 }
 
 void AppDelegate::didFailToRegisterForRemoteNotificationsWithError(const QString& error) {

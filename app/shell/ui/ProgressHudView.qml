@@ -9,13 +9,18 @@ Item {
     objectName: "progressHud"
     visible: Hud.visible
 
+    // While a photo is being cropped the display waits at the top and lets
+    // the crop screen take the touches.
+    readonly property bool cropping: typeof Capture !== "undefined" && Capture.cropping
+
     MouseArea {
         anchors.fill: parent
-        enabled: Hud.modal
-        visible: Hud.modal
+        enabled: Hud.modal && !root.cropping
+        visible: enabled
     }
     Rectangle {
-        anchors.centerIn: parent
+        anchors.horizontalCenter: parent.horizontalCenter
+        y: root.cropping ? 30 : (root.height - height) / 2
         width: Math.max(110, Math.min(root.width - 60, label.implicitWidth + 32))
         height: column.implicitHeight + 28
         radius: 10

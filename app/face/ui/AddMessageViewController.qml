@@ -1,0 +1,65 @@
+// The message pop-up of a photo being published: 1 to 100 characters, then
+// the result screen (ResultVC) publishes with it.
+import QtQuick
+import QtQuick.Controls
+import Rongdian
+
+Rectangle {
+    id: popup
+    objectName: "AddMessageViewController"
+    property var resultVC // the result screen that opened it (ResultVC)
+    property alias text: textMessage.text
+    width: 280
+    height: 210
+    radius: 10
+    color: "white"
+
+    // disSelectVCAction: validates and hands the text back.
+    function disSelectVCAction() {
+        const message = textMessage.text
+        if (message.length === 0) {
+            Hud.showErrorWithStatus("主人，请输入内容")
+            return
+        }
+        if (message.length >= 101) {
+            Hud.showErrorWithStatus("主人，请删除一些内容")
+            return
+        }
+        textMessage.focus = false
+        const result = resultVC
+        App.dismissPopup()
+        Qt.callLater(function () {
+            result.addMessageSuccess(message)
+        })
+    }
+
+    Column {
+        anchors.fill: parent
+        anchors.margins: 14
+        spacing: 12
+        ScrollView {
+            width: parent.width
+            height: 120
+            TextArea {
+                id: textMessage
+                objectName: "textMessage"
+                placeholderText: "写句话，让大家给你点赞吧！1个赞增加100容点哟：）"
+                wrapMode: TextEdit.Wrap
+                font.pixelSize: 15
+                background: Rectangle {
+                    border.color: "#dddddd"
+                    radius: 6
+                }
+            }
+        }
+        Button {
+            id: btnOK
+            objectName: "btnOK"
+            anchors.horizontalCenter: parent.horizontalCenter
+            text: "确定"
+            implicitWidth: 120
+            font.pixelSize: 16
+            onClicked: popup.disSelectVCAction()
+        }
+    }
+}

@@ -1,0 +1,154 @@
+// The camera screen: the live preview (enlarged 1.5 times) under the overlay
+// with the hint line, the two "+" eye marks, "转", "取消" and "拍照".
+import QtQuick
+import QtQuick.Controls
+import QtMultimedia
+import Rongdian
+
+Rectangle {
+    id: cameraScreen
+    objectName: "CameraViewController"
+    color: "black"
+
+    function deviceFor(front) {
+        const inputs = mediaDevices.videoInputs
+        for (let i = 0; i < inputs.length; ++i)
+            if ((inputs[i].position === CameraDevice.FrontFace) === front)
+                return inputs[i]
+        return mediaDevices.defaultVideoInput
+    }
+
+    MediaDevices {
+        id: mediaDevices
+    }
+    CaptureSession {
+        camera: Camera {
+            id: camera
+            cameraDevice: cameraScreen.deviceFor(Capture.frontCamera)
+            active: mediaDevices.videoInputs.length > 0
+        }
+        imageCapture: ImageCapture {
+            id: imageCapture
+            onImageCaptured: (requestId, previewImage) => Capture.cameraCaptured(previewImage)
+        }
+        videoOutput: preview
+    }
+    Item {
+        id: previewParent
+        anchors.fill: parent
+        clip: true
+        VideoOutput {
+            id: preview
+            anchors.fill: parent
+            scale: 1.5
+            fillMode: VideoOutput.PreserveAspectCrop
+        }
+        // The switch's transition: a ripple of light from the top.
+        Rectangle {
+            id: ripple
+            width: parent.width
+            height: parent.height
+            opacity: 0
+            gradient: Gradient {
+                GradientStop {
+                    position: 0
+                    color: "#ccffffff"
+                }
+                GradientStop {
+                    position: 1
+                    color: "#00ffffff"
+                }
+            }
+            SequentialAnimation on opacity {
+                id: rippleEffect
+                running: false
+                NumberAnimation {
+                    to: 1
+                    duration: 300
+                    easing.type: Easing.OutQuad
+                }
+                NumberAnimation {
+                    to: 0
+                    duration: 700
+                    easing.type: Easing.OutQuad
+                }
+            }
+        }
+    }
+    Connections {
+        target: Capture
+        function onCameraDeviceChanged() {
+            rippleEffect.restart()
+        }
+        function onTakePictureRequested() {
+            imageCapture.capture()
+        }
+    }
+
+    // The overlay.
+    Rectangle {
+        objectName: "overlayHint"
+        y: 20
+        width: parent.width
+        height: 36
+        color: "#66000000"
+        Label {
+            anchors.centerIn: parent
+            text: "将眼睛尽量放在标示上，以便精确计算"
+            color: "white"
+            font.pixelSize: 14
+        }
+    }
+    Repeater {
+        model: 2
+        delegate: Label {
+            objectName: "eyeMark" + index
+            x: cameraScreen.width * (index === 0 ? 0.33 : 0.67) - width / 2
+            y: cameraScreen.height * 0.38 - height / 2
+            text: "+"
+            color: "white"
+            font.pixelSize: 40
+        }
+    }
+    Rectangle {
+        anchors.bottom: parent.bottom
+        width: parent.width
+        height: 80
+        color: "#88000000"
+    }
+    Row {
+        anchors.bottom: parent.bottom
+        width: parent.width
+        height: 80
+        Button {
+            objectName: "bntChangeType"
+            width: parent.width / 3
+            height: parent.height
+            flat: true
+            text: "转"
+            palette.buttonText: "white"
+            font.pixelSize: 18
+            onClicked: Capture.bntChangeTypeAction()
+        }
+        Button {
+            objectName: "savePhoto"
+            width: parent.width / 3
+            height: parent.height
+            flat: true
+            text: "拍照"
+            palette.buttonText: "white"
+            font.pixelSize: 18
+            onClicked: Capture.savePhoto()
+        }
+        Button {
+            objectName: "cancelCamera"
+            width: parent.width / 3
+            height: parent.height
+            flat: true
+            text: "取消"
+            palette.buttonText: "white"
+            font.pixelSize: 18
+            onClicked: Capture.cancelCamera()
+        }
+    }
+}

@@ -1,0 +1,156 @@
+#include "CaptureController.h"
+
+#include <QCameraDevice>
+#include <QDir>
+#include <QMediaDevices>
+#include <QQmlEngine>
+#include <QStandardPaths>
+
+#include "face/ui/CaptureImages.h"
+#include "face/ui/ResultViewController.h"
+#include "shell/ui/AppDelegate.h"
+#include "shell/ui/ProgressHud.h"
+
+CaptureController::CaptureController(QObject* parent)
+    : QObject(parent), flow_(new CaptureFlow(this, this)) {
+  connect(flow_, &CaptureFlow::finished, this, [this](bool shown) {
+    emit busyChanged();
+    emit finished(shown);
+  });
+}
+
+CaptureController::~CaptureController() { delete flow_; }
+
+QRect CaptureController::centredCropRect(QSize size, double widthToHeight) {
+  if (size.isEmpty() || widthToHeight <= 0) return {};
+  int w = size.width();
+  int h = int(std::lround(w / widthToHeight));
+  if (h > size.height()) {
+    h = size.height();
+    w = std::min(size.width(), int(std::lround(h * widthToHeight)));
+  }
+  return QRect((size.width() - w) / 2, (size.height() - h) / 2, w, h);
+}
+
+void CaptureController::pickFromLibraryButtonPressed() { flow_->pickFromLibraryButtonPressed(); }
+void CaptureController::pickFromCameraButtonPressed() { flow_->pickFromCameraButtonPressed(); }
+void CaptureController::bntChangeTypeAction() { flow_->bntChangeTypeAction(); }
+void CaptureController::cancelCamera() { flow_->cancelCamera(); }
+void CaptureController::savePhoto() { flow_->savePhoto(); }
+
+void CaptureController::libraryPicked(const QUrl& file) {
+  QString error;
+  const OrientedImage photo =
+      FacePhoto::load(file.isLocalFile() ? file.toLocalFile() : file.toString(), &error);
+  if (photo.isNull()) {
+    ProgressHud::instance()->showErrorWithStatus(QStringLiteral("无法读取这张照片"));
+    return;
+  }
+  flow_->didFinishPickingMedia(photo);
+}
+
+void CaptureController::libraryCancelled() { flow_->imagePickerControllerDidCancel(); }
+
+void CaptureController::cameraCaptured(const QImage& image) {
+  if (image.isNull()) return;
+  flow_->didFinishPickingMedia(OrientedImage{image, 1});
+}
+
+void CaptureController::cropImage(const QString& imageUrl, double x, double y, double width,
+                                  double height) {
+  const QImage image = CaptureImages::get(imageUrl);
+  CaptureImages::remove(imageUrl);
+  cropping_ = false;
+  emit croppingChanged();
+  if (auto* app = AppDelegate::instance()) app->popScreen();
+  if (image.isNull()) {
+    dismissProgress();
+    return;
+  }
+  QRect r = QRectF(x, y, width, height).toAlignedRect().intersected(image.rect());
+  if (r.isEmpty()) r = centredCropRect(image.size(), CaptureFlow::kCropRatio);
+  flow_->cropImage(OrientedImage{image.copy(r), 1});
+  emit busyChanged();
+}
+
+void CaptureController::cropCancelled() {
+  cropping_ = false;
+  emit croppingChanged();
+  if (auto* app = AppDelegate::instance()) app->popScreen();
+  dismissProgress();
+}
+
+bool CaptureController::analysePhotoFile(const QString& path, QString* error) {
+  const OrientedImage photo = FacePhoto::load(path, error);
+  if (photo.isNull()) return false;
+  const QImage upright = FacePhoto::fixOrientation(photo).image;
+  flow_->setIsenablePhotol(false);
+  showProgress(CaptureFlow::kWaitingText);
+  flow_->cropImage(
+      OrientedImage{upright.copy(centredCropRect(upright.size(), CaptureFlow::kCropRatio)), 1});
+  emit busyChanged();
+  return true;
+}
+
+bool CaptureController::isSourceTypeAvailable(CaptureFlow::Source source) {
+  if (source == CaptureFlow::Source::Camera) return !QMediaDevices::videoInputs().isEmpty();
+  const QString pictures = QStandardPaths::writableLocation(QStandardPaths::PicturesLocation);
+  return QDir(pictures).exists() || QDir::home().exists();
+}
+
+bool CaptureController::isFrontCameraAvailable() {
+  for (const QCameraDevice& d : QMediaDevices::videoInputs())
+    if (d.position() == QCameraDevice::FrontFace) return true;
+  return false;
+}
+
+void CaptureController::presentPicker(CaptureFlow::Source source,
+                                      CaptureFlow::CameraDevice device) {
+  if (source == CaptureFlow::Source::Library) {
+    emit openLibrary();
+    return;
+  }
+  device_ = device;
+  emit cameraDeviceChanged();
+  cameraOpen_ = true;
+  if (auto* app = AppDelegate::instance()) app->pushScreen(QStringLiteral("CameraViewController"));
+}
+
+void CaptureController::setCameraDevice(CaptureFlow::CameraDevice device) {
+  device_ = device;
+  emit cameraDeviceChanged();
+}
+
+void CaptureController::takePicture() { emit takePictureRequested(); }
+
+void CaptureController::dismissPicker() {
+  if (!cameraOpen_) return;
+  cameraOpen_ = false;
+  if (auto* app = AppDelegate::instance()) app->popScreen();
+}
+
+void CaptureController::presentCrop(const OrientedImage& image, double widthToHeight) {
+  const QString url = CaptureImages::put(FacePhoto::fixOrientation(image).image);
+  cropping_ = true;
+  emit croppingChanged();
+  if (auto* app = AppDelegate::instance())
+    app->pushScreen(QStringLiteral("CropViewController"),
+                    {{QStringLiteral("imageUrl"), url}, {QStringLiteral("ratio"), widthToHeight}});
+}
+
+void CaptureController::showProgress(const QString& status) {
+  ProgressHud::instance()->showWithStatus(status);
+}
+
+void CaptureController::dismissProgress() { ProgressHud::instance()->dismiss(); }
+
+void CaptureController::presentResult(const CaptureResult& result) {
+  auto* vc = new ResultViewController;
+  vc->setHandOver(result.values, result.faceInfo, result.imgHeadValu, result.isenablePhoto);
+  QQmlEngine::setObjectOwnership(vc, QQmlEngine::JavaScriptOwnership);
+  lastResult_ = vc;
+  if (auto* app = AppDelegate::instance())
+    app->pushScreen(QStringLiteral("ResultViewController"),
+                    {{QStringLiteral("vc"), QVariant::fromValue<QObject*>(vc)}});
+  emit resultPresented(vc);
+}

@@ -1,0 +1,233 @@
+// Push gateway: device tokens, delivery to connected devices, pending
+// payloads for offline ones (bounded, kept across restarts), the socket
+// protocol's refusals, a graceful stop with devices connected, and two
+// instances on one PostgreSQL database delivering to each other's devices.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <boost/asio.hpp>
+#include <boost/beast.hpp>
+#include <boost/json.hpp>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <thread>
+
+#include "Services.h"
+#include "push/DeviceToken.h"
+#include "push/Gateway.h"
+#include "push_testing.h"
+#include "store_testdb.h"
+#include "support/ServerProcess.h"
+
+using rdtest::Device;
+
+namespace {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace websocket = beast::websocket;
+namespace json = boost::json;
+using tcp = asio::ip::tcp;
+
+// A rongdian-server core with only the push gateway, in this process, so the
+// test can call Gateway::send as the backend does.
+class PushServer {
+ public:
+  PushServer(const std::string& data_dir, const std::string& database = {},
+             int pending_limit = 50) {
+    cfg_.data_dir = data_dir;
+    cfg_.database = database;
+    cfg_.push_pending_limit = pending_limit;
+    rd::http::ServerOptions o;
+    o.host = "127.0.0.1";
+    o.port = 0;
+    o.worker_threads = 2;
+    o.log_requests = false;
+    o.stop_grace = std::chrono::seconds(3);
+    srv_ = std::make_unique<rd::http::Server>(o, router_, metrics_);
+    srv_->listen();
+    services_ = std::make_unique<rd::server::Services>(
+        rd::server::Services{cfg_, router_, metrics_, *srv_, nullptr, nullptr, nullptr});
+    rd::push::install(*services_);
+    thread_ = std::thread([this] { srv_->run(); });
+  }
+  ~PushServer() {
+    srv_->stop();
+    thread_.join();
+    services_.reset();
+  }
+  unsigned short port() const { return srv_->port(); }
+  rd::push::Gateway& gateway() { return *services_->push; }
+
+ private:
+  rd::server::Config cfg_;
+  rd::http::Metrics metrics_;
+  rd::http::Router router_;
+  std::unique_ptr<rd::http::Server> srv_;
+  std::unique_ptr<rd::server::Services> services_;
+  std::thread thread_;
+};
+
+std::string comment_payload(const std::string& text, int badge) {
+  return json::serialize(
+      json::object{{"aps", json::object{{"alert", "小明 评论了你的照片：" + text},
+                                        {"badge", badge},
+                                        {"sound", "default"}}}});
+}
+
+// The alert text of a push message, checking its shape on the way.
+std::string alert_of(const json::value& msg) {
+  if (!msg.is_object() || !msg.as_object().contains("push") || !msg.as_object().contains("id"))
+    return "<not a push: " + json::serialize(msg) + ">";
+  return std::string(msg.at("push").at("aps").at("alert").as_string());
+}
+
+TEST(PushToken, TextFormAndCheck) {
+  const std::regex form("<[0-9a-f]{8}( [0-9a-f]{8}){7}>");
+  std::string a = rd::push::make_device_token(), b = rd::push::make_device_token();
+  EXPECT_TRUE(std::regex_match(a, form)) << a;
+  EXPECT_NE(a, b);
+  EXPECT_TRUE(rd::push::is_device_token(a));
+  std::string upper = a;
+  upper[1] = 'A';
+  upper[2] = 'B';
+  for (const std::string& bad :
+       {std::string(), a.substr(1), a.substr(0, 72), upper,
+        std::string("<") + std::string(71, '0') + ">", std::string(a).replace(9, 1, "-"), a + " "})
+    EXPECT_FALSE(rd::push::is_device_token(bad)) << bad;
+}
+
+TEST(Push, ConnectedDeviceGetsThePushAndOthersDoNot) {
+  rdtest::TempDir dir;
+  PushServer server(dir.path());
+  Device phone(server.port()), other(server.port());
+  std::string token = phone.register_new();
+  std::string other_token = other.register_new();
+  EXPECT_TRUE(rd::push::is_device_token(token));
+  EXPECT_NE(token, other_token);
+
+  server.gateway().send({token}, comment_payload("好看", 1));
+  auto msg = phone.recv();
+  EXPECT_EQ(alert_of(msg), "小明 评论了你的照片：好看");
+  EXPECT_EQ(msg.at("push").at("aps").at("badge").as_int64(), 1);
+  EXPECT_EQ(msg.at("push").at("aps").at("sound").as_string(), "default");
+  phone.ack(msg.at("id"));
+
+  // Tokens that are not this gateway's are ignored; a second push follows in order.
+  server.gateway().send({"", "not a token", token}, comment_payload("第二条", 2));
+  EXPECT_EQ(alert_of(phone.recv()), "小明 评论了你的照片：第二条");
+
+  // The app's hello on reconnecting: register, with the token it keeps. Both
+  // connections of the token get the next push; an id may come back as a double.
+  Device tablet(server.port());
+  tablet.send({{"register", true}, {"token", token}});
+  EXPECT_EQ(tablet.recv().at("device_token").as_string(), token);
+  EXPECT_EQ(alert_of(tablet.recv()), "小明 评论了你的照片：第二条");  // still not acknowledged
+  server.gateway().send({token}, comment_payload("第三条", 3));
+  EXPECT_EQ(alert_of(phone.recv()), "小明 评论了你的照片：第三条");
+  auto third = tablet.recv();
+  EXPECT_EQ(alert_of(third), "小明 评论了你的照片：第三条");
+  tablet.send({{"ack", static_cast<double>(third.at("id").as_int64())}});
+  EXPECT_EQ(tablet.recv(), json::value(json::object{{"acked", json::array{third.at("id")}}}));
+  server.gateway().send({other_token}, comment_payload("给别人", 1));
+  EXPECT_EQ(alert_of(other.recv()), "小明 评论了你的照片：给别人");
+}
+
+TEST(Push, OfflineDeviceGetsTheNewestPendingOnReconnect) {
+  rdtest::TempDir dir;
+  std::string token;
+  {
+    PushServer server(dir.path(), {}, 2);
+    {
+      Device phone(server.port());
+      token = phone.register_new();
+    }
+    for (int i = 1; i <= 3; ++i)
+      server.gateway().send({token}, comment_payload(std::to_string(i), i));
+
+    Device phone(server.port());
+    phone.present(token);
+    auto first = phone.recv(), second = phone.recv();
+    EXPECT_EQ(alert_of(first), "小明 评论了你的照片：2");  // only the newest two are kept
+    EXPECT_EQ(alert_of(second), "小明 评论了你的照片：3");
+    phone.ack(first.at("id"));
+  }
+  // What was not acknowledged survives a restart.
+  PushServer restarted(dir.path(), {}, 2);
+  Device phone(restarted.port());
+  phone.present(token);
+  auto again = phone.recv();
+  EXPECT_EQ(alert_of(again), "小明 评论了你的照片：3");
+  phone.ack(json::array{again.at("id")});
+  restarted.gateway().send({token}, comment_payload("4", 4));
+  EXPECT_EQ(alert_of(phone.recv()), "小明 评论了你的照片：4");
+}
+
+TEST(Push, BadMessagesGetAnErrorAndTheConnectionStays) {
+  rdtest::TempDir dir;
+  PushServer server(dir.path());
+  Device phone(server.port());
+  for (const json::value& bad :
+       {json::value(json::object{{"token", "<ABCDEF>"}}), json::value(json::array{1, 2}),
+        json::value(json::object{{"ack", 1}}), json::value(json::object{{"hello", 1}}),
+        json::value(json::object{{"register", false}})}) {
+    phone.send(bad);
+    auto reply = phone.recv();
+    ASSERT_TRUE(reply.is_object()) << json::serialize(bad);
+    EXPECT_TRUE(reply.as_object().contains("error")) << json::serialize(reply);
+  }
+  std::string token = phone.register_new();
+  EXPECT_TRUE(rd::push::is_device_token(token));
+}
+
+TEST(Push, ServerStopsGracefullyWithDevicesConnected) {
+  rdtest::ServerProcess server;
+  ASSERT_TRUE(server.ok()) << server.startup_output();
+  Device phone(server.port());
+  phone.register_new();
+  json::value last;
+  std::thread reader([&] { last = phone.recv(); });  // the app is always reading
+  EXPECT_EQ(server.stop(), 0);
+  reader.join();
+  EXPECT_TRUE(last.is_null());
+  EXPECT_EQ(phone.last_error, websocket::error::closed);
+}
+
+// ---------------------------------------------------------------- PostgreSQL
+
+TEST(PushPostgres, TwoInstancesDeliverToEachOthersDevices) {
+  rdtest::TestDatabase db("postgresql");
+  RD_REQUIRE_DATABASE(db);
+  rdtest::TempDir dir_a, dir_b;
+  PushServer a(dir_a.path(), db.url()), b(dir_b.path(), db.url());
+
+  // Connected to A, sent through B.
+  Device phone(a.port());
+  std::string token = phone.register_new();
+  b.gateway().send({token}, comment_payload("跨实例", 1));
+  auto msg = phone.recv();
+  EXPECT_EQ(alert_of(msg), "小明 评论了你的照片：跨实例");
+  phone.ack(msg.at("id"));
+
+  // Offline: sent through A, picked up at B.
+  std::string away;
+  {
+    Device tablet(a.port());
+    away = tablet.register_new();
+  }
+  a.gateway().send({away}, comment_payload("离线", 2));
+  Device tablet(b.port());
+  tablet.present(away);
+  EXPECT_EQ(alert_of(tablet.recv()), "小明 评论了你的照片：离线");
+
+  // The acknowledged push is not delivered again.
+  Device phone_again(b.port());
+  phone_again.present(token);
+  b.gateway().send({token}, comment_payload("之后", 3));
+  EXPECT_EQ(alert_of(phone_again.recv()), "小明 评论了你的照片：之后");
+}
+
+}  // namespace

@@ -1,0 +1,269 @@
+// The result screen and the message pop-up on the real app window, and the
+// whole road of a photo from the album file to the counted-up result against
+// a stand-in detection service.
+#include <gtest/gtest.h>
+
+#include <QHostAddress>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSettings>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+
+#include "UiTestSupport.h"
+#include "face/FaceScoring.h"
+#include "face/FaceppClient.h"
+#include "face/Ka_Json.h"
+#include "face/ui/CaptureController.h"
+#include "face/ui/ResultViewController.h"
+#include "shell/ui/AlertCenter.h"
+#include "shell/ui/AppDelegate.h"
+#include "shell/ui/ProgressHud.h"
+
+using namespace uitest;
+
+namespace {
+
+// The worked example: total 6434, eyes 90, nose 95, mouth 97, 气质 76.
+const char* kFace = R"({"face_id":"f1",
+  "attribute":{"age":{"value":25,"range":5},"gender":{"value":"Female","confidence":99},
+               "smiling":{"value":50.7}},
+  "position":{"eye_left":{"x":35,"y":40},"eye_right":{"x":60,"y":40},
+              "mouth_left":{"x":38,"y":70},"mouth_right":{"x":58,"y":70},
+              "nose":{"x":50,"y":55},"center":{"x":50,"y":50},"width":60,"height":60}})";
+
+FaceInfoPtr exampleFace() {
+  return Ka_Json::jsonToFaceInfo(QJsonDocument::fromJson(kFace).object());
+}
+
+QImage examplePhoto() {
+  QImage img(200, 250, QImage::Format_RGB32);
+  img.fill(QColor(0xf5, 0xcf, 0xa8));
+  return img;
+}
+
+ResultViewController* showResult(const ResultHandOver& h) {
+  // The splash swallows taps until it is gone.
+  waitUntil([] { return !app().delegate()->splashPictureShown(); }, 10000);
+  auto* vc = new ResultViewController;
+  vc->setHandOver(h, exampleFace(), examplePhoto(), false);
+  app().delegate()->pushScreen("ResultViewController", {{"vc", QVariant::fromValue<QObject*>(vc)}});
+  waitUntil([] { return top() && top()->objectName() == "ResultViewController"; });
+  spin(600);  // the push transition
+  return vc;
+}
+
+ResultHandOver example() {
+  ResultHandOver h;
+  h.allResultPoint = "6434";
+  h.eyePoint = 90.3429;
+  h.mouthPoint = 97.5789;
+  h.nosePoint = 95.76;
+  h.otherPoint = 76.087;
+  return h;
+}
+
+QString labels(QQuickItem* s) {
+  QStringList out;
+  for (const char* n : {"labEyePoint", "labNosePoint", "labMouthPoint", "labOtherPoint"})
+    out << text(item(s, n));
+  return out.join(',');
+}
+
+}  // namespace
+
+TEST(Result, CountsUpThenFillsBarsAndLabels) {
+  app();
+  waitUntil([] { return !app().delegate()->splashPictureShown(); }, 10000);
+  ResultViewController* vc = showResult(example());
+  QQuickItem* s = top();
+  ASSERT_EQ(s->objectName(), "ResultViewController");
+  EXPECT_EQ(text(item(s, "labTitle")), "容点");
+  EXPECT_EQ(text(item(s, "rightBtn")), "再测一次");
+  EXPECT_EQ(text(item(s, "labAge")), "年龄：25±5");
+  EXPECT_EQ(text(item(s, "labSex")), "性别：女");
+  EXPECT_EQ(text(item(s, "labSmiling")), "微笑程度：50");
+  // Not signed in: told so each time the screen appears.
+  EXPECT_TRUE(ProgressHud::instance()->history().contains("error:请重新登录"));
+
+  // Zeros while the number counts.
+  uitest::spin(1500);
+  EXPECT_TRUE(vc->textLayer()->running());
+  const int midway = text(item(s, "textLayer")).toInt();
+  EXPECT_GT(midway, 0);
+  EXPECT_LT(midway, 6434);
+  EXPECT_EQ(labels(s), "0,0,0,0");
+  EXPECT_EQ(vc->chartValues(), (QStringList{"0", "0", "0", "0"}));
+  EXPECT_EQ(item(s, "bar0")->height(), 0.0);
+
+  ASSERT_TRUE(waitUntil([&] { return vc->pointsFilled(); }, 10000));
+  EXPECT_EQ(text(item(s, "textLayer")), "6434");
+  EXPECT_EQ(labels(s), "90,95,97,76");
+  EXPECT_EQ(vc->chartValues(), (QStringList{"90.342900", "95.760000", "97.578900", "76.087000"}));
+  uitest::spin(700);  // the bars grow
+  EXPECT_GT(item(s, "bar2")->height(), item(s, "bar3")->height());
+  screenshot("result");
+
+  // "再测一次" goes back home.
+  click(item(s, "rightBtn"));
+  ASSERT_TRUE(waitUntil([] { return top() == home(); }));
+}
+
+TEST(Result, OffTheChartHelpSheetAndTheOwnPhoto) {
+  app();
+  ResultHandOver h = example();
+  h.eyePoint = 100;
+  h.otherPoint = 100.5;
+  ResultViewController* vc = showResult(h);
+  QQuickItem* s = top();
+  vc->changeNumberBySelector();
+  EXPECT_EQ(labels(s), "爆表,95,97,爆表");
+
+  click(item(s, "bntPoint"));
+  auto* alerts = AlertCenter::instance();
+  ASSERT_TRUE(alerts->sheetVisible());
+  EXPECT_EQ(alerts->sheetTitle(), ResultViewController::kHelpText);
+  EXPECT_TRUE(alerts->sheetTitle().startsWith("问题1:很多人容点都在5000左右"));
+  ASSERT_EQ(alerts->sheetButtons().size(), 1);
+  EXPECT_EQ(alerts->sheetButtons()[0].toMap()["text"].toString(), " ");
+  alerts->answerSheet(0);
+
+  ProgressHud::instance()->clearHistory();
+  click(item(s, "imgHead"));
+  EXPECT_EQ(ProgressHud::instance()->history(), QStringList{"error:主人，不要点自己啦"});
+}
+
+TEST(Result, MessagePopUpTakesOneToHundredCharacters) {
+  app();
+  ResultViewController* vc = showResult(example());
+  vc->addMessage();
+  ASSERT_TRUE(waitUntil([] { return item("AddMessageViewController") != nullptr; }));
+  QQuickItem* popup = item("AddMessageViewController");
+  EXPECT_EQ(item(popup, "textMessage")->property("placeholderText").toString(),
+            "写句话，让大家给你点赞吧！1个赞增加100容点哟：）");
+  auto* hud = ProgressHud::instance();
+  auto send = [&](const QString& t) {
+    hud->clearHistory();
+    popup->setProperty("text", t);
+    click(item(popup, "btnOK"));
+  };
+  send("");
+  EXPECT_EQ(hud->history(), QStringList{"error:主人，请输入内容"});
+  send(QString(101, QChar(0x8d5e)));
+  EXPECT_EQ(hud->history(), QStringList{"error:主人，请删除一些内容"});
+  // 100 characters close the pop-up and start publishing.
+  send(QString(100, QChar(0x8d5e)));
+  ASSERT_TRUE(waitUntil([] { return item("AddMessageViewController") == nullptr; }));
+  ASSERT_TRUE(waitUntil([&] { return vc->publishing() || !hud->history().isEmpty(); }));
+}
+
+// A stand-in for the detection service: answers every request with one face.
+class FakeDetection {
+ public:
+  FakeDetection() {
+    server_.listen(QHostAddress::LocalHost, 0);
+    QObject::connect(&server_, &QTcpServer::newConnection, [this] {
+      QTcpSocket* s = server_.nextPendingConnection();
+      QObject::connect(s, &QTcpSocket::readyRead, s, [this, s] {
+        buffer_ += s->readAll();
+        const qsizetype end = buffer_.indexOf("\r\n\r\n");
+        if (end < 0) return;
+        const QByteArray head = buffer_.left(end).toLower();
+        const qsizetype at = head.indexOf("content-length:");
+        const qsizetype length =
+            at < 0 ? 0 : head.mid(at + 15, head.indexOf('\r', at) - at - 15).trimmed().toLongLong();
+        if (buffer_.size() < end + 4 + length) return;
+        ++requests_;
+        buffer_.clear();
+        QJsonObject answer{{"img_width", 200},
+                           {"img_height", 250},
+                           {"face", QJsonArray{QJsonDocument::fromJson(kFace).object()}}};
+        const QByteArray body = QJsonDocument(answer).toJson(QJsonDocument::Compact);
+        s->write(
+            "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nConnection: close\r\n"
+            "Content-Length: " +
+            QByteArray::number(body.size()) + "\r\n\r\n" + body);
+        s->disconnectFromHost();
+      });
+    });
+  }
+  QString url() const { return QStringLiteral("http://127.0.0.1:%1").arg(server_.serverPort()); }
+  int requests_ = 0;
+
+ private:
+  QTcpServer server_;
+  QByteArray buffer_;
+};
+
+TEST(Capture, AlbumPhotoThroughCropToTheCountedUpResult) {
+  FakeDetection detection;
+  app(AppShell::Options{detection.url(), false});
+  waitUntil([] { return !app().delegate()->splashPictureShown(); }, 10000);
+  QTemporaryDir dir;
+  const QString path = dir.filePath("face.jpg");
+  QImage wide(640, 480, QImage::Format_RGB32);
+  wide.fill(Qt::darkCyan);
+  ASSERT_TRUE(wide.save(path));
+
+  CaptureController* capture = app().capture();
+  EXPECT_EQ(CaptureController::centredCropRect(QSize(640, 480), 0.8), QRect(128, 0, 384, 480));
+  EXPECT_EQ(CaptureController::centredCropRect(QSize(400, 800), 0.8), QRect(0, 150, 400, 500));
+
+  capture->libraryPicked(QUrl::fromLocalFile(path));
+  ASSERT_TRUE(waitUntil([] { return top()->objectName() == "CropViewController"; }));
+  EXPECT_EQ(ProgressHud::instance()->status(), "计算中...");
+  EXPECT_TRUE(capture->cropping());
+  QQuickItem* crop = top();
+  ASSERT_TRUE(waitUntil([&] { return item(crop, "cropPhoto")->property("status").toInt() == 1; }));
+  spin(600);  // the push transition
+  QVariant rect;
+  QMetaObject::invokeMethod(crop, "cropRect", Q_RETURN_ARG(QVariant, rect));
+  const QRectF cr = rect.toRectF();
+  EXPECT_NEAR(cr.width() / cr.height(), 0.8, 0.01);
+  EXPECT_NEAR(cr.center().x(), 320, 2);
+  EXPECT_NEAR(cr.height(), 480, 2);
+  screenshot("crop");
+
+  ResultViewController* vc = nullptr;
+  QObject::connect(capture, &CaptureController::resultPresented,
+                   [&](ResultViewController* r) { vc = r; });
+  click(item(crop, "cropOK"));
+  ASSERT_TRUE(waitUntil([&] { return vc != nullptr; }, 20000))
+      << detection.requests_ << " " << AlertCenter::instance()->history().join(';').toStdString()
+      << " " << ProgressHud::instance()->history().join(';').toStdString();
+  EXPECT_EQ(detection.requests_, 1);
+  EXPECT_FALSE(vc->isenablePhoto());  // from the album
+  EXPECT_EQ(vc->allResultPoint(),
+            FaceScoring::handOver(FaceScoring::refresh(*exampleFace())).allResultPoint);
+  EXPECT_EQ(vc->imgHeadValu().size(), QSize(384, 480));
+  ASSERT_TRUE(waitUntil([&] { return vc->pointsFilled(); }, 10000));
+  EXPECT_EQ(top()->objectName(), "ResultViewController");
+  ASSERT_TRUE(waitUntil([] { return !ProgressHud::instance()->modal(); }));
+}
+
+TEST(Capture, CameraOverlayAndNoCameraAlert) {
+  app();
+  waitUntil([] { return !app().delegate()->splashPictureShown(); }, 10000);
+  CaptureController* capture = app().capture();
+  if (!capture->isSourceTypeAvailable(CaptureFlow::Source::Camera)) {
+    capture->pickFromCameraButtonPressed();
+    ASSERT_TRUE(waitUntil([] { return AlertCenter::instance()->alertVisible(); }));
+    EXPECT_EQ(AlertCenter::instance()->alertTitle(), "照相机无法打开");
+    EXPECT_EQ(AlertCenter::instance()->alertMessage(), "");
+    EXPECT_EQ(AlertCenter::instance()->alertButtons(), QStringList{"确定"});
+    AlertCenter::instance()->answerAlert(0);
+  }
+  // The overlay itself (without a camera the preview stays black).
+  app().delegate()->pushScreen("CameraViewController");
+  ASSERT_TRUE(waitUntil([] { return top()->objectName() == "CameraViewController"; }));
+  QQuickItem* cam = top();
+  spin(600);  // the push transition
+  EXPECT_EQ(text(item(cam, "eyeMark0")), "+");
+  EXPECT_EQ(text(item(cam, "eyeMark1")), "+");
+  EXPECT_EQ(text(item(cam, "bntChangeType")), "转");
+  EXPECT_EQ(text(item(cam, "cancelCamera")), "取消");
+  EXPECT_EQ(text(item(cam, "savePhoto")), "拍照");
+  screenshot("camera");
+}

@@ -18,6 +18,7 @@
 #include "face/Ka_Json.h"
 #include "face/ui/CaptureController.h"
 #include "face/ui/ResultViewController.h"
+#include "service/LocalUserInfo.h"
 #include "shell/ui/AlertCenter.h"
 #include "shell/ui/AppDelegate.h"
 #include "shell/ui/ProgressHud.h"
@@ -138,6 +139,15 @@ TEST(Result, OffTheChartHelpSheetAndTheOwnPhoto) {
 TEST(Result, MessagePopUpTakesOneToHundredCharacters) {
   app();
   ResultViewController* vc = showResult(example());
+  // Signed out, publishing opens sign-up instead of the pop-up.
+  LocalUserInfo::clearUserInfo();
+  vc->addMessage();
+  ASSERT_TRUE(waitUntil([] { return top()->objectName() == "LoginViewController"; }));
+  EXPECT_EQ(item("AddMessageViewController"), nullptr);
+  app().delegate()->popScreen();
+  ASSERT_TRUE(waitUntil([] { return top()->objectName() == "ResultViewController"; }));
+
+  LocalUserInfo::storeSignedIn(QJsonObject{{"id", "u1-session-token"}, {"username", "小红"}});
   vc->addMessage();
   ASSERT_TRUE(waitUntil([] { return item("AddMessageViewController") != nullptr; }));
   QQuickItem* popup = item("AddMessageViewController");

@@ -126,9 +126,15 @@ void ResultViewController::rightBtnAction() {
 }
 
 void ResultViewController::addMessage() {
-  if (auto* app = AppDelegate::instance())
-    app->presentPopup(QStringLiteral("AddMessageViewController"),
-                      {{QStringLiteral("resultVC"), QVariant::fromValue<QObject*>(this)}});
+  auto* app = AppDelegate::instance();
+  if (!app) return;
+  // Publishing needs an account: signed out, the sign-up screen comes instead.
+  if (!LocalUserInfo::isLoggedIn()) {
+    app->pushScreen(QStringLiteral("LoginViewController"), {});
+    return;
+  }
+  app->presentPopup(QStringLiteral("AddMessageViewController"),
+                    {{QStringLiteral("resultVC"), QVariant::fromValue<QObject*>(this)}});
 }
 
 void ResultViewController::addMessageSuccess(const QString& message) {

@@ -1,0 +1,289 @@
+// The whole road of one photo, on the real app's window (offscreen) against a
+// real rongdian-server with its detection engine, photo storage and push
+// gateway: album → crop → analysis → counted-up result → sign-up → publish
+// with a message → top of the newest feed → another phone likes and comments
+// → the owner's push badge → own photos → delete. Each step is checked on
+// screen and in the server's data; a screenshot of each screen is kept in
+// <build>/e2e-screenshots.
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QUrl>
+
+#include "../support/ServerProcess.h"
+#include "../ui/UiTestSupport.h"
+#include "community/ui/Community.h"
+#include "face/FaceScoring.h"
+#include "face/ui/CaptureController.h"
+#include "face/ui/ResultViewController.h"
+#include "service/LocalUserInfo.h"
+#include "shell/ui/AlertCenter.h"
+#include "shell/ui/AppDelegate.h"
+#include "shell/ui/MessageBarModel.h"
+#include "shell/ui/ProgressHud.h"
+
+using namespace uitest;
+
+namespace {
+
+// The other phone: plain /api requests.
+QJsonObject api(const rdtest::ServerProcess& server, const QString& cmd, QJsonObject body) {
+  body.insert("cmd", cmd);
+  const auto reply =
+      rdtest::http_request(server.port(), "POST", "/api?cmd=" + cmd.toStdString(),
+                           QJsonDocument(body).toJson(QJsonDocument::Compact).toStdString(),
+                           {{"Content-Type", "application/json"}});
+  return QJsonDocument::fromJson(QByteArray::fromStdString(reply.body)).object();
+}
+
+QJsonArray newestItems(const rdtest::ServerProcess& server) {
+  return api(server, "rd_list_items", {{"limit", 10}, {"page", 1}}).value("items").toArray();
+}
+
+bool onScreen(const QString& name, int timeoutMs = 10000) {
+  return waitUntil([&] { return top() && top()->objectName() == name; }, timeoutMs);
+}
+
+// A button's action (its clicked signal).
+void press(QQuickItem* button) {
+  ASSERT_TRUE(button);
+  QMetaObject::invokeMethod(button, "clicked");
+}
+
+bool hudSaid(const QString& entry) {
+  for (const QString& h : ProgressHud::instance()->history())
+    if (h.contains(entry)) return true;
+  return false;
+}
+
+QString hudHistory() { return ProgressHud::instance()->history().join(" | "); }
+
+QQuickItem* popup(const QString& name) {
+  QQuickItem* p = nullptr;
+  waitUntil([&] { return (p = item(name)) != nullptr && shown(p); });
+  spin(300);  // its transition
+  return p;
+}
+
+bool popupGone(const QString& name) {
+  return waitUntil([&] {
+    QQuickItem* p = item(name);
+    return !p || !shown(p);
+  });
+}
+
+QVariant rowOf(QObject* table, int row) {
+  QVariant ret;
+  QMetaObject::invokeMethod(table, "get", Q_RETURN_ARG(QVariant, ret), Q_ARG(int, row));
+  return ret;
+}
+
+}  // namespace
+
+TEST(OnePhotoRoad, AlbumToResultToFeedToDeletion) {
+  rdtest::ServerProcess server;
+  ASSERT_TRUE(server.ok()) << server.startup_output();
+  const QString photo = QStringLiteral(RD_SAMPLE_FACE);
+  ASSERT_TRUE(QFile::exists(photo)) << photo.toStdString();
+
+  // A fresh start, pointed at the server, registered for pushes.
+  app(AppShell::Options{QString::fromStdString(server.url()), true});
+  ASSERT_TRUE(waitUntil([] { return !app().delegate()->splashPictureShown(); }, 10000));
+  ASSERT_TRUE(onScreen("MenusViewController"));
+  ASSERT_TRUE(waitUntil([] { return !LocalUserInfo::deviceToken().isEmpty(); }, 10000))
+      << "no device token from the push gateway";
+  spin(300);
+  screenshot("01-home");
+
+  // Album: the home screen's entry asks for the file dialog; the chosen photo
+  // goes to the crop screen.
+  CaptureController* capture = app().capture();
+  int dialogs = 0;
+  QObject::connect(capture, &CaptureController::openLibrary, [&] { ++dialogs; });
+  capture->pickFromLibraryButtonPressed();
+  ASSERT_TRUE(waitUntil([&] { return dialogs == 1; }));
+  capture->libraryPicked(QUrl::fromLocalFile(photo));
+  ASSERT_TRUE(onScreen("CropViewController"));
+  spin(600);
+  screenshot("02-crop");
+
+  // Analysis by the server's engine, then the result counting up.
+  ResultViewController* vc = nullptr;
+  QObject::connect(capture, &CaptureController::resultPresented,
+                   [&](ResultViewController* r) { vc = r; });
+  ProgressHud::instance()->clearHistory();
+  press(item(top(), "cropOK"));
+  ASSERT_TRUE(waitUntil([&] { return vc != nullptr; }, 30000))
+      << hudHistory().toStdString() << " / "
+      << AlertCenter::instance()->history().join(';').toStdString();
+  EXPECT_TRUE(hudSaid("计算中..."));
+  ASSERT_TRUE(onScreen("ResultViewController"));
+  QQuickItem* result = top();
+  const QString score = vc->allResultPoint();
+  ASSERT_GT(score.toInt(), 0);
+  spin(1000);
+  EXPECT_TRUE(vc->textLayer()->running());
+  EXPECT_LT(text(item(result, "textLayer")).toInt(), FaceScoring::countUpTarget(score));
+  EXPECT_EQ(vc->chartValues(), (QStringList{"0", "0", "0", "0"}));
+  ASSERT_TRUE(waitUntil([&] { return vc->pointsFilled(); }, 10000));
+  EXPECT_EQ(text(item(result, "textLayer")).toInt(), FaceScoring::countUpTarget(score));
+  EXPECT_NE(vc->chartValues(), (QStringList{"0", "0", "0", "0"}));
+  EXPECT_TRUE(text(item(result, "labAge")).startsWith("年龄："));
+  EXPECT_TRUE(text(item(result, "labSex")).startsWith("性别："));
+  spin(700);
+  screenshot("03-result");
+
+  // Publishing needs an account: sign-up first, then back on the result.
+  press(item(result, "publishButton"));
+  ASSERT_TRUE(onScreen("LoginViewController"));
+  QQuickItem* login = top();
+  spin(400);
+  screenshot("04-sign-up");
+  item(login, "textEail")->setProperty("text", "13800000001");
+  item(login, "textPassword")->setProperty("text", "pw1");
+  press(item(login, "signUpButton"));
+  QQuickItem* name = popup("SelectNameViewController");
+  ASSERT_TRUE(name);
+  item(name, "textName")->setProperty("text", "小红");
+  screenshot("05-name");
+  ProgressHud::instance()->clearHistory();
+  press(item(name, "btnOK"));
+  ASSERT_TRUE(waitUntil([] { return LocalUserInfo::isLoggedIn(); }, 10000))
+      << hudHistory().toStdString();
+  EXPECT_TRUE(hudSaid("注册中..."));
+  ASSERT_TRUE(onScreen("ResultViewController")) << top()->objectName().toStdString();
+  EXPECT_TRUE(waitUntil([] { return hudSaid("注册成功"); }));
+  const QString ownerId = LocalUserInfo::getUserInfo().userinfoId;
+
+  // The message, then the photo up to the storage and the item to the server.
+  press(item(result, "publishButton"));
+  QQuickItem* message = popup("AddMessageViewController");
+  ASSERT_TRUE(message);
+  item(message, "textMessage")->setProperty("text", "第一次来，给个赞吧");
+  screenshot("06-message");
+  ProgressHud::instance()->clearHistory();
+  press(item(message, "btnOK"));
+  ASSERT_TRUE(onScreen("MenusViewController", 20000)) << hudHistory().toStdString();
+  EXPECT_TRUE(hudSaid("化妆中...")) << hudHistory().toStdString();
+  EXPECT_TRUE(hudSaid("正在打扫战场")) << hudHistory().toStdString();
+
+  // In the server's data: one item with the score and message, its photo stored.
+  QJsonArray items = newestItems(server);
+  ASSERT_EQ(items.size(), 1);
+  const QJsonObject published = items[0].toObject();
+  EXPECT_EQ(published.value("description").toString(), "第一次来，给个赞吧");
+  EXPECT_EQ(QString::number(published.value("num_look_score").toInteger()), score);
+  const QString itemId = QString::number(published.value("id").toInteger());
+  const QUrl photoUrl(published.value("base_image_url").toString());
+  ASSERT_EQ(photoUrl.port(), server.port()) << photoUrl.toString().toStdString();
+  const auto stored = rdtest::http_request(server.port(), "GET", photoUrl.path().toStdString());
+  EXPECT_EQ(stored.status, 200);
+  EXPECT_EQ(stored.body.substr(0, 2), "\xff\xd8");  // a JPEG
+
+  // On screen: the newest feed shows it at the top.
+  QObject* showTable = item("showTableView")->property("table").value<QObject*>();
+  ASSERT_TRUE(waitUntil([&] { return showTable->property("count").toInt() == 1; }));
+  const QVariantMap row = Community::instance()->toMap(rowOf(showTable, 0));
+  EXPECT_EQ(row["imgmessage"].toString(), "第一次来，给个赞吧");
+  EXPECT_EQ(row["lookscorebasis"].toString(), score);
+  spin(800);  // the photo arrives
+  screenshot("07-newest-feed");
+
+  // The app's push token belongs to the account from its first log-in; sign
+  // out and in again through the settings screen.
+  QQuickItem* home = uitest::home();
+  QMetaObject::invokeMethod(home, "setAction");
+  ASSERT_TRUE(onScreen("SetViewController"));
+  QQuickItem* set = top();
+  EXPECT_TRUE(waitUntil([&] { return text(item(set, "lablikeName")) == "小红"; }));
+  press(item(set, "entry_four"));
+  ASSERT_TRUE(waitUntil([] { return AlertCenter::instance()->alertVisible(); }));
+  EXPECT_EQ(AlertCenter::instance()->alertMessage(), "是否退出登录");
+  AlertCenter::instance()->answerAlert(1);
+  ASSERT_FALSE(LocalUserInfo::isLoggedIn());
+  press(item(set, "entry_four"));
+  ASSERT_TRUE(onScreen("LoginViewController"));
+  QMetaObject::invokeMethod(top(), "rightBtnAction");
+  QQuickItem* logIn = popup("UserLogInViewController");
+  ASSERT_TRUE(logIn);
+  item(logIn, "textName")->setProperty("text", "13800000001");
+  item(logIn, "textpassword")->setProperty("text", "pw1");
+  screenshot("08-log-in");
+  ProgressHud::instance()->clearHistory();
+  press(item(logIn, "loginButton"));
+  ASSERT_TRUE(waitUntil([] { return LocalUserInfo::isLoggedIn(); }, 10000))
+      << hudHistory().toStdString();
+  EXPECT_TRUE(waitUntil([] { return hudSaid("登录成功"); }));
+  ASSERT_TRUE(popupGone("UserLogInViewController"));
+  for (int i = 0; i < 4 && top() != uitest::home(); ++i) {
+    app().delegate()->popScreen();
+    spin(400);
+  }
+  ASSERT_TRUE(onScreen("MenusViewController"));
+
+  // Another phone: a second user likes and comments.
+  const QJsonObject other =
+      api(server, "rd_register_user",
+          {{"mobile", "13800000002"}, {"password", "pw2"}, {"nickname", "阿明"}});
+  const QString otherId = other.value("id").toString();
+  ASSERT_FALSE(otherId.isEmpty()) << QJsonDocument(other).toJson().toStdString();
+  const QJsonObject liked =
+      api(server, "rd_like_item", {{"user_id", otherId}, {"item_id", itemId}, {"is_liked", true}});
+  EXPECT_EQ(liked.value("num_like").toInteger(), 1) << QJsonDocument(liked).toJson().toStdString();
+  const QJsonObject comment =
+      api(server, "rd_add_comments",
+          {{"user_id", otherId}, {"item_id", itemId}, {"comments", "真好看"}});
+  EXPECT_EQ(comment.value("comments").toString(), "真好看")
+      << QJsonDocument(comment).toJson().toStdString();
+
+  // The owner's push: the message bar and the badge on the home screen.
+  auto* bar = MessageBarModel::instance();
+  ASSERT_TRUE(waitUntil([&] { return bar->description().contains("真好看"); }, 10000))
+      << bar->description().toStdString();
+  EXPECT_EQ(bar->title(), "温馨提示");
+  ASSERT_TRUE(waitUntil([&] { return item(home, "bgPointred")->isVisible(); }, 10000));
+  EXPECT_EQ(text(item(home, "unReadNumlab")), "1");
+  // The feed, reloaded, shows the like and the comment.
+  QMetaObject::invokeMethod(item("MenusFeeds"), "reloadShowTableview", Q_ARG(QVariant, false));
+  ASSERT_TRUE(waitUntil([&] {
+    return showTable->property("count").toInt() == 1 &&
+           Community::instance()->toMap(rowOf(showTable, 0))["commentNum"].toInt() == 1;
+  }));
+  EXPECT_EQ(Community::instance()->toMap(rowOf(showTable, 0))["like"].toString(), "1");
+  EXPECT_EQ(Community::instance()->toMap(rowOf(showTable, 0))["lookscorebasis"].toString(),
+            QString::number(score.toInt() + 100));
+  spin(500);
+  screenshot("09-home-badge");
+
+  // Own photos: the badges clear; delete the photo.
+  QMetaObject::invokeMethod(home, "setAction");
+  ASSERT_TRUE(onScreen("SetViewController"));
+  set = top();
+  ASSERT_TRUE(waitUntil([&] { return item(set, "unredRedImg")->isVisible(); }));
+  spin(300);
+  screenshot("10-settings");
+  press(item(set, "entry_myself"));
+  ASSERT_TRUE(onScreen("MyFaceViewController"));
+  QQuickItem* mine = top();
+  EXPECT_FALSE(item(home, "bgPointred")->isVisible());
+  QObject* myTable = mine->property("myFaceTableView").value<QObject*>();
+  ASSERT_TRUE(waitUntil([&] { return myTable->property("count").toInt() == 1; }));
+  press(item(mine, "rightBtn"));
+  spin(400);
+  screenshot("11-my-photos");
+  ProgressHud::instance()->clearHistory();
+  press(item(mine, "deleteButton0"));
+  ASSERT_TRUE(waitUntil([&] { return myTable->property("count").toInt() == 0; }, 10000));
+  EXPECT_TRUE(hudSaid("删除战场中..."));
+  EXPECT_TRUE(waitUntil([] { return hudSaid("删除成功"); }));
+  screenshot("12-deleted");
+  EXPECT_EQ(newestItems(server).size(), 0);
+  EXPECT_EQ(api(server, "rd_list_items", {{"limit", 10}, {"page", 1}, {"user_id", ownerId}})
+                .value("items")
+                .toArray()
+                .size(),
+            0);
+}

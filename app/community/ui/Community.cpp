@@ -334,8 +334,7 @@ QString Community::reviewUrl() const {
       .replace(QStringLiteral("{id}"), QString::fromUtf8(rd::build::kStoreId));
 }
 
-void Community::sendFeedback(const QString& text, const QString& voicePath,
-                             const QJSValue& cb) {
+void Community::sendFeedback(const QString& text, const QString& voicePath, const QJSValue& cb) {
   ProgressHud* hud = ProgressHud::instance();
   if (text.trimmed().isEmpty()) {
     hud->showErrorWithStatus(QStringLiteral("主人，请输入内容"));

@@ -18,6 +18,9 @@ set(RD_STORAGE_BACKUP_UPLOAD_URL "${RD_SERVER_URL}/upload-backup" CACHE STRING "
 set(RD_STORAGE_DOWNLOAD_PREFIX "${RD_SERVER_URL}/files/" CACHE STRING "Public download prefix of stored photos")
 
 set(RD_PUSH_URL "ws://127.0.0.1:8080/push" CACHE STRING "Push gateway WebSocket address")
+set(RD_CONTACT_EMAIL "rongdian@example.com" CACHE STRING "Contact address in the settings' contact text")
+set(RD_STORE_ID "000000000" CACHE STRING "The app's id in the app store")
+set(RD_STORE_REVIEW_URL "${RD_SERVER_URL}/app/review?id={id}" CACHE STRING "Review page of the app ({id}: the store id)")
 set(RD_SHARE_STORE_LINK "http://127.0.0.1:8080/app" CACHE STRING "Store link in share texts")
 
 # Outside kits: analytics, and the social kits used for sharing.

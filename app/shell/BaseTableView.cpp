@@ -163,6 +163,15 @@ void BaseTableView::clearRows() {
   emit countChanged();
 }
 
+bool BaseTableView::removeRecord(int row) {
+  if (row < 0 || row >= arrlist_.size()) return false;
+  beginRemoveRows({}, row, row);
+  arrlist_.removeAt(row);
+  endRemoveRows();
+  emit countChanged();
+  return true;
+}
+
 void BaseTableView::appendRecords(const QVariantList& records) {
   if (records.isEmpty()) return;
   const int first = static_cast<int>(arrlist_.size());

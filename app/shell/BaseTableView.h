@@ -54,6 +54,8 @@ class BaseTableView : public QAbstractListModel {
   // The record of a row (an Item or a Comment in a QVariant); invalid when out of range.
   Q_INVOKABLE QVariant get(int row) const;
   const QVariantList& rows() const { return arrlist_; }
+  // Takes one row away (a deleted record); false when there is no such row.
+  Q_INVOKABLE bool removeRecord(int row);
 
   // Hooks: reload from page 1 (with the list's progress text), the same
   // without it (refreshDataSyn), and the next page.

@@ -6,6 +6,7 @@
 #include <QSettings>
 #include <QtQml>
 
+#include "community/ui/Community.h"
 #include "face/CaptureFlow.h"
 #include "face/FaceppClient.h"
 #include "face/ui/CaptureController.h"
@@ -24,6 +25,7 @@
 AppShell::AppShell(QObject* parent) : QObject(parent) {
   registerQmlTypes();
   installAdapters();
+  Community::installImageCache(&engine_);
   delegate_ = new AppDelegate(this);
   qmlRegisterSingletonInstance("Rongdian", 1, 0, "App", delegate_);
   capture_ = new CaptureController(this);
@@ -46,6 +48,7 @@ void AppShell::registerQmlTypes() {
   qmlRegisterUncreatableType<NumberJump>("Rongdian", 1, 0, "NumberJump", "made by its screen");
   qmlRegisterUncreatableType<ResultViewController>("Rongdian", 1, 0, "ResultLogic",
                                                    "made by the capture flow");
+  Community::registerQmlTypes();
 }
 
 void AppShell::installAdapters() {

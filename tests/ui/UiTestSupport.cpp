@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QImage>
+#include <QTcpServer>
 #include <QTest>
 #include <QThread>
 
@@ -16,7 +17,16 @@ AppShell* g_app = nullptr;
 AppShell& app(const AppShell::Options& options) {
   if (!g_app) {
     g_app = new AppShell;
-    g_app->start(options);
+    AppShell::Options o = options;
+    if (o.serverUrl.isEmpty()) {
+      // No server for this test: a loopback port nobody listens on, so the
+      // home screen's loads fail at once instead of reaching whatever runs
+      // on the default port.
+      QTcpServer probe;
+      probe.listen(QHostAddress::LocalHost, 0);
+      o.serverUrl = QStringLiteral("http://127.0.0.1:%1").arg(probe.serverPort());
+    }
+    g_app->start(o);
   }
   return *g_app;
 }

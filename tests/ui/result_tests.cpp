@@ -175,7 +175,8 @@ class FakeDetection {
         const qsizetype length =
             at < 0 ? 0 : head.mid(at + 15, head.indexOf('\r', at) - at - 15).trimmed().toLongLong();
         if (buffer_.size() < end + 4 + length) return;
-        ++requests_;
+        // The home screen's feeds ask the same server; only detections count.
+        if (head.startsWith("post /v2/")) ++requests_;
         buffer_.clear();
         QJsonObject answer{{"img_width", 200},
                            {"img_height", 250},

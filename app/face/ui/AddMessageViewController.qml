@@ -17,12 +17,9 @@ Rectangle {
     // disSelectVCAction: validates and hands the text back.
     function disSelectVCAction() {
         const message = textMessage.text
-        if (message.length === 0) {
-            Hud.showErrorWithStatus("主人，请输入内容")
-            return
-        }
-        if (message.length >= 101) {
-            Hud.showErrorWithStatus("主人，请删除一些内容")
+        const error = Community.photoMessageError(message)
+        if (error.length > 0) {
+            Hud.showErrorWithStatus(error)
             return
         }
         textMessage.focus = false

@@ -1,0 +1,103 @@
+// The sign-up screen: mobile number and password, then the name pop-up. The
+// bar's right button opens the log-in pop-up.
+import QtQuick
+import QtQuick.Controls
+import Rongdian
+
+BaseViewController {
+    id: screen
+    objectName: "LoginViewController"
+    title: "注册"
+    rightText: "登录"
+    onRightClicked: rightBtnAction()
+    property alias textEail: textEail
+    property alias textPassword: textPassword
+
+    function dismissallKeyboard() {
+        textEail.focus = false
+        textPassword.focus = false
+    }
+    function signUpAction() {
+        const error = Community.signUpError(textEail.text, textPassword.text)
+        if (error.length > 0) {
+            Hud.showErrorWithStatus(error)
+            return
+        }
+        dismissallKeyboard()
+        App.presentPopup("SelectNameViewController", {
+                             "loginVC": screen
+                         })
+    }
+    function loginSuccess(name) {
+        Community.signUp(textEail.text, textPassword.text, name, function (ok) {
+            if (ok)
+                screen.dismissPopupVC()
+        })
+    }
+    function rightBtnAction() {
+        dismissallKeyboard()
+        App.presentPopup("UserLogInViewController", {
+                             "loginVC": screen,
+                             "type": "login"
+                         })
+    }
+    function dismissPopupVC() {
+        App.popScreen()
+    }
+    // After a log-in from the pop-up: close it, and this screen with it.
+    function loginFinished() {
+        App.dismissPopup()
+        App.popScreen()
+    }
+
+    Connections {
+        target: Community
+        function onFadeViewAction() {
+            App.dismissPopup()
+        }
+    }
+
+    MouseArea {
+        id: btndissKey
+        anchors.fill: parent
+        onClicked: screen.dismissallKeyboard()
+    }
+    Column {
+        id: loginView
+        objectName: "loginView"
+        anchors.horizontalCenter: parent.horizontalCenter
+        y: Qt.inputMethod.visible ? 20 : 60
+        width: parent.width - 40
+        spacing: 14
+        Label {
+            text: "用手机号注册容点"
+            color: "#666666"
+            font.pixelSize: 15
+        }
+        TextField {
+            id: textEail
+            objectName: "textEail"
+            width: parent.width
+            placeholderText: "手机号"
+            inputMethodHints: Qt.ImhDialableCharactersOnly
+        }
+        TextField {
+            id: textPassword
+            objectName: "textPassword"
+            width: parent.width
+            placeholderText: "密码"
+            echoMode: TextInput.Password
+            onAccepted: screen.signUpAction()
+        }
+        Button {
+            objectName: "signUpButton"
+            width: parent.width
+            text: "注册"
+            onClicked: screen.signUpAction()
+        }
+    }
+    Component.onCompleted: {
+        if (Community.needsRelogin())
+            rightBtnAction()
+    }
+}

@@ -1,0 +1,174 @@
+// The home screen's feeds: a pager whose first page is the newest feed with
+// the top item as its header and whose second page, reachable only after
+// "容点榜" was chosen, is the ranking. Also the account refresh with the
+// unread badge and the one-time password prompt.
+import QtQuick
+import QtQuick.Controls
+import Rongdian
+
+Item {
+    id: feeds
+    objectName: "MenusFeeds"
+    property var menusVC: null
+    property var arrHead: []
+    property int pages: 1
+    property alias aScrollView: pager
+    property alias showTableView: showTable
+    property alias valueTableView: valueTable
+    property alias showView: showView
+    property alias valueView: valueView
+
+    function reloadShowTableview(quiet) {
+        if (!quiet)
+            Hud.showWithStatus("加载中...")
+        showTable.finishRefreshControl()
+        showTable.refreshData()
+        loadFristPoint()
+    }
+    function reloadValuTableView() {
+        valueTable.finishRefreshControl()
+        valueTable.refreshData()
+    }
+    function loadFristPoint() {
+        Community.loadFristPoint(function (item) {
+            feeds.arrHead = [item]
+        })
+    }
+    function loadSetData() {
+        Community.loadSetData(function (user) {
+            if (feeds.menusVC)
+                feeds.menusVC.setleftBtnRedNum(user.numComments)
+            if (user.user_type === "payment" && !Community.firstLoginDone())
+                Alerts.alert("容点，感谢20亿次的使用", "由于更换更大性能的服务器\n请主人重新设置密码哟：）",
+                             ["去设置"])
+        })
+    }
+    function openItem(item) {
+        App.pushScreen("CommentViewController", {
+                           "itemInfo": item
+                       })
+    }
+    function openPerson(item) {
+        App.pushScreen("MyFaceViewController", {
+                           "itemId": item.itemId,
+                           "userLikeName": item.userlikename
+                       })
+    }
+    function scrollPager(page) {
+        pager.contentX = page * pager.width
+    }
+
+    ShowTableView {
+        id: showTable
+        onPagerPageRequested: page => feeds.scrollPager(page)
+    }
+    ValueTableView {
+        id: valueTable
+        onPagerPageRequested: page => feeds.scrollPager(page)
+    }
+
+    Connections {
+        target: feeds.menusVC
+        ignoreUnknownSignals: true
+        function onRankingChosen() {
+            feeds.pages = 2
+            feeds.reloadValuTableView()
+        }
+        function onNewestChosen() {
+            feeds.reloadShowTableview(false)
+        }
+    }
+    Connections {
+        target: Community
+        function onSharMessageSuccded() {
+            showTable.refreshData()
+            showView.positionViewAtBeginning()
+        }
+        function onClearAllNewsNum() {
+            if (feeds.menusVC)
+                feeds.menusVC.setleftBtnRedNum(null)
+        }
+        function onUpdataNewsNum() {
+            feeds.loadSetData()
+        }
+    }
+    Connections {
+        target: Alerts
+        function onAlertAnswered(title, index) {
+            if (title === "容点，感谢20亿次的使用" && index === 0)
+                App.pushScreen("SetViewController", {
+                                   "showType": "enableFristLogin2.3"
+                               })
+        }
+    }
+
+    Flickable {
+        id: pager
+        objectName: "aScrollView"
+        anchors.fill: parent
+        contentWidth: width * feeds.pages
+        contentHeight: height
+        flickableDirection: Flickable.HorizontalFlick
+        boundsBehavior: Flickable.StopAtBounds
+        clip: true
+        onMovementEnded: contentX = Math.round(contentX / width) * width
+        Behavior on contentX {
+            enabled: !pager.moving
+            NumberAnimation { duration: 200 }
+        }
+
+        FeedList {
+            id: showView
+            objectName: "showTableView"
+            x: 0
+            width: pager.width
+            height: pager.height
+            table: showTable
+            header: feeds.arrHead.length > 0 ? headerComponent : null
+            delegate: ShowCell {
+                width: showView.width
+                item: Community.toMap(modelData)
+                menusVC: feeds.menusVC
+                onTapped: feeds.openItem(item)
+                onHeadTapped: feeds.openPerson(item)
+            }
+        }
+        FeedList {
+            id: valueView
+            objectName: "valueTableView"
+            x: pager.width
+            width: pager.width
+            height: pager.height
+            table: valueTable
+            delegate: ShowCell {
+                width: valueView.width
+                ranking: true
+                row: index
+                item: Community.toMap(modelData)
+                menusVC: feeds.menusVC
+                onTapped: feeds.openItem(item)
+                onHeadTapped: feeds.openPerson(item)
+            }
+        }
+    }
+    Component {
+        id: headerComponent
+        ShowCell {
+            width: showView.width
+            header: true
+            item: feeds.arrHead[0]
+            menusVC: feeds.menusVC
+            color: "white"
+            onTapped: feeds.openItem(item)
+            onHeadTapped: App.pushScreen("CommentViewController", {
+                                             "itemInfo": item
+                                         })
+        }
+    }
+
+    Component.onCompleted: {
+        reloadShowTableview(true)
+        if (Community.canLoadAccount())
+            loadSetData()
+    }
+}

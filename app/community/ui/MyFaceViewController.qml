@@ -1,0 +1,84 @@
+// A user's published photos; the user's own (opened from the settings) can
+// be deleted. Opening this screen counts as having seen the news.
+import QtQuick
+import QtQuick.Controls
+import Rongdian
+
+BaseViewController {
+    id: screen
+    objectName: "MyFaceViewController"
+    property string userName: ""
+    property string userLikeName: ""
+    property string itemId: ""
+    property string jumpType: ""
+    property bool editState: true
+    property bool editing: false
+    property alias myFaceTableView: table
+    title: userLikeName.length > 0 ? userLikeName : "容点"
+    rightText: jumpType === "set" ? (editing ? "完成" : "删除") : ""
+    onRightClicked: rightbtnAction()
+
+    function rightbtnAction() { editing = !editing }
+    function didSelectItem(item) {
+        if (Number(item.like || 0) === 0 && Number(item.unlike || 0) === 0) {
+            Hud.showErrorWithStatus("有赞才能查看哦")
+            return
+        }
+        App.pushScreen("CommentViewController", {
+                           "itemInfo": item
+                       })
+    }
+    function deleteRow(row) {
+        const item = Community.toMap(table.get(row))
+        Community.deleteItem(item.itemId, function (ok) {
+            if (ok)
+                table.removeRecord(row)
+        })
+    }
+
+    MyFaceTableView {
+        id: table
+        userName: screen.userName
+        itemId: screen.itemId
+    }
+    Connections {
+        target: Community
+        function onItemDleteSucceed() { table.refreshData() }
+    }
+    FeedList {
+        id: list
+        objectName: "myFaceTableView"
+        anchors.fill: parent
+        table: table
+        delegate: Item {
+            width: list.width
+            height: cell.height
+            ShowCell {
+                id: cell
+                width: parent.width - (deleteButton.visible ? 70 : 0)
+                item: Community.toMap(modelData)
+                onTapped: screen.didSelectItem(item)
+                onHeadTapped: screen.didSelectItem(item)
+            }
+            Button {
+                id: deleteButton
+                objectName: "deleteButton" + index
+                // The delete style only while editState is false (the user's own list).
+                visible: !screen.editState && screen.editing
+                anchors.right: parent.right
+                width: 70
+                height: parent.height
+                text: "删除"
+                palette.button: "#e05a5a"
+                palette.buttonText: "white"
+                onClicked: screen.deleteRow(index)
+            }
+        }
+    }
+    Component.onCompleted: {
+        if (jumpType === "set")
+            editState = false
+        table.refreshData()
+        Community.post("clearAllNewsNum")
+    }
+}

@@ -1,0 +1,20 @@
+// The round badge with the first character of a name ("未" when empty).
+import QtQuick
+import QtQuick.Controls
+import Rongdian
+
+Rectangle {
+    property string name: ""
+    property alias label: badgeText
+    width: 30
+    height: 30
+    radius: 15
+    color: "#4dc47a"
+    Label {
+        id: badgeText
+        anchors.centerIn: parent
+        text: Community.nameBadge(parent.name)
+        color: "white"
+        font.pixelSize: 15
+    }
+}

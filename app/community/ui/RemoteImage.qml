@@ -1,0 +1,26 @@
+// A photo loaded from its address, with "location.png" while it loads or
+// when it cannot be loaded.
+import QtQuick
+
+Item {
+    id: root
+    property alias source: photo.source
+    readonly property bool ready: photo.status === Image.Ready
+    property alias image: photo
+
+    Image {
+        anchors.fill: parent
+        visible: !root.ready
+        source: "qrc:/pictures/location.png"
+        fillMode: Image.PreserveAspectFit
+    }
+    Image {
+        id: photo
+        anchors.fill: parent
+        fillMode: Image.PreserveAspectCrop
+        clip: true
+        asynchronous: true
+        cache: true
+        visible: root.ready
+    }
+}

@@ -1,0 +1,58 @@
+// The comment picker of the sharing screen.
+import QtQuick
+import QtQuick.Controls
+import Rongdian
+
+BaseViewController {
+    id: screen
+    objectName: "SelectCommentViewController"
+    property var itemInfo: ({})
+    property var sharVC: null
+    title: "选择评论"
+
+    function didSelectCommentTableView(c) {
+        if (sharVC)
+            sharVC.updataCommenView(c)
+        App.popScreen()
+    }
+
+    SelectCommentTableView {
+        id: table
+        itemID: screen.itemInfo.itemId || ""
+    }
+    FeedList {
+        id: list
+        objectName: "selectCommentTableView"
+        anchors.fill: parent
+        table: table
+        delegate: Rectangle {
+            width: list.width
+            height: 52
+            objectName: "selectCommentRow" + index
+            MouseArea {
+                anchors.fill: parent
+                onClicked: screen.didSelectCommentTableView(table.get(index))
+            }
+            NameBadge {
+                x: 10
+                y: 10
+                name: userlikename || ""
+            }
+            Label {
+                x: 48
+                y: 16
+                width: parent.width - 58
+                elide: Text.ElideRight
+                text: commentmessage || ""
+                font.pixelSize: 14
+            }
+            Rectangle {
+                anchors.bottom: parent.bottom
+                width: parent.width
+                height: 1
+                color: "#eeeeee"
+            }
+        }
+    }
+    Component.onCompleted: table.refreshData()
+}

@@ -1,0 +1,176 @@
+// Settings: the account (name, gold coins), the unread badge on the own
+// photos entry, feedback, contact, rating, and log-in or log-out.
+import QtQuick
+import QtQuick.Controls
+import Rongdian
+
+BaseViewController {
+    id: screen
+    objectName: "SetViewController"
+    title: "设置"
+    property int unReadNum: 0
+    property string showType: ""
+    property bool badgeVisible: false
+    property string badgeText: ""
+    property bool logged: Community.loggedIn
+
+    function isShowUnreadNum(n) {
+        const b = App.badgeFor(n === undefined || n === null ? 0 : n)
+        badgeVisible = b.visible
+        badgeText = b.text
+    }
+    function loadSetData() {
+        Community.loadSetData(function (user) {
+            screen.isShowUnreadNum(user.numComments)
+        })
+    }
+    function setUserTypeView() {
+        logged = Community.loggedIn
+    }
+    function myselfVCAction() {
+        if (!Community.loggedIn) {
+            Hud.showErrorWithStatus("主人,请注册或登录")
+            return
+        }
+        const u = Community.user
+        App.pushScreen("MyFaceViewController", {
+                           "userLikeName": u.userlikename,
+                           "userName": u.username,
+                           "jumpType": "set"
+                       })
+    }
+    function oneAction() { App.pushScreen("FeedbackViewController", {}) }
+    function twoAction() { Alerts.actionSheet(Community.contactText(), [], "取消") }
+    function threwAction() { Qt.openUrlExternally(Community.reviewUrl()) }
+    function logoutAlert() { Alerts.alert("温馨提示", "是否退出登录", ["取消", "确定"]) }
+    function fourAction() {
+        if (Community.loggedIn)
+            logoutAlert()
+        else
+            App.pushScreen("LoginViewController", {})
+    }
+    function loginAction() {
+        if (Community.loggedIn)
+            logoutAlert()
+        else
+            App.presentPopup("UserLogInViewController", {
+                                 "setVC": screen,
+                                 "type": "set"
+                             })
+    }
+
+    Connections {
+        target: Community
+        function onUserloginsucceed() { screen.setUserTypeView() }
+        function onClearAllNewsNum() { screen.isShowUnreadNum(0) }
+        function onUpdataNewsNum() { screen.loadSetData() }
+        function onSessionChanged() { screen.setUserTypeView() }
+    }
+    Connections {
+        target: Alerts
+        function onAlertAnswered(title, index) {
+            if (title !== "温馨提示" || index !== 1 || !screen.logged)
+                return
+            Community.logout()
+            Hud.showSuccessWithStatus("退出成功")
+            screen.setUserTypeView()
+        }
+    }
+
+    Column {
+        anchors.fill: parent
+        Rectangle {
+            id: loginView
+            objectName: "loginView"
+            width: parent.width
+            height: 90
+            color: "#fafafa"
+            NameBadge {
+                x: 16
+                y: 22
+                width: 46
+                height: 46
+                radius: 23
+                name: screen.logged ? (Community.user.userlikename || "") : ""
+            }
+            Label {
+                id: lablikeName
+                objectName: "lablikeName"
+                x: 76
+                y: 20
+                visible: screen.logged
+                text: Community.user.userlikename || ""
+                font.pixelSize: 17
+            }
+            Label {
+                id: labUserScore
+                objectName: "labUserScore"
+                x: 76
+                y: 50
+                text: screen.logged ? "用户金币: " + Community.user.userScore : "用户金币: 无"
+                color: "#888888"
+                font.pixelSize: 13
+                MouseArea {
+                    anchors.fill: parent
+                    onClicked: {} // userScoreAction: the gold-coin screen is empty
+                }
+            }
+            Button {
+                id: labQuestion
+                objectName: "labQuestion"
+                anchors.right: parent.right
+                anchors.rightMargin: 12
+                anchors.verticalCenter: parent.verticalCenter
+                text: screen.logged ? "退出登录" : "登录"
+                onClicked: screen.loginAction()
+            }
+        }
+        Repeater {
+            model: [["myself", "我的照片"], ["one", "意见反馈"], ["two", "联系我们"], ["threw", "给容点评分"],
+                ["four", screen.logged ? "退出登录" : "注册"]]
+            delegate: ItemDelegate {
+                objectName: "entry_" + modelData[0]
+                width: parent.width
+                height: 50
+                text: modelData[1]
+                onClicked: {
+                    switch (modelData[0]) {
+                    case "myself": screen.myselfVCAction(); break
+                    case "one": screen.oneAction(); break
+                    case "two": screen.twoAction(); break
+                    case "threw": screen.threwAction(); break
+                    case "four": screen.fourAction(); break
+                    }
+                }
+                Image {
+                    id: unredRedImg
+                    objectName: modelData[0] === "myself" ? "unredRedImg" : ""
+                    visible: modelData[0] === "myself" && screen.badgeVisible
+                    anchors.right: parent.right
+                    anchors.rightMargin: 16
+                    anchors.verticalCenter: parent.verticalCenter
+                    width: 20
+                    height: 20
+                    source: "qrc:/pictures/menus_unReadRed.png"
+                    Label {
+                        objectName: modelData[0] === "myself" ? "unredRedLab" : ""
+                        anchors.centerIn: parent
+                        text: screen.badgeText
+                        color: "white"
+                        font.pixelSize: 12
+                    }
+                }
+            }
+        }
+    }
+    Component.onCompleted: {
+        if (showType === "enableFristLogin2.3")
+            App.presentPopup("UserLogInViewController", {
+                                 "setVC": screen,
+                                 "type": "set"
+                             })
+        if (Community.loggedIn)
+            loadSetData()
+        isShowUnreadNum(unReadNum)
+    }
+}

@@ -1,0 +1,128 @@
+// The photo with a chosen comment, as a picture to share. The two edit
+// buttons pick another comment; they are kept out of the shared picture.
+import QtQuick
+import QtQuick.Controls
+import Rongdian
+
+BaseViewController {
+    id: screen
+    objectName: "ShareViewController"
+    property var arrComment: []
+    property var itemInfo: ({})
+    property var comment: arrComment.length > 0 ? arrComment[0] : ({})
+    property alias shareInfoView: shareInfoView
+    property alias popShardView: panel
+    title: "分享"
+    rightText: "分享"
+    onRightClicked: shardAction()
+
+    function shardAction() { panel.showAnima() }
+    function updataCommenView(c) { comment = Community.toMap(c) }
+    // Runs `then(picture)` with the picture of the photo and its comment.
+    function grabShareInfo(then) {
+        shareInfoView.grabToImage(function (result) { then(result.image) })
+    }
+    function sharOtherAction(tag) {
+        if (!Community.isShareTag(tag))
+            return
+        if (!Community.isInstalled(tag)) {
+            Community.sharOtherAction(tag, null) // the target's message
+            return
+        }
+        editBtn.visible = false
+        editBtn2.visible = false
+        panel.disAble()
+        grabShareInfo(function (picture) {
+            Community.sharOtherAction(tag, picture)
+            if (screen.arrComment.length !== 1) {
+                editBtn.visible = true
+                editBtn2.visible = true
+            }
+        })
+    }
+    function saveAction() {
+        editBtn.visible = false
+        editBtn2.visible = false
+        grabShareInfo(function (picture) {
+            Community.savePicture(picture)
+            editBtn.visible = screen.arrComment.length !== 1
+            editBtn2.visible = screen.arrComment.length !== 1
+        })
+    }
+    function editAction() {
+        App.pushScreen("SelectCommentViewController", {
+                           "itemInfo": screen.itemInfo,
+                           "sharVC": screen
+                       })
+    }
+
+    Rectangle {
+        id: shareInfoView
+        objectName: "shareInfoView"
+        anchors.horizontalCenter: parent.horizontalCenter
+        y: 10
+        width: 280
+        height: 380
+        color: "white"
+        border.color: "#eeeeee"
+        RemoteImage {
+            id: photo
+            x: 40
+            y: 10
+            width: 200
+            height: 250
+            source: screen.itemInfo.imgurl || ""
+        }
+        Label {
+            objectName: "shareScore"
+            x: 10
+            y: 268
+            text: "容点 " + (screen.itemInfo.lookscorebasis || "")
+            color: Community.scoreColor(screen.itemInfo.lookscorebasis || "")
+            font.pixelSize: 16
+            font.bold: true
+        }
+        NameBadge {
+            x: 10
+            y: 296
+            name: screen.comment.userlikename || ""
+        }
+        Label {
+            objectName: "shareComment"
+            x: 48
+            y: 300
+            width: parent.width - 58
+            wrapMode: Text.Wrap
+            maximumLineCount: 3
+            elide: Text.ElideRight
+            text: screen.comment.commentmessage || ""
+            font.pixelSize: 14
+        }
+        Button {
+            id: editBtn
+            objectName: "editBtn"
+            anchors.right: parent.right
+            y: 262
+            text: "换评论"
+            font.pixelSize: 11
+            visible: screen.arrComment.length !== 1
+            onClicked: screen.editAction()
+        }
+        Button {
+            id: editBtn2
+            objectName: "editBtn2"
+            anchors.right: parent.right
+            anchors.bottom: parent.bottom
+            text: "编辑"
+            font.pixelSize: 11
+            visible: screen.arrComment.length !== 1
+            onClicked: screen.editAction()
+        }
+    }
+    SharePanel {
+        id: panel
+        onSharOtherAction: tag => screen.sharOtherAction(tag)
+        onSaveAction: screen.saveAction()
+        onCopyAction: Community.copyText(3002)
+    }
+}

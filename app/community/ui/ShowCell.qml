@@ -1,0 +1,194 @@
+// A row of the newest feed (ShowCell), and with `header` set the feed's top
+// item (ShowOneCell) with its dislike button. `item` is a map of the Item's
+// fields; likes change it in place.
+import QtQuick
+import QtQuick.Controls
+import Rongdian
+
+Rectangle {
+    id: cell
+    property var item: ({})
+    property bool header: false
+    property bool ranking: false
+    property int row: 0
+    property var menusVC: null
+    signal tapped
+    signal headTapped
+
+    readonly property var rankInfo: Community.rank(row)
+    width: parent ? parent.width : 320
+    height: 110
+    color: "white"
+    objectName: header ? "ShowOneCell" : (ranking ? "ValueCell" : "ShowCell")
+
+    function likeAction(isLike, button) {
+        button.enabled = false
+        button.liked = true
+        cell.item = Community.likeAction(cell.item, isLike, function (ok, score, like) {
+            button.enabled = true
+            if (!ok)
+                return
+            labScore.text = score
+            if (isLike)
+                btnLike.text = Community.likeTitle(like)
+            else
+                btnunLike.text = Community.unlikeTitle(like) // the like count, as it always was
+        })
+        kiss.play()
+    }
+    // shakeView: a short shake of the tapped view.
+    function shakeView(v) {
+        shake.target = v
+        shake.restart()
+    }
+    SequentialAnimation {
+        id: shake
+        property Item target: null
+        NumberAnimation { target: shake.target; property: "rotation"; to: 5; duration: 60 }
+        NumberAnimation { target: shake.target; property: "rotation"; to: -5; duration: 120 }
+        NumberAnimation { target: shake.target; property: "rotation"; to: 0; duration: 60 }
+    }
+
+    MouseArea {
+        anchors.fill: parent
+        onClicked: cell.tapped()
+    }
+    RemoteImage {
+        id: imgHead
+        objectName: "imgHead"
+        x: 8
+        y: 8
+        width: 75
+        height: 94
+        source: cell.item.imgurl || ""
+        MouseArea {
+            anchors.fill: parent
+            onClicked: {
+                if (cell.header)
+                    cell.shakeView(imgHead)
+                cell.headTapped()
+            }
+        }
+    }
+    NameBadge {
+        objectName: "labLikeName"
+        x: 92
+        y: 8
+        name: cell.item.userlikename || ""
+    }
+    Label {
+        objectName: "labName"
+        x: 128
+        y: 12
+        width: 100
+        elide: Text.ElideRight
+        text: cell.item.userlikename || ""
+        color: "#666666"
+        font.pixelSize: 13
+    }
+    Label {
+        id: labScore
+        objectName: "labScore"
+        anchors.right: parent.right
+        anchors.rightMargin: 10
+        y: 8
+        text: cell.item.lookscorebasis || ""
+        color: Community.scoreColor(text)
+        font.pixelSize: 20
+        font.bold: true
+    }
+    Label {
+        objectName: "labMessage"
+        x: 92
+        y: 44
+        width: parent.width - 100
+        elide: Text.ElideRight
+        text: cell.item.imgmessage || ""
+        font.pixelSize: 14
+    }
+    Image {
+        objectName: "imgisenablePhoto"
+        x: 60
+        y: 80
+        width: 20
+        height: 20
+        source: "qrc:/pictures/two.png"
+        visible: cell.ranking ? Community.rankingShowsPhotoMark(cell.item.isenablePhoto)
+                              : Community.newestShowsPhotoMark(cell.item.isenablePhoto)
+    }
+    Row {
+        x: 92
+        y: 74
+        spacing: 8
+        LikeButton {
+            id: btnLike
+            objectName: "btnLike"
+            text: Community.likeTitle(cell.item.like)
+            onClicked: cell.likeAction(true, btnLike)
+        }
+        LikeButton {
+            id: btnunLike
+            objectName: "btnunLike"
+            visible: cell.header
+            text: Community.unlikeTitle(cell.item.unlike)
+            onClicked: cell.likeAction(false, btnunLike)
+        }
+        Label {
+            objectName: "labComment"
+            anchors.verticalCenter: parent.verticalCenter
+            text: "评论 " + (cell.item.commentNum !== undefined ? cell.item.commentNum : 0)
+            color: "#888888"
+            font.pixelSize: 12
+        }
+    }
+    Label {
+        objectName: "labTime"
+        visible: !cell.ranking
+        anchors.right: parent.right
+        anchors.rightMargin: 10
+        y: 82
+        text: Community.timeLabel(cell.item.createdAt || "")
+        color: "#aaaaaa"
+        font.pixelSize: 11
+    }
+    Label {
+        objectName: "teachLabel"
+        visible: cell.ranking
+        anchors.right: parent.right
+        anchors.rightMargin: 10
+        y: 40
+        text: cell.rankInfo.title
+        color: "#e05a5a"
+        font.pixelSize: 14
+    }
+    Label {
+        objectName: "lablookScorNum"
+        visible: cell.ranking && cell.rankInfo.numberVisible
+        anchors.right: parent.right
+        anchors.rightMargin: 10
+        y: 40
+        text: cell.rankInfo.number
+        color: "#888888"
+        font.pixelSize: 14
+    }
+    Image {
+        id: kissImage
+        anchors.centerIn: parent
+        width: 40
+        height: 40
+        opacity: 0
+        source: "qrc:/pictures/location_more.png"
+        SequentialAnimation {
+            id: kiss
+            function play() { restart() }
+            NumberAnimation { target: kissImage; property: "opacity"; from: 0.5; to: 1; duration: 200 }
+            NumberAnimation { target: kissImage; property: "opacity"; to: 0; duration: 300 }
+        }
+    }
+    Rectangle {
+        anchors.bottom: parent.bottom
+        width: parent.width
+        height: 1
+        color: "#eeeeee"
+    }
+}

@@ -1,0 +1,84 @@
+// The log-in pop-up; for an account from before the password-reset rule it
+// also sets the password anew, once.
+import QtQuick
+import QtQuick.Controls
+import Rongdian
+
+Rectangle {
+    id: popup
+    objectName: "UserLogInViewController"
+    property string type: "login"
+    property var loginVC: null
+    property var setVC: null
+    property bool isEnableUpdataPassword: false
+    property alias textName: textName
+    property alias textpassword: textpassword
+    property alias labTitle: labTitle
+    width: 280
+    height: 230
+    radius: 8
+    color: "white"
+
+    function disSelectVCAction() {
+        const error = Community.logInError(textName.text, textpassword.text)
+        if (error.length > 0) {
+            Hud.showErrorWithStatus(error)
+            return
+        }
+        Community.logIn(textName.text, textpassword.text, isEnableUpdataPassword, function (ok) {
+            if (!ok)
+                return
+            textName.focus = false
+            textpassword.focus = false
+            App.dismissPopup()
+            if (popup.type === "login" && popup.loginVC)
+                popup.loginVC.loginFinished()
+        })
+    }
+
+    Column {
+        anchors.centerIn: parent
+        spacing: 12
+        width: parent.width - 40
+        Button {
+            id: labTitle
+            objectName: "labTitle"
+            width: parent.width
+            flat: true
+            text: "登录"
+            font.pixelSize: 16
+        }
+        TextField {
+            id: textName
+            objectName: "textName"
+            width: parent.width
+            placeholderText: "手机号"
+        }
+        TextField {
+            id: textpassword
+            objectName: "textpassword"
+            width: parent.width
+            placeholderText: "密码"
+            echoMode: TextInput.Password
+            onAccepted: popup.disSelectVCAction()
+        }
+        Button {
+            objectName: "loginButton"
+            width: parent.width
+            text: "登录"
+            onClicked: popup.disSelectVCAction()
+        }
+    }
+    Component.onCompleted: {
+        if (Community.hasOldName()) {
+            isEnableUpdataPassword = !Community.firstLoginDone()
+            labTitle.text = "请重新设置密码"
+            textName.text = Community.user.userOldName
+            textName.readOnly = true
+            if (type === "set" && !Community.firstLoginDone())
+                textpassword.forceActiveFocus()
+        } else {
+            isEnableUpdataPassword = false
+        }
+    }
+}

@@ -172,6 +172,27 @@ bool BaseTableView::removeRecord(int row) {
   return true;
 }
 
+int BaseTableView::updateRecords(const QString& keyField, const QVariantMap& fields) {
+  const QMetaObject* mo = recordType();
+  if (!mo || !fields.contains(keyField)) return 0;
+  const int key = mo->indexOfProperty(keyField.toUtf8().constData());
+  if (key < 0) return 0;
+  const QString wanted = fields.value(keyField).toString();
+  int changed = 0;
+  for (int row = 0; row < arrlist_.size(); ++row) {
+    QVariant& record = arrlist_[row];
+    if (mo->property(key).readOnGadget(record.constData()).toString() != wanted) continue;
+    for (auto it = fields.cbegin(); it != fields.cend(); ++it) {
+      const int prop = mo->indexOfProperty(it.key().toUtf8().constData());
+      if (prop >= 0 && prop != key) mo->property(prop).writeOnGadget(record.data(), it.value());
+    }
+    const QModelIndex at = index(row);
+    emit dataChanged(at, at);
+    ++changed;
+  }
+  return changed;
+}
+
 void BaseTableView::appendRecords(const QVariantList& records) {
   if (records.isEmpty()) return;
   const int first = static_cast<int>(arrlist_.size());

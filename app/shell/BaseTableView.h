@@ -56,6 +56,10 @@ class BaseTableView : public QAbstractListModel {
   const QVariantList& rows() const { return arrlist_; }
   // Takes one row away (a deleted record); false when there is no such row.
   Q_INVOKABLE bool removeRecord(int row);
+  // Records are shared with the screens that change them (a like on the item
+  // page, a comment count): writes `fields` into every row whose `keyField`
+  // equals fields[keyField]. Returns the number of rows changed.
+  Q_INVOKABLE int updateRecords(const QString& keyField, const QVariantMap& fields);
 
   // Hooks: reload from page 1 (with the list's progress text), the same
   // without it (refreshDataSyn), and the next page.

@@ -242,3 +242,27 @@ TEST(OwnPhotos, DeletedRowLeavesTheListAtOnce) {
   EXPECT_FALSE(list.removeRecord(-1));
   EXPECT_EQ(list.rowCount(), 2);
 }
+
+TEST(OwnPhotos, ChangedItemShowsInEveryRowOfIt) {
+  ThreeItems list;
+  list.refreshData();
+  QList<int> changedRows;
+  QObject::connect(&list, &QAbstractItemModel::dataChanged,
+                   [&](const QModelIndex& from, const QModelIndex&) { changedRows << from.row(); });
+  // The item page's like and comment, as a map with numbers from the screen.
+  EXPECT_EQ(list.updateRecords("itemId", {{"itemId", "b"},
+                                          {"lookscorebasis", "220"},
+                                          {"like", 1},
+                                          {"commentNum", 2},
+                                          {"noSuchField", "x"}}),
+            1);
+  EXPECT_EQ(changedRows, QList<int>{1});
+  const Item b = list.get(1).value<Item>();
+  EXPECT_EQ(b.itemId, "b");
+  EXPECT_EQ(b.lookscorebasis, "220");
+  EXPECT_EQ(b.like, "1");
+  EXPECT_EQ(b.commentNum, 2);
+  EXPECT_EQ(list.get(0).value<Item>().lookscorebasis, list.get(2).value<Item>().lookscorebasis);
+  EXPECT_EQ(list.updateRecords("itemId", {{"itemId", "zz"}, {"like", 5}}), 0);
+  EXPECT_EQ(list.updateRecords("itemId", {{"like", 5}}), 0);  // no key: nothing matches
+}

@@ -193,8 +193,31 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   back();  // to the item page
   back();  // to home
 
-  // The dislike on the header shows the like count.
   ASSERT_TRUE(onScreen("MenusViewController"));
+  // The feed's record of that item and its row took the page's like and comment.
+  bool recordSeen = false;
+  for (int i = 0; i < 2; ++i) {
+    QVariantMap m = Community::instance()->toMap(rowOf(showTable, i));
+    if (m["imgmessage"] != "第一张") continue;
+    recordSeen = true;
+    EXPECT_EQ(m["lookscorebasis"].toString(), "220");
+    EXPECT_EQ(m["like"].toString(), "1");
+    EXPECT_EQ(m["commentNum"].toInt(), 1);
+  }
+  EXPECT_TRUE(recordSeen);
+  QList<QQuickItem*> cells;
+  collect(item("showTableView"), "ShowCell", cells);
+  int rowsSeen = 0;
+  for (QQuickItem* cell : cells) {
+    if (text(item(cell, "labMessage")) != "第一张") continue;
+    ++rowsSeen;
+    EXPECT_EQ(text(item(cell, "labScore")), "220");
+    EXPECT_EQ(text(item(cell, "btnLike")), "赞(1)");
+    EXPECT_EQ(text(item(cell, "labComment")), "评论 1");
+  }
+  EXPECT_EQ(rowsSeen, 1);
+
+  // The dislike on the header shows the like count.
   QQuickItem* header = item("ShowOneCell");
   ASSERT_TRUE(header);
   QQuickItem* dislike = item(header, "btnunLike");

@@ -38,6 +38,7 @@ BaseViewController {
             const copy = Object.assign({}, screen.itemInfo)
             copy.commentNum = n
             screen.itemInfo = copy
+            Community.itemChanged(copy)
         })
     }
     function commentRightAction() {
@@ -123,11 +124,8 @@ BaseViewController {
                     btnLike.enabled = false
                     btnLike.liked = true
                     screen.itemInfo = Community.likeAction(screen.itemInfo, true, function (ok, score, like) {
+                        // The labels follow itemInfo, which holds the new values.
                         btnLike.enabled = true
-                        if (!ok)
-                            return
-                        labScore.text = score
-                        btnLike.text = Community.likeTitle(like)
                     })
                 }
             }

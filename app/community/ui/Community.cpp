@@ -228,6 +228,7 @@ QVariantMap Community::likeAction(const QVariant& itemVar, bool isLike, const QJ
                                                                    MessageBarModel::Success);
                         call(cb, {ok, next.score, next.like});
                       });
+  emit itemChanged(item);
   return item;
 }
 

@@ -104,6 +104,9 @@ class Community : public QObject {
 
  signals:
   void sessionChanged();
+  // An item's record changed on one screen (its score and likes, its comment
+  // count); every list and row showing that item takes the new fields.
+  void itemChanged(const QVariantMap& item);
   void sharMessageSuccded();
   void clearAllNewsNum();
   void updataNewsNum();

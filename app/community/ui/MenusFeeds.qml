@@ -58,6 +58,13 @@ Item {
         pager.contentX = page * pager.width
     }
 
+    Connections {
+        target: Community
+        function onItemChanged(changed) {
+            showTable.updateRecords("itemId", changed)
+            valueTable.updateRecords("itemId", changed)
+        }
+    }
     ShowTableView {
         id: showTable
         onPagerPageRequested: page => feeds.scrollPager(page)

@@ -44,6 +44,7 @@ BaseViewController {
     Connections {
         target: Community
         function onItemDleteSucceed() { table.refreshData() }
+        function onItemChanged(changed) { table.updateRecords("itemId", changed) }
     }
     FeedList {
         id: list

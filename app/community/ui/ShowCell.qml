@@ -16,6 +16,15 @@ Rectangle {
     signal headTapped
 
     readonly property var rankInfo: Community.rank(row)
+
+    // The same item changed elsewhere (its page, another list): show it.
+    Connections {
+        target: Community
+        function onItemChanged(changed) {
+            if (changed.itemId !== undefined && changed.itemId === cell.item.itemId)
+                cell.item = changed
+        }
+    }
     width: parent ? parent.width : 320
     height: 110
     color: "white"
@@ -26,13 +35,10 @@ Rectangle {
         button.liked = true
         cell.item = Community.likeAction(cell.item, isLike, function (ok, score, like) {
             button.enabled = true
-            if (!ok)
-                return
-            labScore.text = score
-            if (isLike)
-                btnLike.text = Community.likeTitle(like)
-            else
-                btnunLike.text = Community.unlikeTitle(like) // the like count, as it always was
+            // The score and like labels follow the item, which already holds
+            // the answer's values; the dislike title shows the like count.
+            if (ok && !isLike)
+                btnunLike.text = Community.unlikeTitle(like)
         })
         kiss.play()
     }

@@ -9,11 +9,13 @@ src=$1
 build=$2
 work=$(mktemp -d "$build/run-test.XXXXXX")
 run_pid=
+url=
 # The processes a run started, found by the data folder on their command lines.
 leftovers() {
   local f
   for f in /proc/[0-9]*/cmdline; do
-    tr '\0' ' ' <"$f" 2>/dev/null | grep -qF -- "$work/var" && basename "$(dirname "$f")"
+    tr '\0' ' ' 2>/dev/null <"$f" | grep -qF -e "$work/var" ${url:+-e "--server $url "} &&
+      basename "$(dirname "$f")"
   done
   return 0
 }

@@ -31,7 +31,7 @@ app_pid=
 # server), and waits for each so nothing is left behind.
 stop_all() {
   local pid
-  trap '' INT TERM  # a second Ctrl-C does not cut the stopping short
+  trap '' INT TERM HUP  # a second Ctrl-C does not cut the stopping short
   for pid in $app_pid $server_pid; do
     if kill -0 "$pid" 2>/dev/null; then
       kill -TERM "$pid" 2>/dev/null || true
@@ -47,6 +47,7 @@ stop_all() {
 trap 'stop_all' EXIT
 trap 'echo; echo "run: stopping"; exit 130' INT
 trap 'exit 143' TERM
+trap 'exit 129' HUP
 
 "$server" --listen "$listen" --data "$data" >"$log" 2>&1 &
 server_pid=$!

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # `cmake --install` into a temporary DESTDIR, then the installed tree on its
 # own: the files are there, the desktop entry validates, the installed server
-# starts with its installed models and answers, and the installed
-# rongdian-score scores that server's answer.
+# starts with its installed models and answers, the installed rongdian-score
+# scores that server's answer and the installed app starts on it.
 #   install-tree.sh BUILD_DIR SOURCE_DIR DETECT_KEY DETECT_SECRET
 set -euo pipefail
 build=$1
@@ -81,6 +81,14 @@ curl -fsS -m 60 -o "$work/answer.json" \
   fail "installed rongdian-score --answer: $(cat "$work/score.json")"
 grep -q '"allResultPoint":"[0-9]*"' "$work/score.json" || fail "score: $(cat "$work/score.json")"
 echo "score: $(cat "$work/score.json")"
+
+# The installed app (screens and pictures compiled in, Qt's QML modules from
+# the system) comes up on that server and its home screen takes input.
+ready=$(env XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data" XDG_CACHE_HOME="$work/cache" \
+  QT_QPA_PLATFORM=offscreen timeout 60 "$p/bin/rongdian" --quit-when-ready --server "$url" \
+  2>"$work/app.err") || { cat "$work/app.err" >&2; fail "the installed app did not come up"; }
+echo "$ready" | grep -q '"usableMs":' || { cat "$work/app.err" >&2; fail "app: $ready"; }
+echo "app: $ready"
 
 kill -TERM "$server_pid"
 status=0

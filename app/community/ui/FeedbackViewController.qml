@@ -41,7 +41,7 @@ BaseViewController {
             TextArea {
                 id: feedback
                 objectName: "feedbackText"
-                placeholderText: "如果您对容点有什么好的意见，请告诉我们"
+                placeholderText: "有什么好的意见，请告诉我们"
                 wrapMode: TextEdit.Wrap
                 font.pixelSize: 15
                 background: Rectangle {

@@ -137,7 +137,8 @@ std::string usage() {
   std::ostringstream o;
   o << "usage: rongdian-server [options]\n\n"
        "The backend of 容点: the app's /api commands, photo storage (/upload, /files/),\n"
-       "the push gateway (/push) and the face detection service (/v2/detection/detect).\n\n"
+       "the push gateway (/push), feedback (/feedback) and the face detection service\n"
+       "(/v2/detection/detect).\n\n"
        "Options (each also read from the environment variable shown; flags win):\n";
   for (const auto& opt : options()) {
     std::string left = std::string("  --") + opt.flag + (opt.kind == Kind::Flag ? "" : " VALUE");

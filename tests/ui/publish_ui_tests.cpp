@@ -79,6 +79,22 @@ TEST(PublishUi, ResultScreenToMessageToTheServersNewestList) {
   app(AppShell::Options{base, false});
   waitUntil([] { return !app().delegate()->splashPictureShown(); }, 10000);
 
+  // Not signed in: the photo is uploaded, the backend refuses the item, and
+  // the screen lets the user try again.
+  {
+    showResult();
+    QQuickItem* screen = top();
+    ProgressHud::instance()->clearHistory();
+    publishWith(screen, QStringLiteral("没登录"));
+    EXPECT_TRUE(hudShowed(QStringLiteral("error:请先登录")))
+        << ProgressHud::instance()->history().join(" | ").toStdString();
+    EXPECT_TRUE(waitUntil([&] { return item(screen, "publishButton")->isEnabled(); }));
+    EXPECT_EQ(top(), screen);
+    EXPECT_TRUE(newestItems(server.port()).isEmpty());
+    app().delegate()->popScreen();
+    spin(600);
+  }
+
   bool signedUp = false;
   UserInfoApi::UserSignin("13800000077", "pw", "小美", "rd_register_user",
                           [&](const UserInfo&) { signedUp = true; });

@@ -2,6 +2,7 @@
 // accepted lands as one row (and one voice file), what is refused leaves
 // neither.
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <filesystem>
 
@@ -217,6 +218,41 @@ TEST(VoiceNotes, StoresEachNoteUnderAFreshNameAndReadsItBack) {
   EXPECT_FALSE(notes.read(*a));
   EXPECT_EQ(notes.read(*b), "one");
   EXPECT_FALSE(notes.read("../rongdian.db"));
+}
+
+}  // namespace
+
+namespace {
+
+// A database made before feedback existed (schema version 1) gets the table
+// on the next start, and keeps what it had.
+TEST(FeedbackStore, AnOlderDatabaseIsUpgraded) {
+  rdtest::TempDir dir;
+  const std::string path = dir.path() + "/old.db";
+  {
+    auto store = rd::store::open_store("sqlite:" + path, "", 1);
+    rd::store::User u;
+    u.id = "u1";
+    u.mobile = "13800000001";
+    u.nickname = "老用户";
+    u.password_hash = "h";
+    ASSERT_TRUE(store->create_user(u));
+  }
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "DROP TABLE feedback; UPDATE schema_version SET version = 1", nullptr,
+                         nullptr, nullptr),
+            SQLITE_OK);
+  sqlite3_close(db);
+
+  auto store = rd::store::open_store("sqlite:" + path, "", 1);
+  EXPECT_TRUE(store->user_by_mobile("13800000001"));
+  rd::store::Feedback f;
+  f.text = "升级以后";
+  f.created_ms = 5;
+  EXPECT_GT(store->add_feedback(f).id, 0);
+  ASSERT_EQ(store->list_feedback(0, 5).size(), 1u);
+  EXPECT_EQ(store->list_feedback(0, 5)[0].text, "升级以后");
 }
 
 }  // namespace

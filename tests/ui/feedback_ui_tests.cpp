@@ -82,6 +82,19 @@ TEST(FeedbackUi, TheFormSendsItsTextToTheServer) {
   EXPECT_EQ(rows[0].toObject()["text"].toString(), QStringLiteral("希望能保存历史结果"));
   EXPECT_EQ(rows[0].toObject()["voice_key"].toString(), QString());
 
+  // Sent, and the user leaves at once: the answer pops no other screen.
+  spin(500);
+  form = openForm();
+  ASSERT_TRUE(form);
+  item(form, "feedbackText")->setProperty("text", QStringLiteral("发完就走"));
+  ProgressHud::instance()->clearHistory();
+  send(form);
+  app().delegate()->popScreen();
+  ASSERT_TRUE(hudShowed("success:感谢您的反馈"));
+  spin(800);
+  EXPECT_EQ(top()->objectName(), "SetViewController");
+  EXPECT_EQ(feedbackRows(server).size(), 2);
+
   // The server is gone: the network text, and the form stays with its text.
   spin(500);
   form = openForm();

@@ -16,11 +16,15 @@ BaseViewController {
             return
         sending = true
         Community.sendFeedback(feedback.text, recorder.filePath, function (ok) {
+            // The user may have left the form while it was being sent.
+            if (typeof screen === "undefined" || screen === null)
+                return
             screen.sending = false
             if (!ok)
                 return
             recorder.discard()
-            App.popScreen()
+            if (screen.StackView.status === StackView.Active)
+                App.popScreen()
         })
     }
     onRightClicked: send()

@@ -15,8 +15,9 @@ setup:
 $(BUILD)/CMakeCache.txt:
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS)
 
+# (env -u MAKELEVEL: the build's own makefiles then print no "Entering directory" lines.)
 build: setup $(BUILD)/CMakeCache.txt
-	cmake --build $(BUILD) -j $(JOBS)
+	@env -u MAKELEVEL cmake --build $(BUILD) -j $(JOBS)
 
 run: build
 	@scripts/run.sh $(BUILD)
@@ -29,7 +30,7 @@ $(ASAN_BUILD)/CMakeCache.txt:
 	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DRD_SANITIZE=ON -DRD_BUILD_APP=OFF $(CMAKE_ARGS)
 
 build-asan: setup $(ASAN_BUILD)/CMakeCache.txt
-	cmake --build $(ASAN_BUILD) -j $(JOBS) --target unit_tests
+	@env -u MAKELEVEL cmake --build $(ASAN_BUILD) -j $(JOBS) --target unit_tests
 
 test-asan: build-asan
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \

@@ -10,12 +10,18 @@ root=$(cd "$here/.." && pwd)
 as_root() { if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi; }
 
 install_packages() {
-  local want=() p
+  local all=() want=() have p
   while read -r p; do
     [ -z "$p" ] && continue
     case "$p" in \#*) continue ;; esac
-    dpkg -s "$p" >/dev/null 2>&1 || want+=("$p")
+    all+=("$p")
   done <"$here/packages.txt"
+  # One dpkg query for the whole list (a second run is back in a blink).
+  have=" $(dpkg-query -W -f='${Package}:${db:Status-Abbrev} ' "${all[@]}" 2>/dev/null |
+    tr ' ' '\n' | sed -n 's/:ii$//p' | tr '\n' ' ' || true) "
+  for p in "${all[@]}"; do
+    case "$have" in *" $p "*) ;; *) want+=("$p") ;; esac
+  done
   if [ ${#want[@]} -gt 0 ]; then
     echo "setup: installing ${#want[@]} Debian packages: ${want[*]}"
     as_root apt-get update -q

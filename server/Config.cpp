@@ -1,6 +1,7 @@
 #include "Config.h"
 
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <sstream>
 
@@ -24,6 +25,21 @@ struct Option {
 };
 
 // Every flag of the server. Keep --help (usage()) and the README in step with this table.
+// An installed server (cmake --install) finds the model files it was installed
+// with, relative to its own binary; one run from the build tree uses the
+// checkout's models/face-api/model.
+std::string default_models_dir() {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  const fs::path exe = fs::read_symlink("/proc/self/exe", ec);
+  if (!ec) {
+    const fs::path installed = (exe.parent_path() / RD_INSTALLED_MODELS).lexically_normal();
+    if (fs::exists(installed / "tiny_face_detector_model-weights_manifest.json", ec))
+      return installed.string();
+  }
+  return std::string(build::kSourceDir) + "/models/face-api/model";
+}
+
 const std::vector<Option>& options() {
   static const std::vector<Option> table = {
       {"listen", "RONGDIAN_LISTEN", "HOST:PORT to listen on (port 0 picks a free one)", Kind::Text,
@@ -40,7 +56,10 @@ const std::vector<Option>& options() {
       {"time-zone", "RONGDIAN_TIME_ZONE",
        "time zone of the created_at readings, e.g. Asia/Shanghai (default: the machine's)",
        Kind::Text, &Config::time_zone},
-      {"models", "RONGDIAN_MODELS", "folder of the face model files (manifests and shards)",
+      {"models", "RONGDIAN_MODELS",
+       "folder of the face model files (manifests and shards); default: BIN/" RD_INSTALLED_MODELS
+       " for an installed server (BIN: the folder of its binary), else the build's "
+       "models/face-api/model",
        Kind::Text, &Config::models_dir},
       {"detect-key", "RONGDIAN_DETECT_KEY", "api_key the detection service accepts", Kind::Text,
        &Config::detect_key, nullptr, nullptr, build::kFaceppKey},
@@ -56,8 +75,9 @@ const std::vector<Option>& options() {
        &Config::threads},
       {"quiet", "RONGDIAN_QUIET", "no log line per request", Kind::Flag, nullptr, nullptr,
        &Config::quiet},
-      {"hide-disabled", "RONGDIAN_HIDE_DISABLED", "leave photos marked not enabled out of the lists",
-       Kind::Flag, nullptr, nullptr, &Config::hide_disabled},
+      {"hide-disabled", "RONGDIAN_HIDE_DISABLED",
+       "leave photos marked not enabled out of the lists", Kind::Flag, nullptr, nullptr,
+       &Config::hide_disabled},
       {"storage-fail-primary", "RONGDIAN_STORAGE_FAIL_PRIMARY",
        "testing: the primary upload address answers this HTTP status (the backup still works)",
        Kind::Int, nullptr, &Config::storage_fail_primary},
@@ -117,12 +137,13 @@ std::string usage() {
   std::ostringstream o;
   o << "usage: rongdian-server [options]\n\n"
        "The backend of 容点: the app's /api commands, photo storage (/upload, /files/),\n"
-       "the push gateway (/push) and the face detection service (/v2/detection/detect).\n\n"
+       "the push gateway (/push), feedback (/feedback) and the face detection service\n"
+       "(/v2/detection/detect).\n\n"
        "Options (each also read from the environment variable shown; flags win):\n";
   for (const auto& opt : options()) {
     std::string left = std::string("  --") + opt.flag + (opt.kind == Kind::Flag ? "" : " VALUE");
     o << left;
-    if (left.size() < 28) o << std::string(28 - left.size(), ' ');
+    o << std::string(left.size() < 28 ? 28 - left.size() : 1, ' ');
     o << opt.help << "  [" << opt.env << "]";
     if (opt.dev_default) o << " (default: " << opt.dev_default << ")";
     o << "\n";
@@ -195,8 +216,7 @@ ParseResult parse_config(int argc, char** argv) {
     }
   }
   while (!c.public_url.empty() && c.public_url.back() == '/') c.public_url.pop_back();
-  if (c.models_dir.empty())
-    c.models_dir = std::string(build::kSourceDir) + "/models/face-api/model";
+  if (c.models_dir.empty()) c.models_dir = default_models_dir();
   return r;
 }
 

@@ -12,7 +12,7 @@ struct Config {
   std::string database;    // empty: SQLite file in data_dir; or postgresql://...
   std::string public_url;  // how clients reach this server; empty: http://HOST:PORT bound
   std::string time_zone;   // for "created_at" readings; empty: the machine's
-  std::string models_dir;  // face model folder; empty: the build's models/face-api/model
+  std::string models_dir;  // face model folder; empty: the installed models, else the build's
   std::string detect_key;
   std::string detect_secret;
   std::string storage_access_key;

@@ -13,7 +13,8 @@ class Store;
 }
 namespace rd::storage {
 class PhotoStore;
-}
+class VoiceNotes;
+}  // namespace rd::storage
 namespace rd::push {
 class Gateway;
 }
@@ -26,9 +27,10 @@ struct Services {
   http::Metrics& metrics;
   http::Server& server;
 
-  std::shared_ptr<store::Store> store;         // accounts, items, comments (server/store)
-  std::shared_ptr<storage::PhotoStore> photos;  // published photos (server/storage)
-  std::shared_ptr<push::Gateway> push;          // device connections (server/push)
+  std::shared_ptr<store::Store> store;               // accounts, items, comments (server/store)
+  std::shared_ptr<storage::PhotoStore> photos;       // published photos (server/storage)
+  std::shared_ptr<push::Gateway> push;               // device connections (server/push)
+  std::shared_ptr<storage::VoiceNotes> voice_notes;  // voice notes of feedback (server/storage)
 };
 
 }  // namespace rd::server

@@ -28,7 +28,7 @@ int main(int argc, char** argv) {
     if (cfg.public_url.empty())
       cfg.public_url = "http://" + opts.host + ":" + std::to_string(srv.port());
 
-    server::Services services{cfg, router, metrics, srv, nullptr, nullptr, nullptr};
+    server::Services services{cfg, router, metrics, srv, nullptr, nullptr, nullptr, nullptr};
     store::install(services);
     storage::install(services);
     push::install(services);

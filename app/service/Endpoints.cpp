@@ -6,11 +6,19 @@
 
 namespace {
 
+// The built-in backend endpoint ends in "/api"; feedback goes beside it.
+QString defaultFeedbackUrl() {
+  QString api = QString::fromUtf8(rd::build::kBackendEndpoint);
+  if (api.endsWith(QLatin1String("/api"))) api.chop(4);
+  return api + QStringLiteral("/feedback");
+}
+
 struct Values {
   QString backend = QString::fromUtf8(rd::build::kBackendEndpoint);
   QString upload = QString::fromUtf8(rd::build::kStorageUploadUrl);
   QString backupUpload = QString::fromUtf8(rd::build::kStorageBackupUploadUrl);
   QString download = QString::fromUtf8(rd::build::kStorageDownloadPrefix);
+  QString feedback = defaultFeedbackUrl();
 };
 
 QMutex& mutex() {
@@ -34,6 +42,7 @@ QString Endpoints::backendEndpoint() { return read(&Values::backend); }
 QString Endpoints::uploadUrl() { return read(&Values::upload); }
 QString Endpoints::backupUploadUrl() { return read(&Values::backupUpload); }
 QString Endpoints::downloadPrefix() { return read(&Values::download); }
+QString Endpoints::feedbackUrl() { return read(&Values::feedback); }
 
 void Endpoints::setServerUrl(const QString& base) {
   QString b = base;
@@ -44,6 +53,7 @@ void Endpoints::setServerUrl(const QString& base) {
   v.upload = b + QStringLiteral("/upload");
   v.backupUpload = b + QStringLiteral("/upload-backup");
   v.download = b + QStringLiteral("/files/");
+  v.feedback = b + QStringLiteral("/feedback");
 }
 
 void Endpoints::setBackendEndpoint(const QString& url) {

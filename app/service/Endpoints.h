@@ -17,9 +17,11 @@ class Endpoints {
   static QString backupUploadUrl();
   // Public download prefix of stored photos, ending in "/".
   static QString downloadPrefix();
+  // Where the settings screen's feedback goes (".../feedback", beside ".../api").
+  static QString feedbackUrl();
 
-  // All four from one server base URL such as "http://127.0.0.1:8080":
-  // BASE/api, BASE/upload, BASE/upload-backup, BASE/files/.
+  // All of them from one server base URL such as "http://127.0.0.1:8080":
+  // BASE/api, BASE/upload, BASE/upload-backup, BASE/files/, BASE/feedback.
   static void setServerUrl(const QString& base);
   static void setBackendEndpoint(const QString& url);
   static void setUploadUrls(const QString& primary, const QString& backup);

@@ -11,7 +11,14 @@
 #include <string_view>
 #include <unordered_map>
 
+namespace rd::server {
+struct Services;
+}
+
 namespace rd::api {
+
+// POST /feedback (api/Feedback.cpp); api::install calls it.
+void install_feedback(server::Services& s);
 
 // Length of UTF-8 text in UTF-16 code units (how the app counts characters).
 std::size_t utf16_length(std::string_view utf8);

@@ -442,6 +442,7 @@ void install(Services& s) {
       http::bhttp::verb::post, "/api",
       [api](const http::Request& req, http::Context& ctx) { return api->handle(req, ctx); }, "api",
       kBodyLimit);
+  install_feedback(s);
 }
 
 }  // namespace rd::api

@@ -12,6 +12,7 @@ void install(server::Services& s) {
   std::string why;
   try {
     eng = std::make_shared<engine::FaceEngine>(s.config.models_dir);
+    std::cerr << "rongdian-server: face models from " << s.config.models_dir << "\n";
   } catch (const std::exception& e) {
     why = e.what();
     std::cerr << "rongdian-server: face detection unavailable (" << why

@@ -9,6 +9,7 @@
 #include "http/Multipart.h"
 #include "storage/PhotoFiles.h"
 #include "storage/UploadToken.h"
+#include "storage/VoiceNotes.h"
 
 namespace rd::storage {
 
@@ -147,6 +148,7 @@ void install(server::Services& s) {
       std::make_shared<PhotoFiles>(std::filesystem::path(cfg.data_dir) / "photos",
                                    cfg.public_url + "/files/", build::kStorageDownloadPrefix);
   s.photos = files;
+  s.voice_notes = std::make_shared<VoiceNotes>(std::filesystem::path(cfg.data_dir) / "feedback");
 
   auto uploads = std::make_shared<Uploads>();
   uploads->files = files;

@@ -11,7 +11,8 @@ namespace rd::store {
 
 namespace sql {
 std::string schema_v1(const std::string& id_column, const std::string& integer);
-}
+std::string schema_v2(const std::string& id_column, const std::string& integer);
+}  // namespace sql
 
 namespace {
 
@@ -140,7 +141,8 @@ class PgConn : public sql::Conn {
 std::shared_ptr<Store> open_postgres(const std::string& url, int connections) {
   sql::Dialect d;
   d.name = "postgresql";
-  d.migrations = {sql::schema_v1("BIGSERIAL PRIMARY KEY", "BIGINT")};
+  d.migrations = {sql::schema_v1("BIGSERIAL PRIMARY KEY", "BIGINT"),
+                  sql::schema_v2("BIGSERIAL PRIMARY KEY", "BIGINT")};
   // Instances starting together take turns at the schema.
   d.migration_lock = "SELECT pg_advisory_xact_lock(7263540117)";
   return std::make_shared<sql::SqlStore>(

@@ -369,6 +369,54 @@ std::vector<Comment> SqlStore::list_comments(std::int64_t item_id, std::int64_t 
   return out;
 }
 
+namespace {
+
+const char* kFeedbackSelect =
+    "SELECT id, text, user_id, device_token, voice_key, voice_mime, voice_bytes, "
+    "remote_address, created_ms FROM feedback";
+
+Feedback to_feedback(const Row& r) {
+  Feedback f;
+  f.id = r.i(0);
+  f.text = r.s(1);
+  f.user_id = r.s(2);
+  f.device_token = r.s(3);
+  f.voice_key = r.s(4);
+  f.voice_mime = r.s(5);
+  f.voice_bytes = r.i(6);
+  f.remote_address = r.s(7);
+  f.created_ms = r.i(8);
+  return f;
+}
+
+}  // namespace
+
+Feedback SqlStore::add_feedback(const Feedback& in) {
+  Feedback out = in;
+  out.id = write(
+      [&](Conn& c) {
+        auto rows = c.query(
+            "INSERT INTO feedback (text, user_id, device_token, voice_key, voice_mime, "
+            "voice_bytes, remote_address, created_ms) VALUES (?, ?, ?, ?, ?, ?, ?, ?) RETURNING id",
+            {in.text, in.user_id, in.device_token, in.voice_key, in.voice_mime, in.voice_bytes,
+             in.remote_address, in.created_ms});
+        if (rows.empty()) throw Error("insert of feedback returned no id");
+        return rows[0].i(0);
+      },
+      true);
+  return out;
+}
+
+std::vector<Feedback> SqlStore::list_feedback(std::int64_t offset, int limit) {
+  auto c = pool_.get();
+  auto rows = c->query(std::string(kFeedbackSelect) + " ORDER BY id DESC LIMIT ? OFFSET ?",
+                       {std::int64_t{limit}, offset});
+  std::vector<Feedback> out;
+  out.reserve(rows.size());
+  for (auto& r : rows) out.push_back(to_feedback(r));
+  return out;
+}
+
 // ---------------------------------------------------------------- schema
 
 std::string schema_v1(const std::string& id_column, const std::string& integer) {
@@ -424,6 +472,27 @@ CREATE TABLE devices (
 );
 CREATE INDEX devices_user ON devices (user_id);
 )");
+}
+
+// Feedback from the settings screen. Not tied to the users table: a message
+// outlives the account that sent it.
+std::string schema_v2(const std::string& id_column, const std::string& integer) {
+  std::string s = R"(
+CREATE TABLE feedback (
+  id {ID},
+  text TEXT NOT NULL,
+  user_id TEXT NOT NULL DEFAULT '',
+  device_token TEXT NOT NULL DEFAULT '',
+  voice_key TEXT NOT NULL DEFAULT '',
+  voice_mime TEXT NOT NULL DEFAULT '',
+  voice_bytes {INT} NOT NULL DEFAULT 0,
+  remote_address TEXT NOT NULL DEFAULT '',
+  created_ms {INT} NOT NULL
+);
+)";
+  for (std::size_t p; (p = s.find("{ID}")) != std::string::npos;) s.replace(p, 4, id_column);
+  for (std::size_t p; (p = s.find("{INT}")) != std::string::npos;) s.replace(p, 5, integer);
+  return s;
 }
 
 }  // namespace rd::store::sql

@@ -105,6 +105,9 @@ class SqlStore : public Store {
                                           const std::string& text, std::int64_t now_ms) override;
   std::vector<Comment> list_comments(std::int64_t item_id, std::int64_t offset, int limit) override;
 
+  Feedback add_feedback(const Feedback& f) override;
+  std::vector<Feedback> list_feedback(std::int64_t offset, int limit) override;
+
  private:
   void migrate();
   // Runs f(conn) in a write transaction; rolls back when f throws. A single

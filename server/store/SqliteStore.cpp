@@ -12,7 +12,8 @@ namespace rd::store {
 
 namespace sql {
 std::string schema_v1(const std::string& id_column, const std::string& integer);
-}
+std::string schema_v2(const std::string& id_column, const std::string& integer);
+}  // namespace sql
 
 namespace {
 
@@ -128,7 +129,8 @@ std::shared_ptr<Store> open_sqlite(const std::string& path, int connections) {
   if (!parent.empty()) std::filesystem::create_directories(parent, ec);
   sql::Dialect d;
   d.name = "sqlite";
-  d.migrations = {sql::schema_v1("INTEGER PRIMARY KEY AUTOINCREMENT", "INTEGER")};
+  d.migrations = {sql::schema_v1("INTEGER PRIMARY KEY AUTOINCREMENT", "INTEGER"),
+                  sql::schema_v2("INTEGER PRIMARY KEY AUTOINCREMENT", "INTEGER")};
   d.serialize_writes = true;
   return std::make_shared<sql::SqlStore>(
       std::move(d), [path] { return std::make_unique<SqliteConn>(path); }, connections);

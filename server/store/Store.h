@@ -1,8 +1,8 @@
-// Accounts, published photos (items), comments and devices: the store behind
-// the /api commands. Two engines implement it with the same behaviour: SQLite
-// (embedded default) and PostgreSQL (several server instances on one database).
-// Every method is safe to call from any thread; failures of the database
-// itself throw store::Error.
+// Accounts, published photos (items), comments, devices and feedback: the
+// store behind the /api commands and /feedback. Two engines implement it with
+// the same behaviour: SQLite (embedded default) and PostgreSQL (several server
+// instances on one database). Every method is safe to call from any thread;
+// failures of the database itself throw store::Error.
 #pragma once
 
 #include <cstdint>
@@ -56,6 +56,20 @@ struct Comment {
   std::string text;
   std::int64_t created_ms = 0;
   std::int64_t updated_ms = 0;
+};
+
+// A user's message to the developers, with an optional voice note kept by the
+// storage (server/storage/VoiceNotes.h); only the note's key is stored here.
+struct Feedback {
+  std::int64_t id = 0;
+  std::string text;
+  std::string user_id;       // the sender's account as the app sent it; empty: anonymous
+  std::string device_token;  // empty when not sent
+  std::string voice_key;     // empty: no voice note
+  std::string voice_mime;
+  std::int64_t voice_bytes = 0;
+  std::string remote_address;
+  std::int64_t created_ms = 0;
 };
 
 enum class ItemOrder { Newest, Score };
@@ -115,6 +129,11 @@ class Store {
                                                   const std::string& text, std::int64_t now_ms) = 0;
   virtual std::vector<Comment> list_comments(std::int64_t item_id, std::int64_t offset,
                                              int limit) = 0;
+
+  // --- feedback
+  virtual Feedback add_feedback(const Feedback& f) = 0;  // id filled in
+  // Newest first.
+  virtual std::vector<Feedback> list_feedback(std::int64_t offset, int limit) = 0;
 };
 
 // Opens the store a database URL names, applying schema migrations:

@@ -79,7 +79,7 @@ class ApiServices : public ::testing::Test {
   http::Server srv_;
   std::shared_ptr<FakeGateway> push_ = std::make_shared<FakeGateway>();
   std::shared_ptr<FakePhotos> photos_ = std::make_shared<FakePhotos>();
-  server::Services services_{cfg_, router_, metrics_, srv_, nullptr, nullptr, nullptr};
+  server::Services services_{cfg_, router_, metrics_, srv_, nullptr, nullptr, nullptr, nullptr};
 };
 
 TEST_F(ApiServices, ACommentIsPushedToEveryDeviceOfTheOwner) {

@@ -50,7 +50,7 @@ class PushServer {
     srv_ = std::make_unique<rd::http::Server>(o, router_, metrics_);
     srv_->listen();
     services_ = std::make_unique<rd::server::Services>(
-        rd::server::Services{cfg_, router_, metrics_, *srv_, nullptr, nullptr, nullptr});
+        rd::server::Services{cfg_, router_, metrics_, *srv_, nullptr, nullptr, nullptr, nullptr});
     rd::push::install(*services_);
     thread_ = std::thread([this] { srv_->run(); });
   }

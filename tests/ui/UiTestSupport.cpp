@@ -87,6 +87,9 @@ QString screenshot(const QString& name) {
   const QString dir = QStringLiteral(RD_SCREENSHOT_DIR);
   QDir().mkpath(dir);
   const QString path = dir + QLatin1Char('/') + name + QStringLiteral(".png");
+  // Not in the middle of a push or pop.
+  if (QQuickItem* nav = app().navigation())
+    waitUntil([nav] { return !nav->property("busy").toBool(); }, 3000);
   spin(50);
   app().window()->grabWindow().save(path);
   return path;

@@ -149,6 +149,19 @@ TEST(Push, TokenIsStoredAndEachPushReloadsCountsAndShowsTheBar) {
   ASSERT_TRUE(waitUntil([&] { return reloads == 2; }));
   EXPECT_EQ(bar->description(), "");
   EXPECT_EQ(bar->history().size(), 2);
+
+  // A push that comes again (its ack was lost) is acknowledged again but
+  // shown only once; an error about an ack is no failed registration.
+  bool failed = false;
+  QObject::connect(app().pushClient(), &PushClient::registrationFailed, [&] { failed = true; });
+  gateway.send({{"id", 7}, {"push", QJsonObject{{"aps", QJsonObject{{"alert", "again"}}}}}});
+  gateway.send({{"error", "ack needs a push id"}});
+  ASSERT_TRUE(waitUntil([&] { return gateway.received_.size() == 4; }));
+  EXPECT_EQ(QJsonDocument::fromJson(gateway.received_[3].toUtf8())["ack"].toInt(), 7);
+  spin(200);
+  EXPECT_EQ(reloads, 2);
+  EXPECT_EQ(bar->history().size(), 2);
+  EXPECT_FALSE(failed);
 }
 
 TEST(Push, FailedRegistrationKeepsTheStoredToken) {

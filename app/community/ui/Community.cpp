@@ -8,6 +8,7 @@
 #include <QMetaProperty>
 #include <QNetworkAccessManager>
 #include <QNetworkDiskCache>
+#include <QPointer>
 #include <QQmlEngine>
 #include <QQmlNetworkAccessManagerFactory>
 #include <QStandardPaths>
@@ -21,9 +22,11 @@
 #include "community/ItemTableViews.h"
 #include "community/LikeTapAction.h"
 #include "community/OtherShare.h"
+#include "community/ui/VoiceRecorder.h"
 #include "service/ItemApi.h"
 #include "service/LocalUserInfo.h"
 #include "service/UserInfoApi.h"
+#include "shell/FeedbackClient.h"
 #include "shell/NotificationCenter.h"
 #include "shell/ui/MessageBarModel.h"
 #include "shell/ui/ProgressHud.h"
@@ -108,6 +111,7 @@ void Community::registerQmlTypes() {
   qmlRegisterType<MyFaceTableView>("Rongdian", 1, 0, "MyFaceTableView");
   qmlRegisterType<CommentTableView>("Rongdian", 1, 0, "CommentTableView");
   qmlRegisterType<SelectCommentTableView>("Rongdian", 1, 0, "SelectCommentTableView");
+  qmlRegisterType<VoiceRecorder>("Rongdian", 1, 0, "VoiceRecorder");
 }
 
 void Community::call(QJSValue cb, const QJSValueList& args) {
@@ -330,18 +334,29 @@ QString Community::reviewUrl() const {
       .replace(QStringLiteral("{id}"), QString::fromUtf8(rd::build::kStoreId));
 }
 
-bool Community::saveFeedback(const QString& text) {
-  const QString dir = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
-  QFile f(dir + QStringLiteral("/feedback.txt"));
-  const QByteArray entry =
-      (QDateTime::currentDateTimeUtc().toString(Qt::ISODate) + QLatin1Char('\t') +
-       QString(text).replace(QLatin1Char('\n'), QLatin1Char(' ')) + QLatin1Char('\n'))
-          .toUtf8();
-  if (!QDir().mkpath(dir) || !f.open(QIODevice::Append) || f.write(entry) != entry.size()) {
-    ProgressHud::instance()->showErrorWithStatus(QStringLiteral("无法保存反馈"));
-    return false;
+void Community::sendFeedback(const QString& text, const QString& voicePath, const QJSValue& cb) {
+  ProgressHud* hud = ProgressHud::instance();
+  if (text.trimmed().isEmpty()) {
+    hud->showErrorWithStatus(QStringLiteral("主人，请输入内容"));
+    call(cb, {false});
+    return;
   }
-  return true;
+  if (text.size() > FeedbackClient::kMaxTextLength) {
+    hud->showErrorWithStatus(
+        QStringLiteral("主人，请删除一些内容（最多%1个字）").arg(FeedbackClient::kMaxTextLength));
+    call(cb, {false});
+    return;
+  }
+  hud->showWithStatus(QStringLiteral("发送中..."));
+  QPointer<Community> self(this);
+  FeedbackClient::send(text, voicePath, [self, cb](const FeedbackClient::Result& r) {
+    if (!self) return;
+    if (r.ok)
+      ProgressHud::instance()->showSuccessWithStatus(QStringLiteral("感谢您的反馈"));
+    else
+      ProgressHud::instance()->showErrorWithStatus(r.message);
+    self->call(cb, {r.ok});
+  });
 }
 
 void Community::post(const QString& name) {

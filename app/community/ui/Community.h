@@ -96,8 +96,10 @@ class Community : public QObject {
   // review page of the app.
   Q_INVOKABLE QString contactText() const;
   Q_INVOKABLE QString reviewUrl() const;
-  // Appends one feedback text to feedback.txt in the app's data folder.
-  Q_INVOKABLE bool saveFeedback(const QString& text);
+  // The feedback form: "主人，请输入内容" for an empty text, otherwise
+  // "发送中..." and the text (with the voice note at `voicePath`, if any) to the
+  // server; "感谢您的反馈" or the server's (or the network) error; cb(ok).
+  Q_INVOKABLE void sendFeedback(const QString& text, const QString& voicePath, const QJSValue& cb);
 
   // Notifications.
   Q_INVOKABLE void post(const QString& name);

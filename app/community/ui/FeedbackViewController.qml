@@ -1,5 +1,5 @@
-// The feedback form of the settings screen: the text is kept on this
-// device with the time it was written.
+// The feedback form of the settings screen: a text and, when the device has a
+// microphone, a voice note; "发送" sends both to the server.
 import QtQuick
 import QtQuick.Controls
 import Rongdian
@@ -9,24 +9,78 @@ BaseViewController {
     objectName: "FeedbackViewController"
     title: "意见反馈"
     rightText: "发送"
-    onRightClicked: {
-        if (feedback.text.trim().length === 0) {
-            Hud.showErrorWithStatus("主人，请输入内容")
+    property bool sending: false
+
+    function send() {
+        if (sending || recorder.recording)
             return
-        }
-        if (Community.saveFeedback(feedback.text)) {
-            Hud.showSuccessWithStatus("感谢您的反馈")
-            App.popScreen()
-        }
+        sending = true
+        Community.sendFeedback(feedback.text, recorder.filePath, function (ok) {
+            // The user may have left the form while it was being sent.
+            if (typeof screen === "undefined" || screen === null)
+                return
+            screen.sending = false
+            if (!ok)
+                return
+            recorder.discard()
+            if (screen.StackView.status === StackView.Active)
+                App.popScreen()
+        })
     }
-    ScrollView {
+    onRightClicked: send()
+
+    VoiceRecorder {
+        id: recorder
+        onFailed: function (message) { Hud.showErrorWithStatus(message) }
+    }
+
+    Column {
         anchors.fill: parent
         anchors.margins: 12
-        TextArea {
-            id: feedback
-            objectName: "feedbackText"
-            placeholderText: "如果您对容点有什么好的意见，请告诉我们"
-            wrapMode: TextEdit.Wrap
+        spacing: 12
+
+        ScrollView {
+            width: parent.width
+            height: parent.height * 0.5
+            TextArea {
+                id: feedback
+                objectName: "feedbackText"
+                placeholderText: "有什么好的意见，请告诉我们"
+                wrapMode: TextEdit.Wrap
+                font.pixelSize: 15
+                background: Rectangle {
+                    border.color: "#dddddd"
+                    radius: 6
+                }
+            }
+        }
+
+        Row {
+            spacing: 10
+            Button {
+                id: recordButton
+                objectName: "recordButton"
+                text: recorder.buttonText
+                enabled: recorder.available && !screen.sending
+                onClicked: recorder.toggle()
+            }
+            Button {
+                objectName: "discardVoiceButton"
+                text: "删除语音"
+                visible: recorder.hasVoice
+                enabled: !screen.sending
+                onClicked: recorder.discard()
+            }
+        }
+
+        Label {
+            objectName: "voiceHint"
+            width: parent.width
+            wrapMode: Text.Wrap
+            color: recorder.available ? "#888888" : "#cc4444"
+            font.pixelSize: 13
+            text: recorder.hasVoice ? "已录好一段" + recorder.seconds + "秒的语音，发送时一起发出"
+                                    : recorder.hint
         }
     }
 }

@@ -138,7 +138,10 @@ BaseViewController {
                 Button {
                     objectName: "publishButton"
                     text: "发布"
-                    enabled: vc && !vc.publishing
+                    // Busy while the upload and the publish command run; a
+                    // refused publish command (its error replaces the waiting
+                    // display) lets the user try again.
+                    enabled: vc && !(vc.publishing && Hud.modal)
                     implicitWidth: 120
                     font.pixelSize: 16
                     onClicked: vc.addMessage()

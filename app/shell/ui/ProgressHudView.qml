@@ -35,7 +35,9 @@ Item {
                 running: visible
                 width: 36
                 height: 36
+                // Basic draws the spinner in "dark", Fusion in "text".
                 palette.dark: "white"
+                palette.text: "white"
             }
             ProgressBar {
                 anchors.horizontalCenter: parent.horizontalCenter

@@ -38,6 +38,7 @@ bool PushClient::connected() const { return socket_.state() == QAbstractSocket::
 
 void PushClient::onConnected() {
   everConnected_ = true;
+  answered_ = false;
   QJsonObject hello{{QStringLiteral("register"), true}};
   if (!token_.isEmpty()) hello.insert(QStringLiteral("token"), token_);
   socket_.sendTextMessage(QString::fromUtf8(QJsonDocument(hello).toJson(QJsonDocument::Compact)));
@@ -47,7 +48,8 @@ void PushClient::onMessage(const QString& text) {
   const QJsonObject msg = QJsonDocument::fromJson(text.toUtf8()).object();
   if (msg.contains(QStringLiteral("device_token"))) {
     const QString token = msg.value(QStringLiteral("device_token")).toString();
-    if (token != token_ || !token.isEmpty()) {
+    answered_ = true;
+    if (!token.isEmpty()) {
       token_ = token;
       emit registered(token);
     }
@@ -55,14 +57,25 @@ void PushClient::onMessage(const QString& text) {
   }
   if (msg.contains(QStringLiteral("push"))) {
     const QJsonValue id = msg.value(QStringLiteral("id"));
-    if (!id.isUndefined()) {
+    bool repeated = false;
+    if (id.isDouble()) {
+      // Acknowledged every time: the server forgets the push only then.
       socket_.sendTextMessage(QString::fromUtf8(
           QJsonDocument(QJsonObject{{QStringLiteral("ack"), id}}).toJson(QJsonDocument::Compact)));
+      const qint64 n = id.toInteger();
+      repeated = seen_.contains(n);
+      if (!repeated) {
+        seen_.insert(n);
+        seenOrder_.append(n);
+        if (seenOrder_.size() > kRememberedIds) seen_.remove(seenOrder_.takeFirst());
+      }
     }
-    emit received(msg.value(QStringLiteral("push")).toObject().toVariantMap());
+    if (!repeated) emit received(msg.value(QStringLiteral("push")).toObject().toVariantMap());
     return;
   }
-  if (msg.contains(QStringLiteral("error")))
+  // Refusals of an ack and messages of later versions change nothing here;
+  // only a refused hello means the registration failed.
+  if (msg.contains(QStringLiteral("error")) && !answered_)
     emit registrationFailed(msg.value(QStringLiteral("error")).toString());
 }
 

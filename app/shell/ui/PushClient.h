@@ -2,10 +2,14 @@
 // docs/push.md): registration hands back the device token text, pushes arrive
 // as payloads ({"aps": {"alert": ...}}) and are acknowledged. A device that
 // already has a token presents it again so that pushes kept while it was away
-// are delivered. The connection is re-opened after a drop.
+// are delivered. The connection is re-opened after a drop. A push whose id
+// came before (its acknowledgement was lost on the way) is acknowledged again
+// but not reported twice.
 #pragma once
 
+#include <QList>
 #include <QObject>
+#include <QSet>
 #include <QString>
 #include <QTimer>
 #include <QUrl>
@@ -29,6 +33,8 @@ class PushClient : public QObject {
   bool connected() const;
 
   static constexpr int kReconnectMs = 5000;
+  // How many recent push ids are remembered to recognise a repeat.
+  static constexpr int kRememberedIds = 500;
 
  signals:
   void registered(const QString& deviceTokenText);
@@ -46,4 +52,7 @@ class PushClient : public QObject {
   QTimer reconnect_;
   bool wanted_ = false;
   bool everConnected_ = false;
+  bool answered_ = false;  // this connection got its device_token
+  QSet<qint64> seen_;
+  QList<qint64> seenOrder_;  // oldest first, for forgetting
 };

@@ -1,7 +1,9 @@
 // Draws the app's own pictures. The PNGs beside this file were made with it:
 //   cmake --build build --target rongdian-make-pictures
 //   QT_QPA_PLATFORM=offscreen build/app/ui/rongdian-make-pictures app/ui/pictures
-// Run it again after changing a drawing, and commit the PNGs.
+// Run it again after changing a drawing, and commit the PNGs. The desktop
+// icon goes to icon/rongdian.png below that folder: it is installed for the
+// desktop entry, not compiled into the app.
 #include <QDir>
 #include <QFont>
 #include <QGuiApplication>
@@ -145,6 +147,20 @@ int main(int argc, char** argv) {
   icon(QStringLiteral("icn_5.png"), [](QPainter& p) {  // newest
     p.drawEllipse(QPointF(30, 30), 14, 14);
     p.drawPolyline(QPolygonF({QPointF(30, 21), QPointF(30, 30), QPointF(37, 34)}));
+  });
+  // The desktop icon: one face on a pink rounded square, the name below it.
+  QDir(g_dir).mkpath(QStringLiteral("icon"));
+  save(QStringLiteral("icon/rongdian.png"), 256, 256, [](QPainter& p) {
+    QLinearGradient g(0, 0, 0, 256);
+    g.setColorAt(0, QColor(0xff, 0x8f, 0xa8));
+    g.setColorAt(1, kPink);
+    p.setPen(Qt::NoPen);
+    p.setBrush(g);
+    p.drawRoundedRect(QRectF(8, 8, 240, 240), 48, 48);
+    drawFace(p, QPointF(128, 104), 64, QColor(0xff, 0xe0, 0xc4));
+    p.setPen(Qt::white);
+    p.setFont(cjkFont(52, true));
+    p.drawText(QRect(0, 172, 256, 68), Qt::AlignCenter, QStringLiteral("容点"));
   });
   // The help sheet's button picture.
   save(QStringLiteral("result_help.png"), 240, 60, [](QPainter& p) {

@@ -1,0 +1,154 @@
+// POST /feedback: the settings screen's feedback form. A multipart/form-data
+// body with "text" (required), an optional "voice" file (a recording), and
+// optional "user_id" and "device_token". Answers {"status": "ok", "id": N};
+// an error carries "error" (a short code) and "message" (a text for the
+// user) with a 4xx status. The voice note is on disk before its row is
+// written, and removed again when the row cannot be written.
+#include <iostream>
+
+#include "Services.h"
+#include "api/Api.h"
+#include "http/Multipart.h"
+#include "storage/VoiceNotes.h"
+#include "store/Store.h"
+
+namespace rd::api {
+
+namespace {
+
+namespace json = boost::json;
+namespace bhttp = http::bhttp;
+
+constexpr std::size_t kMaxFeedbackText = 1000;  // UTF-16 units, as the app counts
+constexpr std::size_t kMaxUserId = 64;
+constexpr std::size_t kMaxDeviceToken = 200;
+
+struct Rejected {
+  unsigned status;
+  std::string code;
+  std::string message;
+};
+
+[[noreturn]] void reject(unsigned status, std::string code, std::string message) {
+  throw Rejected{status, std::move(code), std::move(message)};
+}
+
+bool valid_utf8(std::string_view s) {
+  std::size_t i = 0;
+  while (i < s.size()) {
+    auto c = static_cast<unsigned char>(s[i]);
+    std::size_t n = c < 0x80 ? 0 : (c >> 5) == 6 ? 1 : (c >> 4) == 14 ? 2 : (c >> 3) == 30 ? 3 : 9;
+    if (n == 9 || (n == 1 && c < 0xC2) || i + n >= s.size()) return false;
+    std::uint32_t cp = n == 0 ? c : c & (0x3F >> n);
+    for (std::size_t k = 1; k <= n; ++k) {
+      auto d = static_cast<unsigned char>(s[i + k]);
+      if ((d & 0xC0) != 0x80) return false;
+      cp = (cp << 6) | (d & 0x3F);
+    }
+    if ((n == 2 && (cp < 0x800 || (cp >= 0xD800 && cp <= 0xDFFF))) ||
+        (n == 3 && (cp < 0x10000 || cp > 0x10FFFF)))
+      return false;
+    i += n + 1;
+  }
+  return true;
+}
+
+bool blank(std::string_view s) { return s.find_first_not_of(" \t\r\n") == std::string_view::npos; }
+
+// An optional short text field; empty when absent.
+std::string optional_field(const http::MultipartResult& form, const char* name, std::size_t max) {
+  const http::FormPart* p = form.find(name);
+  if (!p) return {};
+  if (p->data.size() > max || !valid_utf8(p->data) || p->data.find('\0') != std::string_view::npos)
+    reject(400, "bad_field", std::string("请求参数有误（") + name + "）");
+  return std::string(p->data);
+}
+
+class FeedbackRoute {
+ public:
+  explicit FeedbackRoute(server::Services& s) : s_(s) {}
+
+  http::Response handle(const http::Request& req, http::Context& ctx) {
+    try {
+      auto id = accept(req, ctx);
+      return http::json_response(req, bhttp::status::ok,
+                                 json::object{{"status", "ok"}, {"id", id}});
+    } catch (const Rejected& r) {
+      s_.metrics.count("rongdian_feedback_rejected_total{error=\"" + r.code + "\"}");
+      return http::json_response(req, r.status,
+                                 json::object{{"error", r.code}, {"message", r.message}});
+    } catch (const std::exception& e) {
+      std::cerr << "rongdian-server: feedback failed: " << e.what() << "\n";
+      return http::json_response(
+          req, 500, json::object{{"error", "internal"}, {"message", "服务器开小差了，请稍后再试"}});
+    }
+  }
+
+ private:
+  std::int64_t accept(const http::Request& req, const http::Context& ctx) {
+    auto boundary = http::multipart_boundary(req[bhttp::field::content_type]);
+    if (!boundary) reject(400, "bad_form", "请求格式有误（需要 multipart/form-data）");
+    auto form = http::parse_multipart(req.body(), *boundary);
+    if (!form.error.empty()) reject(400, "bad_form", "请求格式有误：" + form.error);
+
+    const http::FormPart* text = form.find("text");
+    if (!text || blank(text->data)) reject(400, "empty_text", "请输入反馈内容");
+    if (!valid_utf8(text->data) || text->data.find('\0') != std::string_view::npos)
+      reject(400, "bad_field", "请求参数有误（text）");
+    if (utf16_length(text->data) > kMaxFeedbackText)
+      reject(400, "text_too_long",
+             "反馈内容太长了，最多" + std::to_string(kMaxFeedbackText) + "个字");
+
+    store::Feedback f;
+    f.text = std::string(text->data);
+    f.user_id = optional_field(form, "user_id", kMaxUserId);
+    f.device_token = optional_field(form, "device_token", kMaxDeviceToken);
+    f.remote_address = ctx.remote_address;
+    f.created_ms = now_ms();
+
+    const http::FormPart* voice = form.find("voice");
+    std::optional<storage::AudioInfo> audio;
+    if (voice) {
+      if (voice->data.empty()) reject(400, "empty_voice", "语音是空的，请重新录制");
+      if (voice->data.size() > storage::kMaxVoiceBytes)
+        reject(413, "voice_too_large",
+               "语音太长了，最多" + std::to_string(storage::kMaxVoiceBytes / (1024 * 1024)) + "MB");
+      audio = storage::probe_audio(voice->data);
+      if (!audio) reject(415, "not_audio", "语音格式不支持，请重新录制");
+    }
+
+    if (audio) {
+      if (!s_.voice_notes) throw std::runtime_error("no voice note storage");
+      std::string why;
+      auto key = s_.voice_notes->put(voice->data, *audio, &why);
+      if (!key) throw std::runtime_error("storing a voice note: " + why);
+      f.voice_key = *key;
+      f.voice_mime = audio->mime;
+      f.voice_bytes = static_cast<std::int64_t>(voice->data.size());
+      try {
+        return s_.store->add_feedback(f).id;
+      } catch (...) {
+        s_.voice_notes->remove(*key);  // no row, so no file either
+        throw;
+      }
+    }
+    return s_.store->add_feedback(f).id;
+  }
+
+  server::Services& s_;
+};
+
+}  // namespace
+
+void install_feedback(server::Services& s) {
+  if (!s.store) throw std::runtime_error("feedback needs the store");
+  auto route = std::make_shared<FeedbackRoute>(s);
+  // The recording, the text and the form around them.
+  const std::size_t body_limit = storage::kMaxVoiceBytes + 64 * 1024;
+  s.router.add(
+      bhttp::verb::post, "/feedback",
+      [route](const http::Request& req, http::Context& ctx) { return route->handle(req, ctx); },
+      "feedback", body_limit);
+}
+
+}  // namespace rd::api

@@ -1,0 +1,258 @@
+// POST /feedback against a real server on SQLite and PostgreSQL: what is
+// accepted lands as one row (and one voice file), what is refused leaves
+// neither.
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <filesystem>
+
+#include "api_testing.h"
+#include "storage/VoiceNotes.h"
+#include "storage_testing.h"
+#include "store/Store.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using rdtest::FormField;
+
+// A short silent WAV, as a desktop recorder writes it.
+std::string wav_note(std::size_t samples = 8000) {
+  auto le32 = [](std::uint32_t v) {
+    return std::string{static_cast<char>(v), static_cast<char>(v >> 8), static_cast<char>(v >> 16),
+                       static_cast<char>(v >> 24)};
+  };
+  auto le16 = [](std::uint16_t v) {
+    return std::string{static_cast<char>(v), static_cast<char>(v >> 8)};
+  };
+  std::string data(samples * 2, '\0');
+  std::string fmt = le16(1) + le16(1) + le32(8000) + le32(16000) + le16(2) + le16(16);
+  std::string body = "WAVE" + std::string("fmt ") + le32(16) + fmt + "data" +
+                     le32(static_cast<std::uint32_t>(data.size())) + data;
+  return "RIFF" + le32(static_cast<std::uint32_t>(body.size())) + body;
+}
+
+// The start of an M4A (AAC in MP4) file; the server looks at the header only.
+std::string m4a_note() {
+  std::string ftyp(
+      "\0\0\0\x1c"
+      "ftypM4A \0\0\0\0M4A isommp42",
+      28);
+  return ftyp + std::string("\0\0\0\x08free", 8) + std::string(2000, '\x21');
+}
+
+std::vector<std::string> files_in(const fs::path& dir) {
+  std::vector<std::string> out;
+  std::error_code ec;
+  for (const auto& e : fs::directory_iterator(dir, ec)) out.push_back(e.path().filename().string());
+  return out;
+}
+
+class FeedbackRoute : public ::testing::TestWithParam<std::string> {
+ protected:
+  void SetUp() override {
+    server_ = std::make_unique<rdtest::ApiServer>(GetParam());
+    RD_REQUIRE_SERVER(*server_);
+    store_ = rd::store::open_store(server_->database_url(), "", 1);
+  }
+
+  rdtest::ApiReply post(const std::vector<FormField>& fields) {
+    return rdtest::parse_reply(rdtest::upload(server_->process().port(), fields, "/feedback"));
+  }
+
+  fs::path voice_dir() const { return fs::path(server_->process().data_dir()) / "feedback"; }
+
+  std::unique_ptr<rdtest::ApiServer> server_;
+  std::shared_ptr<rd::store::Store> store_;
+};
+
+TEST_P(FeedbackRoute, TextAloneAndTextWithVoiceAreKept) {
+  auto user = server_->register_user("13900000001");
+  auto plain = post({{"text", "拍照按钮太小了"}});
+  ASSERT_EQ(plain.status, 200) << boost::json::serialize(plain.body);
+  EXPECT_EQ(plain.text("status"), "ok");
+
+  std::string wav = wav_note();
+  auto spoken = post({{"text", "听听这个"},
+                      {"voice", wav, true},
+                      {"user_id", user},
+                      {"device_token", "<0123abcd 0123abcd>"}});
+  ASSERT_EQ(spoken.status, 200) << boost::json::serialize(spoken.body);
+  auto m4a = post({{"text", "还有这个"}, {"voice", m4a_note(), true}});
+  ASSERT_EQ(m4a.status, 200) << boost::json::serialize(m4a.body);
+  EXPECT_GT(spoken.number("id"), plain.number("id"));
+
+  auto rows = store_->list_feedback(0, 10);
+  ASSERT_EQ(rows.size(), 3u);
+  EXPECT_EQ(rows[2].text, "拍照按钮太小了");
+  EXPECT_EQ(rows[2].id, plain.number("id"));
+  EXPECT_TRUE(rows[2].voice_key.empty());
+  EXPECT_TRUE(rows[2].user_id.empty());
+  EXPECT_EQ(rows[2].remote_address, "127.0.0.1");
+  EXPECT_GT(rows[2].created_ms, 0);
+
+  const auto& r = rows[1];
+  EXPECT_EQ(r.text, "听听这个");
+  EXPECT_EQ(r.user_id, user);
+  EXPECT_EQ(r.device_token, "<0123abcd 0123abcd>");
+  EXPECT_EQ(r.voice_mime, "audio/wav");
+  EXPECT_EQ(r.voice_bytes, static_cast<std::int64_t>(wav.size()));
+  ASSERT_FALSE(r.voice_key.empty());
+  EXPECT_EQ(rdtest::read_file((voice_dir() / r.voice_key).string()), wav);
+  EXPECT_EQ(rows[0].voice_mime, "audio/mp4");
+  EXPECT_EQ(fs::path(rows[0].voice_key).extension(), ".m4a");
+  EXPECT_EQ(files_in(voice_dir()).size(), 2u);
+
+  // The rows survive a restart of the server.
+  server_->process().stop();
+  server_->restart();
+  ASSERT_TRUE(server_->process().ok());
+  EXPECT_EQ(post({{"text", "再来一条"}}).status, 200);
+  EXPECT_EQ(store_->list_feedback(0, 10).size(), 4u);
+}
+
+TEST_P(FeedbackRoute, BadInputIsRefusedClearlyAndLeavesNothingBehind) {
+  struct Case {
+    const char* what;
+    std::vector<FormField> fields;
+    int status;
+    const char* error;
+  };
+  std::string longest;
+  for (int i = 0; i < 1000; ++i) longest += "好";
+  std::vector<Case> cases = {
+      {"no text", {{"voice", wav_note(), true}}, 400, "empty_text"},
+      {"blank text", {{"text", " \r\n\t "}}, 400, "empty_text"},
+      {"too long", {{"text", longest + "!"}}, 400, "text_too_long"},
+      {"emoji count twice", {{"text", longest.substr(3) + "😀"}}, 400, "text_too_long"},
+      {"not UTF-8", {{"text", "\xC3\x28"}}, 400, "bad_field"},
+      {"a photo as voice",
+       {{"text", "看"}, {"voice", rdtest::sample_jpeg(), true}},
+       415,
+       "not_audio"},
+      {"text as voice",
+       {{"text", "看"}, {"voice", "hello, this is not audio", true}},
+       415,
+       "not_audio"},
+      {"empty voice", {{"text", "看"}, {"voice", "", true}}, 400, "empty_voice"},
+      {"voice too big",
+       {{"text", "看"}, {"voice", wav_note(rd::storage::kMaxVoiceBytes / 2), true}},
+       413,
+       "voice_too_large"},
+      {"long user id", {{"text", "看"}, {"user_id", std::string(65, 'a')}}, 400, "bad_field"},
+  };
+  for (const auto& c : cases) {
+    auto r = post(c.fields);
+    EXPECT_EQ(r.status, c.status) << c.what;
+    EXPECT_EQ(r.error(), c.error) << c.what;
+    EXPECT_FALSE(r.text("message").empty()) << c.what;
+  }
+
+  auto port = server_->process().port();
+  auto not_form = rdtest::parse_reply(rdtest::http_request(
+      port, "POST", "/feedback", "{\"text\":\"x\"}", {{"Content-Type", "application/json"}}));
+  EXPECT_EQ(not_form.status, 400);
+  EXPECT_EQ(not_form.error(), "bad_form");
+  auto broken = rdtest::http_request(port, "POST", "/feedback", "--b\r\nno end",
+                                     {{"Content-Type", "multipart/form-data; boundary=b"}});
+  EXPECT_EQ(broken.status, 400);
+  // Far beyond any voice note: cut off by the route's body limit.
+  auto huge =
+      rdtest::upload(port, {{"text", "看"}, {"voice", wav_note(3'000'000), true}}, "/feedback");
+  EXPECT_EQ(huge.status, 413);
+
+  EXPECT_TRUE(store_->list_feedback(0, 10).empty());
+  EXPECT_TRUE(files_in(voice_dir()).empty());
+
+  // The longest text still goes.
+  EXPECT_EQ(post({{"text", longest}}).status, 200);
+  EXPECT_EQ(store_->list_feedback(0, 10).size(), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Engines, FeedbackRoute, ::testing::Values("sqlite", "postgresql"),
+                         [](const auto& info) { return info.param; });
+
+TEST(VoiceNotes, RecognisesRecordingsAndNothingElse) {
+  using rd::storage::probe_audio;
+  EXPECT_EQ(probe_audio(wav_note())->mime, "audio/wav");
+  EXPECT_EQ(probe_audio(m4a_note())->extension, "m4a");
+  EXPECT_EQ(probe_audio(std::string("\0\0\0\x18"
+                                    "ftyp3gp4\0\0\0\0isom",
+                                    20) +
+                        "xxxx")
+                ->mime,
+            "audio/3gpp");
+  EXPECT_EQ(probe_audio("OggS" + std::string(40, '\0'))->mime, "audio/ogg");
+  EXPECT_EQ(probe_audio("#!AMR\n" + std::string(40, '\0'))->mime, "audio/amr");
+  EXPECT_EQ(probe_audio("ID3\x04" + std::string(40, '\0'))->mime, "audio/mpeg");
+  EXPECT_EQ(probe_audio(std::string("\xFF\xFB\x90\x64", 4) + std::string(40, '\0'))->mime,
+            "audio/mpeg");
+
+  EXPECT_FALSE(probe_audio(""));
+  EXPECT_FALSE(probe_audio(rdtest::sample_jpeg()));
+  EXPECT_FALSE(probe_audio("\x89PNG\r\n\x1a\n" + std::string(40, '\0')));
+  EXPECT_FALSE(probe_audio("plain words, no sound at all"));
+  // A QuickTime film and an MP4 video brand are not voice notes.
+  EXPECT_FALSE(
+      probe_audio(std::string("\0\0\0\x14"
+                              "ftypqt  \0\0\0\0qt  ",
+                              20)));
+  EXPECT_FALSE(
+      probe_audio(std::string("\0\0\0\x14"
+                              "ftypM4V \0\0\0\0M4V ",
+                              20)));
+  EXPECT_FALSE(probe_audio("RIFF\x10\0\0\0WEBPVP8 "));
+}
+
+TEST(VoiceNotes, StoresEachNoteUnderAFreshNameAndReadsItBack) {
+  rdtest::TempDir dir;
+  rd::storage::VoiceNotes notes(fs::path(dir.path()) / "feedback");
+  rd::storage::AudioInfo wav{"audio/wav", "wav"};
+  auto a = notes.put("one", wav);
+  auto b = notes.put("one", wav);
+  ASSERT_TRUE(a && b);
+  EXPECT_NE(*a, *b);
+  EXPECT_EQ(fs::path(*a).extension(), ".wav");
+  EXPECT_EQ(notes.read(*a), "one");
+  EXPECT_TRUE(notes.remove(*a));
+  EXPECT_FALSE(notes.read(*a));
+  EXPECT_EQ(notes.read(*b), "one");
+  EXPECT_FALSE(notes.read("../rongdian.db"));
+}
+
+}  // namespace
+
+namespace {
+
+// A database made before feedback existed (schema version 1) gets the table
+// on the next start, and keeps what it had.
+TEST(FeedbackStore, AnOlderDatabaseIsUpgraded) {
+  rdtest::TempDir dir;
+  const std::string path = dir.path() + "/old.db";
+  {
+    auto store = rd::store::open_store("sqlite:" + path, "", 1);
+    rd::store::User u;
+    u.id = "u1";
+    u.mobile = "13800000001";
+    u.nickname = "老用户";
+    u.password_hash = "h";
+    ASSERT_TRUE(store->create_user(u));
+  }
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "DROP TABLE feedback; UPDATE schema_version SET version = 1", nullptr,
+                         nullptr, nullptr),
+            SQLITE_OK);
+  sqlite3_close(db);
+
+  auto store = rd::store::open_store("sqlite:" + path, "", 1);
+  EXPECT_TRUE(store->user_by_mobile("13800000001"));
+  rd::store::Feedback f;
+  f.text = "升级以后";
+  f.created_ms = 5;
+  EXPECT_GT(store->add_feedback(f).id, 0);
+  ASSERT_EQ(store->list_feedback(0, 5).size(), 1u);
+  EXPECT_EQ(store->list_feedback(0, 5)[0].text, "升级以后");
+}
+
+}  // namespace

@@ -1,0 +1,156 @@
+// Publishing from the result screen against a real server: the publish
+// button, the message pop-up, "化妆中..." and "正在打扫战场", the item in
+// the server's newest list with the photo behind its URL; and the network
+// text when the server is gone.
+#include <gtest/gtest.h>
+
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include "../support/ServerProcess.h"
+#include "UiTestSupport.h"
+#include "face/Ka_Json.h"
+#include "face/ui/ResultViewController.h"
+#include "service/Endpoints.h"
+#include "service/LocalUserInfo.h"
+#include "service/UserInfoApi.h"
+#include "shell/NotificationCenter.h"
+#include "shell/ui/AppDelegate.h"
+#include "shell/ui/ProgressHud.h"
+
+using namespace uitest;
+
+namespace {
+
+const char* kFace = R"({"face_id":"f1",
+  "attribute":{"age":{"value":25,"range":5},"gender":{"value":"Female","confidence":99},
+               "smiling":{"value":50.7}},
+  "position":{"eye_left":{"x":35,"y":40},"eye_right":{"x":60,"y":40},
+              "mouth_left":{"x":38,"y":70},"mouth_right":{"x":58,"y":70},
+              "nose":{"x":50,"y":55},"center":{"x":50,"y":50},"width":60,"height":60}})";
+
+ResultViewController* showResult() {
+  ResultHandOver h;
+  h.allResultPoint = "6434";
+  h.eyePoint = 90.3429;
+  h.mouthPoint = 97.5789;
+  h.nosePoint = 95.76;
+  h.otherPoint = 76.087;
+  QImage photo(384, 480, QImage::Format_RGB32);
+  photo.fill(QColor(0xf5, 0xcf, 0xa8));
+  auto* vc = new ResultViewController;
+  vc->setHandOver(h, Ka_Json::jsonToFaceInfo(QJsonDocument::fromJson(kFace).object()), photo, true);
+  app().delegate()->pushScreen("ResultViewController", {{"vc", QVariant::fromValue<QObject*>(vc)}});
+  waitUntil([] { return top() && top()->objectName() == "ResultViewController"; });
+  spin(600);  // the push transition
+  return vc;
+}
+
+// Result screen → "发布" → the pop-up with `message` → "确定".
+void publishWith(QQuickItem* screen, const QString& message) {
+  click(item(screen, "publishButton"));
+  ASSERT_TRUE(waitUntil([] {
+    auto* p = item("AddMessageViewController");
+    return p && shown(p);
+  }));
+  QQuickItem* popup = item("AddMessageViewController");
+  spin(400);  // the pop-up's entrance
+  popup->setProperty("text", message);
+  click(item(popup, "btnOK"));
+}
+
+bool hudShowed(const QString& entry, int ms = 20000) {
+  return waitUntil([&] { return ProgressHud::instance()->history().contains(entry); }, ms);
+}
+
+QJsonArray newestItems(unsigned short port) {
+  auto r = rdtest::http_request(port, "POST", "/api?cmd=rd_list_items",
+                                R"({"cmd":"rd_list_items","limit":10,"page":1})",
+                                {{"HTTP_ACCESS_TOKEN", "anonymous"}});
+  return QJsonDocument::fromJson(QByteArray::fromStdString(r.body))["items"].toArray();
+}
+
+TEST(PublishUi, ResultScreenToMessageToTheServersNewestList) {
+  rdtest::ServerProcess server;
+  ASSERT_TRUE(server.ok()) << server.startup_output();
+  const QString base = QString::fromStdString(server.url());
+  app(AppShell::Options{base, false});
+  waitUntil([] { return !app().delegate()->splashPictureShown(); }, 10000);
+
+  // Not signed in: the photo is uploaded, the backend refuses the item, and
+  // the screen lets the user try again.
+  {
+    showResult();
+    QQuickItem* screen = top();
+    ProgressHud::instance()->clearHistory();
+    publishWith(screen, QStringLiteral("没登录"));
+    EXPECT_TRUE(hudShowed(QStringLiteral("error:请先登录")))
+        << ProgressHud::instance()->history().join(" | ").toStdString();
+    EXPECT_TRUE(waitUntil([&] { return item(screen, "publishButton")->isEnabled(); }));
+    EXPECT_EQ(top(), screen);
+    EXPECT_TRUE(newestItems(server.port()).isEmpty());
+    app().delegate()->popScreen();
+    spin(600);
+  }
+
+  bool signedUp = false;
+  UserInfoApi::UserSignin("13800000077", "pw", "小美", "rd_register_user",
+                          [&](const UserInfo&) { signedUp = true; });
+  ASSERT_TRUE(waitUntil([&] { return signedUp; }, 10000));
+
+  int published = 0;
+  NotificationCenter::defaultCenter().addObserver(Notifications::sharMessageSuccded, nullptr,
+                                                  [&](const Notification&) { ++published; });
+  ResultViewController* vc = showResult();
+  QQuickItem* screen = top();
+  ASSERT_TRUE(waitUntil([&] { return vc->pointsFilled(); }, 10000));
+  ProgressHud::instance()->clearHistory();
+
+  const QString message = QStringLiteral("今天的我怎么样");
+  publishWith(screen, message);
+  ASSERT_TRUE(waitUntil([&] { return published == 1; }, 20000))
+      << ProgressHud::instance()->history().join(" | ").toStdString();
+  const QStringList h = ProgressHud::instance()->history();
+  const qsizetype makeup = h.indexOf(QStringLiteral("progress:化妆中..."));
+  const qsizetype cleanup = h.indexOf(QStringLiteral("waiting:正在打扫战场"));
+  EXPECT_GE(makeup, 0) << h.join(" | ").toStdString();
+  EXPECT_GT(cleanup, makeup) << h.join(" | ").toStdString();
+  // The screen leaves once the item is created.
+  ASSERT_TRUE(waitUntil([&] { return top() != screen; }, 5000));
+
+  QJsonArray items = newestItems(server.port());
+  ASSERT_EQ(items.size(), 1);
+  const QJsonObject it = items[0].toObject();
+  EXPECT_EQ(it["description"].toString(), message);
+  EXPECT_EQ(it["num_look_score"].toInt(), 6434);
+  EXPECT_TRUE(it["is_enabled_photo"].toBool());
+  EXPECT_EQ(it["user"].toObject()["nickname"].toString(), QStringLiteral("小美"));
+  const QString url = it["base_image_url"].toString();
+  ASSERT_TRUE(url.startsWith(base + "/files/")) << url.toStdString();
+  ASSERT_TRUE(url.endsWith(".jpeg?attname=")) << url.toStdString();
+  auto photo = rdtest::http_request(server.port(), "GET", url.mid(base.size()).toStdString());
+  ASSERT_EQ(photo.status, 200);
+  QImage stored;
+  ASSERT_TRUE(stored.loadFromData(QByteArray::fromStdString(photo.body), "JPEG"));
+  EXPECT_EQ(stored.size(), QSize(200, 250));
+
+  // The server is gone: the upload fails with the network text, nothing is
+  // published, and the screen stays for another try.
+  spin(600);
+  vc = showResult();
+  screen = top();
+  server.stop();
+  ProgressHud::instance()->clearHistory();
+  publishWith(screen, QStringLiteral("再来一张"));
+  EXPECT_TRUE(hudShowed(QStringLiteral("error:呀，网络不好，稍候再试")))
+      << ProgressHud::instance()->history().join(" | ").toStdString();
+  EXPECT_TRUE(waitUntil([&] { return !vc->publishing(); }));
+  EXPECT_EQ(top(), screen);
+  EXPECT_EQ(published, 1);
+  EXPECT_TRUE(item(screen, "publishButton")->isEnabled());
+  Endpoints::reset();
+}
+
+}  // namespace

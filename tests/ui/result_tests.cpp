@@ -28,12 +28,7 @@ using namespace uitest;
 namespace {
 
 // The worked example: total 6434, eyes 90, nose 95, mouth 97, 气质 76.
-const char* kFace = R"({"face_id":"f1",
-  "attribute":{"age":{"value":25,"range":5},"gender":{"value":"Female","confidence":99},
-               "smiling":{"value":50.7}},
-  "position":{"eye_left":{"x":35,"y":40},"eye_right":{"x":60,"y":40},
-              "mouth_left":{"x":38,"y":70},"mouth_right":{"x":58,"y":70},
-              "nose":{"x":50,"y":55},"center":{"x":50,"y":50},"width":60,"height":60}})";
+const char* const kFace = kExampleFace;
 
 FaceInfoPtr exampleFace() {
   return Ka_Json::jsonToFaceInfo(QJsonDocument::fromJson(kFace).object());

@@ -71,6 +71,10 @@ const std::vector<Option>& options() {
        &Config::storage_secret_key, nullptr, nullptr, build::kStorageSecretKey},
       {"storage-bucket", "RONGDIAN_STORAGE_BUCKET", "photo storage bucket name", Kind::Text,
        &Config::storage_bucket, nullptr, nullptr, build::kStorageBucket},
+      {"storage-download-prefix", "RONGDIAN_STORAGE_DOWNLOAD_PREFIX",
+       "download prefix the app publishes photos under (default: the build's); one not under "
+       "this server's /files/ is the outside storage's, and items may then point only there",
+       Kind::Text, &Config::storage_download_prefix},
       {"threads", "RONGDIAN_THREADS", "worker threads (default: one per core)", Kind::Int, nullptr,
        &Config::threads},
       {"quiet", "RONGDIAN_QUIET", "no log line per request", Kind::Flag, nullptr, nullptr,
@@ -78,6 +82,10 @@ const std::vector<Option>& options() {
       {"hide-disabled", "RONGDIAN_HIDE_DISABLED",
        "leave photos marked not enabled out of the lists", Kind::Flag, nullptr, nullptr,
        &Config::hide_disabled},
+      {"trust-claimed-scores", "RONGDIAN_TRUST_CLAIMED_SCORES",
+       "publish the app's scores unchecked (an app on the outside detection service); by default "
+       "a photo from this server's storage is scored again and a score over 25 points off refused",
+       Kind::Flag, nullptr, nullptr, &Config::trust_claimed_scores},
       {"storage-fail-primary", "RONGDIAN_STORAGE_FAIL_PRIMARY",
        "testing: the primary upload address answers this HTTP status (the backup still works)",
        Kind::Int, nullptr, &Config::storage_fail_primary},
@@ -217,6 +225,7 @@ ParseResult parse_config(int argc, char** argv) {
   }
   while (!c.public_url.empty() && c.public_url.back() == '/') c.public_url.pop_back();
   if (c.models_dir.empty()) c.models_dir = default_models_dir();
+  if (c.storage_download_prefix.empty()) c.storage_download_prefix = build::kStorageDownloadPrefix;
   return r;
 }
 

@@ -18,6 +18,7 @@ struct Config {
   std::string storage_access_key;
   std::string storage_secret_key;
   std::string storage_bucket;
+  std::string storage_download_prefix;
   int threads = 0;             // worker threads; 0: one per core
   bool quiet = false;          // no per-request log lines
   bool hide_disabled = false;  // leave photos marked not enabled out of the lists
@@ -25,6 +26,8 @@ struct Config {
   int auth_rate_mobile = 10;   // login/register attempts per minute per mobile number; 0: no limit
   int storage_fail_primary = 0;  // testing: /upload answers this status (0: off)
   int push_pending_limit = 50;    // pushes kept per offline device (the newest)
+
+  bool trust_claimed_scores = false;  // publish the app's scores unchecked (outside detection)
 
   std::string host() const;
   unsigned short port() const;

@@ -18,6 +18,9 @@ class VoiceNotes;
 namespace rd::push {
 class Gateway;
 }
+namespace rd::detect {
+class PhotoScorer;
+}
 
 namespace rd::server {
 
@@ -31,6 +34,7 @@ struct Services {
   std::shared_ptr<storage::PhotoStore> photos;       // published photos (server/storage)
   std::shared_ptr<push::Gateway> push;               // device connections (server/push)
   std::shared_ptr<storage::VoiceNotes> voice_notes;  // voice notes of feedback (server/storage)
+  std::shared_ptr<detect::PhotoScorer> scorer{};  // the local engine's scores; null when it is off
 };
 
 }  // namespace rd::server

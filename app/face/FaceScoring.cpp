@@ -2,7 +2,8 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <limits>
+
+#include "face/FaceScoringCore.h"
 
 namespace FaceScoring {
 
@@ -19,63 +20,38 @@ double attributeNumber(const std::shared_ptr<Attribute>& a, QJsonValue Attribute
   return faceNumber(faceMember((*a).*member, QStringLiteral("value")));
 }
 
-// Feature score for measured value v and target t: v/t below the target,
-// t/v otherwise (including when the comparison is undecided).
-double featureScore(double v, double t) { return v < t ? v / t : t / v; }
-
 }  // namespace
 
-double lineLOng(double x, double y) {
-  (void)y;  // read and not used, on purpose
-  return std::fabs(std::sqrt(x * x + x * x));
-}
+double lineLOng(double x, double y) { return rd::scoring::line_long(x, y); }
 
-int truncToInt32(double v) {
-  if (std::isnan(v)) return 0;
-  if (v >= 2147483647.0) return std::numeric_limits<int>::max();
-  if (v <= -2147483648.0) return std::numeric_limits<int>::min();
-  return static_cast<int>(v);
-}
+int truncToInt32(double v) { return rd::scoring::trunc_to_int32(v); }
 
+// The numbers are read from the record here; the arithmetic is the plain
+// implementation the server's check of published scores runs too.
 FaceScore refresh(const FaceInfo& face) {
   const auto& pos = face.position;
   const auto& attr = face.attribute;
 
-  const double eyeX = faceNumber(landmarkCoord(pos, &Position::eye_left, "x"));
-  const double eyeY = faceNumber(landmarkCoord(pos, &Position::eye_left, "y"));
-  const double mouthX = faceNumber(landmarkCoord(pos, &Position::mouth_left, "x"));
-  const double mouthY = faceNumber(landmarkCoord(pos, &Position::mouth_left, "y"));
-  const double noseX = faceNumber(landmarkCoord(pos, &Position::nose, "x"));
-  const double noseY = faceNumber(landmarkCoord(pos, &Position::nose, "y"));
-  const double width = pos ? faceNumber(pos->width) : 0.0;
-  const double height = pos ? faceNumber(pos->height) : 0.0;
+  rd::scoring::FaceMeasures m;
+  m.eye_x = faceNumber(landmarkCoord(pos, &Position::eye_left, "x"));
+  m.eye_y = faceNumber(landmarkCoord(pos, &Position::eye_left, "y"));
+  m.mouth_x = faceNumber(landmarkCoord(pos, &Position::mouth_left, "x"));
+  m.mouth_y = faceNumber(landmarkCoord(pos, &Position::mouth_left, "y"));
+  m.nose_x = faceNumber(landmarkCoord(pos, &Position::nose, "x"));
+  m.nose_y = faceNumber(landmarkCoord(pos, &Position::nose, "y"));
+  m.width = pos ? faceNumber(pos->width) : 0.0;
+  m.height = pos ? faceNumber(pos->height) : 0.0;
+  m.age = attributeNumber(attr, &Attribute::age);
+  if (attr) m.gender = faceText(faceMember(attr->gender, QStringLiteral("value"))).toStdString();
+  m.smile = attributeNumber(attr, &Attribute::smiling);
 
-  const double E = lineLOng(eyeX, eyeY);
-  const double M = lineLOng(mouthX, mouthY);
-  const double N = lineLOng(noseX, noseY);
-  const double W = lineLOng(width, height);
-
-  const double age = attributeNumber(attr, &Attribute::age);
-  const double A = (age / 23) * 200;
-
-  // The gender is compared and the outcome discarded: men and women are scored alike.
-  const QString gender = attr ? faceText(faceMember(attr->gender, QStringLiteral("value"))) : QString();
-  [[maybe_unused]] const bool isFemale = gender == QLatin1String("Female");
-
-  const double smile = attributeNumber(attr, &Attribute::smiling);
-  const double S = (smile * 0.25) * 10;
-
+  const rd::scoring::Scores r = rd::scoring::score(m);
   FaceScore s;
-  s.otherPoint = ((A + S) / 450) * 10;
-  s.eyePoint = featureScore(E, W * 0.527);
-  s.mouthPoint = featureScore(M, W * 0.618);
-  s.nosePoint = featureScore(N, W * 0.798);
-
-  // Plain IEEE arithmetic: a NaN feature makes the total NaN, which truncates to 0.
-  const double eye = s.eyePoint, mouth = s.mouthPoint, nose = s.nosePoint;
-  const double total = ((eye + eye) * 1000 + (mouth + mouth) * 1000 + (nose + nose) * 1000) +
-                       s.otherPoint * 100;
-  s.allLabPoint = QString::number(truncToInt32(total));
+  s.eyePoint = r.eye;
+  s.mouthPoint = r.mouth;
+  s.nosePoint = r.nose;
+  s.otherPoint = r.other;
+  s.allLabPoint = QString::number(r.total);
   return s;
 }
 

@@ -1,8 +1,7 @@
 // The 容点 score of one face, and the rules that present it on the result
-// screen. The formulas are the app's defined behaviour, kept exactly,
-// including the distance helper that ignores its second coordinate and the
-// gender test without effect: two builds must give the same score for the
-// same detection answer.
+// screen: the app's Qt-facing side of the score. The formulas themselves are
+// in FaceScoringCore (plain C++, shared with the server's check of published
+// scores); this reads the face record's numbers and hands them over.
 #pragma once
 
 #include <QString>

@@ -3,6 +3,7 @@
 #include <QJsonObject>
 #include <QLoggingCategory>
 
+#include "BuildConfig.h"
 #include "service/HeadApi.h"
 #include "service/KADO_JSON.h"
 #include "service/LocalUserInfo.h"
@@ -12,7 +13,7 @@
 Q_LOGGING_CATEGORY(lcUserApi, "rd.service.user", QtInfoMsg)
 
 const QString UserInfoApi::kRegisterDeviceToken =
-    QStringLiteral("<5f1c3a9e 7b2d4c60 91e8a7f3 0c4b6d2e 8a9f1b3c 4d5e6f70 1a2b3c4d 5e6f7a8b>");
+    QString::fromUtf8(rd::build::kRegisterDeviceToken);
 
 namespace {
 

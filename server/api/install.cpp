@@ -2,8 +2,10 @@
 #include <iostream>
 #include <unordered_set>
 
+#include "BuildConfig.h"
 #include "Services.h"
 #include "api/Api.h"
+#include "detect/PhotoScorer.h"
 #include "push/Gateway.h"
 #include "storage/PhotoStore.h"
 #include "store/Store.h"
@@ -17,6 +19,17 @@ namespace {
 
 constexpr int kMaxPageSize = 50;
 constexpr std::size_t kBodyLimit = 16 * 1024;
+
+// How far a published score may lie from the server's own score of the same
+// stored photo. The app publishes the very JPEG it had analysed, and the
+// server reads the same numbers from its engine through the same scoring
+// code, so an honest claim matches exactly on one machine. The margin is for
+// instances on other CPUs (the engine's floating point may differ in the
+// last bits there): those bits can move a landmark across a rounding step
+// (worth well under a point) or the estimated age across a whole year (the
+// answer gives whole years: 200/23 × 10/450 × 100 ≈ 19.3 points). 25 covers
+// one such step and stays a quarter of a single like.
+constexpr std::int64_t kScoreTolerance = 25;
 
 // An answer the app shows: "error" is a stable code, "message" the user's text.
 struct Failure {
@@ -173,6 +186,8 @@ class Api {
   explicit Api(Services& s)
       : s_(s),
         store_(*s.store),
+        photos_(*s.photos),
+        scorer_(s.config.trust_claimed_scores ? nullptr : s.scorer),
         by_address_(s.config.auth_rate_address),
         by_mobile_(s.config.auth_rate_mobile) {}
 
@@ -291,17 +306,46 @@ class Api {
     it.num_look_score = b.integer("num_look_score", -1'000'000'000, 1'000'000'000);
     it.description = b.text("description", 0, 100);
     it.is_enabled_photo = b.boolean("is_enabled_photo");
+    it.photo_key = checked_photo(it.base_image_url, it.num_look_score);
     it.created_ms = it.updated_ms = now_ms();
     auto added = store_.add_item(it);
+    if (!added) fail("photo_in_use", "这张照片已经发表过了");
     json::object reply = user_json(user);
-    reply["item"] = item_json(added);
+    reply["item"] = item_json(*added);
     return reply;
+  }
+
+  // The key of the photo a new item is to point at: one of this server's
+  // storage that is there (or, with the outside storage, one under its
+  // prefix), scored again by the local engine unless that is off.
+  std::string checked_photo(const std::string& url, std::int64_t claimed) {
+    auto ref = photos_.photo_of_url(url);
+    if (!ref) fail("bad_photo", "照片地址有误，请重新发表");
+    if (!ref->local) return ref->key;  // the outside storage's: neither seen nor scored here
+    auto bytes = photos_.read(ref->key);
+    if (!bytes) fail("no_photo", "照片还没有上传成功，请重新发表");
+    if (!scorer_) return ref->key;
+    auto own = scorer_->score(*bytes);
+    using Outcome = detect::PhotoScore::Outcome;
+    switch (own.outcome) {
+      case Outcome::Scored:
+        if (claimed > own.total + kScoreTolerance || claimed < own.total - kScoreTolerance)
+          fail("score_mismatch", "容点与照片不符，请重新测一测再发表");
+        break;
+      case Outcome::NoFace:
+        fail("score_mismatch", "照片里没有找到人脸，请重新测一测再发表");
+      case Outcome::SeveralFaces:
+        fail("score_mismatch", "当前版本,仅支持单人测试");
+      case Outcome::Unreadable:
+        fail("bad_photo", "照片无法识别，请重新发表");
+    }
+    return ref->key;
   }
 
   json::value remove_item(const Body& b) {
     auto id = b.item_id();
     auto user = session_user(b);
-    store::Item removed;
+    store::RemovedItem removed;
     switch (store_.remove_item(id, user.id, &removed)) {
       case store::RemoveResult::NoSuchItem:
         fail("unknown_item", "照片不存在或已删除");
@@ -310,13 +354,15 @@ class Api {
       case store::RemoveResult::Removed:
         break;
     }
-    if (s_.photos) {
+    // Only a file of this server's storage that this item alone pointed at.
+    auto ref = photos_.photo_of_url(removed.item.base_image_url);
+    if (removed.photo_unused && ref && ref->local && ref->key == removed.photo_key) {
       try {
-        s_.photos->remove_by_url(removed.base_image_url);
+        photos_.remove(ref->key);
       } catch (const std::exception& e) {
         // The item is gone either way; a stray photo file is only space.
-        std::cerr << "rongdian-server: removing photo " << removed.base_image_url
-                  << " failed: " << e.what() << "\n";
+        std::cerr << "rongdian-server: removing photo " << ref->key << " failed: " << e.what()
+                  << "\n";
       }
     }
     return json::object{{"status", "ok"}, {"id", id}};
@@ -325,10 +371,18 @@ class Api {
   json::value like_item(const Body& b) {
     auto id = b.item_id();
     bool like = b.boolean("is_liked");
-    session_user(b);
-    auto it = store_.vote(id, like, now_ms());
-    if (!it) fail("unknown_item", "照片不存在或已删除");
-    return item_json(*it);
+    auto user = session_user(b);
+    auto v = store_.vote(id, user.id, like, now_ms());
+    switch (v.result) {
+      case store::VoteResult::NoSuchItem:
+        fail("unknown_item", "照片不存在或已删除");
+      case store::VoteResult::Repeated:
+        fail("already_voted", like ? "你已经赞过这张照片了" : "你已经给过这张照片差评了");
+      case store::VoteResult::Counted:
+      case store::VoteResult::Changed:
+        break;
+    }
+    return item_json(*v.item);
   }
 
   json::value add_comment(const Body& b) {
@@ -337,7 +391,7 @@ class Api {
     auto user = session_user(b);
     auto added = store_.add_comment(id, user.id, text, now_ms());
     if (!added) fail("unknown_item", "照片不存在或已删除");
-    if (s_.push) {
+    if (s_.push && added->owner_id != user.id) {  // not to oneself
       try {
         auto tokens = store_.device_tokens(added->owner_id);
         if (!tokens.empty()) {
@@ -377,7 +431,10 @@ class Api {
   void remember_device(const Body& b, const std::string& user_id) {
     auto token = b.optional_text("device_token", 200);
     auto platform = b.optional_text("device", 20);
-    if (token && !token->empty())
+    // The app signs up with one fixed token, the same on every phone: bound
+    // to an account, it would hand that account's pushes to anyone who
+    // presents it. The phone's own token is bound when it logs in.
+    if (token && !token->empty() && *token != build::kRegisterDeviceToken)
       store_.add_device(user_id, *token, platform.value_or(""), now_ms());
   }
 
@@ -428,6 +485,8 @@ class Api {
 
   Services& s_;
   store::Store& store_;
+  storage::PhotoStore& photos_;
+  std::shared_ptr<detect::PhotoScorer> scorer_;  // null: scores are taken as claimed
   RateLimiter by_address_;
   RateLimiter by_mobile_;
 };
@@ -436,6 +495,10 @@ class Api {
 
 void install(Services& s) {
   if (!s.store) throw std::runtime_error("the api needs the store");
+  if (!s.photos) throw std::runtime_error("the api needs the photo storage");
+  if (!s.config.trust_claimed_scores && !s.scorer)
+    std::cerr << "rongdian-server: published scores are taken as the app claims them (the local "
+                 "detection engine is not running)\n";
   set_time_zone(s.config.time_zone);
   auto api = std::make_shared<Api>(s);
   s.router.add(

@@ -70,52 +70,23 @@ bool parse_attributes(const std::string& text, Attributes& a, std::string& bad) 
   return true;
 }
 
-json::object point(double x, double y, int w, int h) {
-  return json::object{{"x", round_to(x / w * 100.0, 3)}, {"y", round_to(y / h * 100.0, 3)}};
-}
+json::object point(const AnswerFace::Point& p) { return json::object{{"x", p.x}, {"y", p.y}}; }
 
-json::object face_json(const engine::Face& f, const Attributes& want, const std::string& tag, int w,
-                       int h) {
+json::object face_json(const AnswerFace& a, const Attributes& want, const std::string& tag) {
   json::object attr;
-  if (want.age)
-    attr["age"] =
-        json::object{{"value", static_cast<std::int64_t>(std::lround(std::max(f.age, 0.f)))},
-                     {"range", static_cast<std::int64_t>(std::lround(f.age_spread))}};
+  if (want.age) attr["age"] = json::object{{"value", a.age}, {"range", a.age_range}};
   if (want.gender)
-    attr["gender"] = json::object{{"value", f.gender == engine::Gender::Male ? "Male" : "Female"},
-                                  {"confidence", round_to(f.gender_probability * 100.0, 3)}};
-  if (want.smiling)
-    attr["smiling"] = json::object{{"value", round_to(f.expressions[1] * 100.0, 3)}};
-
-  // The face box, kept inside the image.
-  const double x0 = std::clamp<double>(f.box.x, 0, w), y0 = std::clamp<double>(f.box.y, 0, h);
-  const double x1 = std::clamp<double>(f.box.x + f.box.width, 0, w);
-  const double y1 = std::clamp<double>(f.box.y + f.box.height, 0, h);
-
-  auto mean = [&](int from, int to) {
-    double x = 0, y = 0;
-    for (int i = from; i < to; ++i) {
-      x += f.landmarks[static_cast<std::size_t>(i)].x;
-      y += f.landmarks[static_cast<std::size_t>(i)].y;
-    }
-    return engine::Point{static_cast<float>(x / (to - from)), static_cast<float>(y / (to - from))};
-  };
-  // Left and right as seen in the image.
-  engine::Point eye_a = mean(36, 42), eye_b = mean(42, 48);
-  if (eye_b.x < eye_a.x) std::swap(eye_a, eye_b);
-  engine::Point mouth_a = f.landmarks[48], mouth_b = f.landmarks[54];
-  if (mouth_b.x < mouth_a.x) std::swap(mouth_a, mouth_b);
-  const engine::Point nose = f.landmarks[30];
-
+    attr["gender"] = json::object{{"value", a.gender}, {"confidence", a.gender_confidence}};
+  if (want.smiling) attr["smiling"] = json::object{{"value", a.smiling}};
   json::object pos{
-      {"center", point((x0 + x1) / 2, (y0 + y1) / 2, w, h)},
-      {"eye_left", point(eye_a.x, eye_a.y, w, h)},
-      {"eye_right", point(eye_b.x, eye_b.y, w, h)},
-      {"mouth_left", point(mouth_a.x, mouth_a.y, w, h)},
-      {"mouth_right", point(mouth_b.x, mouth_b.y, w, h)},
-      {"nose", point(nose.x, nose.y, w, h)},
-      {"width", round_to((x1 - x0) / w * 100.0, 3)},
-      {"height", round_to((y1 - y0) / h * 100.0, 3)},
+      {"center", point(a.center)},
+      {"eye_left", point(a.eye_left)},
+      {"eye_right", point(a.eye_right)},
+      {"mouth_left", point(a.mouth_left)},
+      {"mouth_right", point(a.mouth_right)},
+      {"nose", point(a.nose)},
+      {"width", a.width},
+      {"height", a.height},
   };
   return json::object{{"face_id", random_hex32()},
                       {"tag", tag},
@@ -168,6 +139,48 @@ void write_plain(const json::value& v, std::string& out) {
 }
 
 }  // namespace
+
+AnswerFace answer_face(const engine::Face& f, int w, int h) {
+  auto point = [&](double x, double y) {
+    return AnswerFace::Point{round_to(x / w * 100.0, 3), round_to(y / h * 100.0, 3)};
+  };
+  AnswerFace a;
+  a.age = static_cast<std::int64_t>(std::lround(std::max(f.age, 0.f)));
+  a.age_range = static_cast<std::int64_t>(std::lround(f.age_spread));
+  a.gender = f.gender == engine::Gender::Male ? "Male" : "Female";
+  a.gender_confidence = round_to(f.gender_probability * 100.0, 3);
+  a.smiling = round_to(f.expressions[1] * 100.0, 3);
+
+  // The face box, kept inside the image.
+  const double x0 = std::clamp<double>(f.box.x, 0, w), y0 = std::clamp<double>(f.box.y, 0, h);
+  const double x1 = std::clamp<double>(f.box.x + f.box.width, 0, w);
+  const double y1 = std::clamp<double>(f.box.y + f.box.height, 0, h);
+
+  auto mean = [&](int from, int to) {
+    double x = 0, y = 0;
+    for (int i = from; i < to; ++i) {
+      x += f.landmarks[static_cast<std::size_t>(i)].x;
+      y += f.landmarks[static_cast<std::size_t>(i)].y;
+    }
+    return engine::Point{static_cast<float>(x / (to - from)), static_cast<float>(y / (to - from))};
+  };
+  // Left and right as seen in the image.
+  engine::Point eye_a = mean(36, 42), eye_b = mean(42, 48);
+  if (eye_b.x < eye_a.x) std::swap(eye_a, eye_b);
+  engine::Point mouth_a = f.landmarks[48], mouth_b = f.landmarks[54];
+  if (mouth_b.x < mouth_a.x) std::swap(mouth_a, mouth_b);
+  const engine::Point nose = f.landmarks[30];
+
+  a.center = point((x0 + x1) / 2, (y0 + y1) / 2);
+  a.eye_left = point(eye_a.x, eye_a.y);
+  a.eye_right = point(eye_b.x, eye_b.y);
+  a.mouth_left = point(mouth_a.x, mouth_a.y);
+  a.mouth_right = point(mouth_b.x, mouth_b.y);
+  a.nose = point(nose.x, nose.y);
+  a.width = round_to((x1 - x0) / w * 100.0, 3);
+  a.height = round_to((y1 - y0) / h * 100.0, 3);
+  return a;
+}
 
 // Bodies up to this size are read and answered by the handler (an image
 // over the engine's byte limit gets its JSON error); larger ones get the
@@ -257,7 +270,8 @@ http::Response DetectService::handle(const http::Request& req, http::Context& ct
     faces = {*largest};
   }
   json::array out;
-  for (const auto* f : faces) out.push_back(face_json(*f, want, tag, result.width, result.height));
+  for (const auto* f : faces)
+    out.push_back(face_json(answer_face(*f, result.width, result.height), want, tag));
   json::value answer = json::object{{"face", std::move(out)},
                                     {"img_width", result.width},
                                     {"img_height", result.height},

@@ -2,6 +2,7 @@
 // local face engine, in the JSON the app's detection client reads.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -9,7 +10,8 @@
 
 namespace rd::engine {
 class FaceEngine;
-}
+struct Face;
+}  // namespace rd::engine
 
 namespace rd::detect {
 
@@ -26,6 +28,24 @@ enum ErrorCode : int {
   kImageCorrupt = 1304,        // 400: JPEG/PNG that cannot be decoded
   kMissingImage = 1305,        // 400: no multipart part "img"
 };
+
+// One face's numbers exactly as the answer gives them: positions in percent
+// of the image rounded to three decimals, the age in whole years. The answer
+// and the server's own scoring of published photos (PhotoScorer) both take
+// them from here, so that they see the same numbers the app does.
+struct AnswerFace {
+  struct Point {
+    double x = 0, y = 0;
+  };
+  Point center, eye_left, eye_right, mouth_left, mouth_right, nose;
+  double width = 0, height = 0;
+  std::int64_t age = 0, age_range = 0;
+  std::string gender;  // "Male" or "Female"
+  double gender_confidence = 0;
+  double smiling = 0;  // 0..100
+};
+
+AnswerFace answer_face(const engine::Face& face, int image_width, int image_height);
 
 class DetectService {
  public:

@@ -3,6 +3,7 @@
 
 #include "Services.h"
 #include "detect/DetectService.h"
+#include "detect/PhotoScorer.h"
 #include "engine/FaceEngine.h"
 
 namespace rd::detect {
@@ -19,6 +20,7 @@ void install(server::Services& s) {
               << "); /v2/detection/detect answers 503 until the model files are in place "
                  "(scripts/setup.sh --models, or --models DIR)\n";
   }
+  if (eng) s.scorer = std::make_shared<PhotoScorer>(eng);
   auto service =
       std::make_shared<DetectService>(eng, s.config.detect_key, s.config.detect_secret, why);
   s.router.add(

@@ -4,6 +4,8 @@
 
 #include <stdexcept>
 
+#include "BuildConfig.h"
+
 namespace rd::push {
 
 std::string make_device_token() {
@@ -23,6 +25,7 @@ std::string make_device_token() {
 
 bool is_device_token(std::string_view t) {
   if (t.size() != 73 || t.front() != '<' || t.back() != '>') return false;
+  if (t == build::kRegisterDeviceToken) return false;
   for (std::size_t i = 1; i < 72; ++i) {
     bool blank = (i - 1) % 9 == 8;
     char c = t[i];

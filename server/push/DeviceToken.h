@@ -8,6 +8,8 @@
 namespace rd::push {
 
 std::string make_device_token();
+// True for text of that form, except the fixed token every copy of the app
+// signs up with (it is no device's, and whoever presented it would get its pushes).
 bool is_device_token(std::string_view text);
 
 }  // namespace rd::push

@@ -135,11 +135,12 @@ bool valid_key(std::string_view key) {
   return true;
 }
 
-PhotoFiles::PhotoFiles(std::filesystem::path dir, std::string public_prefix,
-                       std::string other_prefix)
+PhotoFiles::PhotoFiles(std::filesystem::path dir, std::string public_prefix, std::string app_prefix,
+                       bool app_prefix_outside)
     : dir_(std::move(dir)),
       public_prefix_(std::move(public_prefix)),
-      other_prefix_(std::move(other_prefix)) {
+      app_prefix_(std::move(app_prefix)),
+      app_prefix_outside_(app_prefix_outside) {
   std::filesystem::create_directories(dir_);
   // Temporary files of uploads a crash interrupted.
   std::error_code ec;
@@ -203,8 +204,8 @@ std::optional<std::string> PhotoFiles::key_of_url(const std::string& url) const 
   std::string rest;
   if (!public_prefix_.empty() && url.rfind(public_prefix_, 0) == 0)
     rest = url.substr(public_prefix_.size());
-  else if (!other_prefix_.empty() && url.rfind(other_prefix_, 0) == 0)
-    rest = url.substr(other_prefix_.size());
+  else if (!app_prefix_outside_ && !app_prefix_.empty() && url.rfind(app_prefix_, 0) == 0)
+    rest = url.substr(app_prefix_.size());
   else
     return std::nullopt;
   rest = rest.substr(0, rest.find_first_of("?#"));
@@ -213,9 +214,20 @@ std::optional<std::string> PhotoFiles::key_of_url(const std::string& url) const 
   return key;
 }
 
-bool PhotoFiles::remove_by_url(const std::string& url) {
-  auto key = key_of_url(url);
-  return key && remove(*key);
+std::optional<PhotoStore::Ref> PhotoFiles::photo_of_url(const std::string& url) const {
+  if (!app_prefix_outside_) {
+    auto key = key_of_url(url);
+    if (!key) return std::nullopt;
+    return Ref{*key, true};
+  }
+  // The outside storage's objects: whatever follows its prefix, up to a query.
+  if (url.rfind(app_prefix_, 0) != 0) return std::nullopt;
+  std::string key = url.substr(app_prefix_.size());
+  key = key.substr(0, key.find_first_of("?#"));
+  if (key.empty() || key.size() > 512) return std::nullopt;
+  for (unsigned char c : key)
+    if (c <= ' ' || c == 0x7f) return std::nullopt;
+  return Ref{key, false};
 }
 
 }  // namespace rd::storage

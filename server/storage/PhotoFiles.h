@@ -38,27 +38,32 @@ bool valid_key(std::string_view key);
 
 class PhotoFiles : public PhotoStore {
  public:
-  // `public_prefix` is how clients reach the files, e.g. "http://host:port/files/";
-  // URLs under `other_prefix` (the prefix the app was built with) count as ours too.
-  PhotoFiles(std::filesystem::path dir, std::string public_prefix, std::string other_prefix = {});
+  // `public_prefix` is how clients reach the files, e.g. "http://host:port/files/".
+  // `app_prefix` is the download prefix the app publishes photos under: URLs
+  // under it count as this store's too, unless `app_prefix_outside` says it
+  // is the real outside storage's, whose photos are then the only ones items
+  // may point at.
+  PhotoFiles(std::filesystem::path dir, std::string public_prefix, std::string app_prefix = {},
+             bool app_prefix_outside = false);
 
   enum class Put { Stored, Exists, Failed };
   // Writes a temporary file, syncs it and links it under `key`; an existing
   // key is never replaced.
   Put put(const std::string& key, std::string_view bytes, std::string* error = nullptr);
-  std::optional<std::string> read(const std::string& key) const;
-  bool remove(const std::string& key);
-  bool remove_by_url(const std::string& url) override;
+  std::optional<std::string> read(const std::string& key) const override;
+  bool remove(const std::string& key) override;
+  std::optional<Ref> photo_of_url(const std::string& url) const override;
 
   const std::filesystem::path& dir() const { return dir_; }
   std::string public_url(const std::string& key) const { return public_prefix_ + key; }
 
-  // The key a URL of this store names, if it is one.
+  // The key a URL of this server's storage names, if it is one.
   std::optional<std::string> key_of_url(const std::string& url) const;
 
  private:
   std::filesystem::path dir_;
-  std::string public_prefix_, other_prefix_;
+  std::string public_prefix_, app_prefix_;
+  bool app_prefix_outside_ = false;
 };
 
 }  // namespace rd::storage

@@ -1,6 +1,7 @@
 // Photo storage as the rest of the server sees it.
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace rd::storage {
@@ -8,10 +9,22 @@ namespace rd::storage {
 class PhotoStore {
  public:
   virtual ~PhotoStore() = default;
-  // Deletes the stored photo that a public URL of this server names (the
-  // "base_image_url" of an item, with or without a query). Returns false
-  // when the URL is not one of this store's, or the photo is already gone.
-  virtual bool remove_by_url(const std::string& url) = 0;
+
+  // What a published photo's URL names.
+  struct Ref {
+    std::string key;    // the object key
+    bool local = true;  // a file of this server's storage; false: of the real outside storage
+  };
+  // The photo a public URL names (the "base_image_url" of an item, with or
+  // without a query), if an item may point at it: a key of this server's
+  // storage, or, when the app keeps its photos in the real outside storage,
+  // a key under that storage's download prefix and nowhere else. Does not
+  // look whether the photo is there (see read()).
+  virtual std::optional<Ref> photo_of_url(const std::string& url) const = 0;
+  // The bytes of a photo of this server's storage; nullopt when it is not there.
+  virtual std::optional<std::string> read(const std::string& key) const = 0;
+  // Deletes a photo of this server's storage; false when it was already gone.
+  virtual bool remove(const std::string& key) = 0;
 };
 
 }  // namespace rd::storage

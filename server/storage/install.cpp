@@ -144,9 +144,20 @@ http::Response download(const PhotoFiles& files, const http::Request& req, http:
 
 void install(server::Services& s) {
   const auto& cfg = s.config;
-  auto files =
-      std::make_shared<PhotoFiles>(std::filesystem::path(cfg.data_dir) / "photos",
-                                   cfg.public_url + "/files/", build::kStorageDownloadPrefix);
+  // The app publishes its photos under its download prefix. One of this
+  // server's own (its public address or the build's) means the photos are
+  // here; any other is the real outside storage (docs/deploy.md).
+  const std::string own = cfg.public_url + "/files/";
+  std::string app_prefix = cfg.storage_download_prefix;
+  if (!app_prefix.empty() && app_prefix.back() != '/')
+    app_prefix += '/';  // a folder, not a name's start
+  const bool outside = !app_prefix.empty() && app_prefix != own &&
+                       app_prefix != std::string(build::kServerUrl) + "/files/";
+  auto files = std::make_shared<PhotoFiles>(std::filesystem::path(cfg.data_dir) / "photos", own,
+                                            app_prefix, outside);
+  if (outside)
+    std::cerr << "rongdian-server: photos are in the outside storage at " << app_prefix
+              << "; items may point only there\n";
   s.photos = files;
   s.voice_notes = std::make_shared<VoiceNotes>(std::filesystem::path(cfg.data_dir) / "feedback");
 

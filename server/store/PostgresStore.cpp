@@ -12,6 +12,7 @@ namespace rd::store {
 namespace sql {
 std::string schema_v1(const std::string& id_column, const std::string& integer);
 std::string schema_v2(const std::string& id_column, const std::string& integer);
+std::string schema_v3(const std::string& integer);
 }  // namespace sql
 
 namespace {
@@ -129,6 +130,8 @@ class PgConn : public sql::Conn {
     const char* state = res ? PQresultErrorField(res, PG_DIAG_SQLSTATE) : nullptr;
     if (state && std::string(state) == "23505")
       throw sql::UniqueViolation(std::string("PostgreSQL ") + what + ": " + msg);
+    if (state && std::string(state) == "23503")
+      throw sql::ForeignKeyViolation(std::string("PostgreSQL ") + what + ": " + msg);
     throw Error(std::string("PostgreSQL ") + what + ": " + msg);
   }
 
@@ -142,7 +145,7 @@ std::shared_ptr<Store> open_postgres(const std::string& url, int connections) {
   sql::Dialect d;
   d.name = "postgresql";
   d.migrations = {sql::schema_v1("BIGSERIAL PRIMARY KEY", "BIGINT"),
-                  sql::schema_v2("BIGSERIAL PRIMARY KEY", "BIGINT")};
+                  sql::schema_v2("BIGSERIAL PRIMARY KEY", "BIGINT"), sql::schema_v3("BIGINT")};
   // Instances starting together take turns at the schema.
   d.migration_lock = "SELECT pg_advisory_xact_lock(7263540117)";
   return std::make_shared<sql::SqlStore>(

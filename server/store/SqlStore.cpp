@@ -1,6 +1,7 @@
 #include "store/SqlStore.h"
 
 #include <cstdlib>
+#include <set>
 
 namespace rd::store::sql {
 
@@ -157,6 +158,7 @@ void SqlStore::migrate() {
                   ") is newer than this server knows; upgrade the server");
     for (auto v = have; v < static_cast<std::int64_t>(dialect_.migrations.size()); ++v) {
       c.exec_script(dialect_.migrations[static_cast<std::size_t>(v)]);
+      if (v + 1 == 3) backfill_photo_keys(c);  // the items from before the keys get theirs
       c.query("DELETE FROM schema_version", {});
       c.query("INSERT INTO schema_version (version) VALUES (?)", {v + 1});
     }
@@ -243,21 +245,28 @@ void SqlStore::clear_unread(const std::string& user_id) {
   write([&](Conn& c) { c.query("UPDATE users SET unread = 0 WHERE id = ?", {user_id}); }, true);
 }
 
-Item SqlStore::add_item(const Item& in) {
-  std::int64_t id = write([&](Conn& c) {
-    auto rows = c.query(
-        "INSERT INTO items (user_id, base_image_url, description, num_look_score, num_like, "
-        "num_dislike, num_comments, is_enabled_photo, created_ms, updated_ms) "
-        "VALUES (?, ?, ?, ?, 0, 0, 0, ?, ?, ?) RETURNING id",
-        {in.user_id, in.base_image_url, in.description, in.num_look_score,
-         std::int64_t{in.is_enabled_photo}, in.created_ms, in.updated_ms});
-    if (rows.empty()) throw Error("insert of an item returned no id");
-    return rows[0].i(0);
-  });
+std::optional<Item> SqlStore::add_item(const Item& in) {
+  std::int64_t id = 0;
+  try {
+    id = write([&](Conn& c) {
+      // The unique index on photo_key turns away a photo another item points at.
+      auto rows = c.query(
+          "INSERT INTO items (user_id, base_image_url, photo_key, description, num_look_score, "
+          "num_like, num_dislike, num_comments, is_enabled_photo, created_ms, updated_ms) "
+          "VALUES (?, ?, ?, ?, ?, 0, 0, 0, ?, ?, ?) RETURNING id",
+          {in.user_id, in.base_image_url,
+           in.photo_key.empty() ? Param{nullptr} : Param{in.photo_key}, in.description,
+           in.num_look_score, std::int64_t{in.is_enabled_photo}, in.created_ms, in.updated_ms});
+      if (rows.empty()) throw Error("insert of an item returned no id");
+      return rows[0].i(0);
+    });
+  } catch (const UniqueViolation&) {
+    return std::nullopt;
+  }
   auto c = pool_.get();
   auto it = item_on(*c, id);
   if (!it) throw Error("a new item vanished");
-  return *it;
+  return it;
 }
 
 std::optional<Item> SqlStore::item_on(Conn& c, std::int64_t id) {
@@ -305,32 +314,77 @@ std::optional<Item> SqlStore::top_item(bool include_disabled) {
   return v.front();
 }
 
-RemoveResult SqlStore::remove_item(std::int64_t id, const std::string& user_id, Item* removed) {
+RemoveResult SqlStore::remove_item(std::int64_t id, const std::string& user_id,
+                                   RemovedItem* removed) {
   return write([&](Conn& c) {
     auto it = item_on(c, id);
     if (!it) return RemoveResult::NoSuchItem;
-    auto rows =
-        c.query("DELETE FROM items WHERE id = ? AND user_id = ? RETURNING id", {id, user_id});
+    auto rows = c.query("DELETE FROM items WHERE id = ? AND user_id = ? RETURNING photo_key",
+                        {id, user_id});
     if (rows.empty()) return item_on(c, id) ? RemoveResult::NotOwner : RemoveResult::NoSuchItem;
-    if (removed) *removed = *it;
+    if (removed) {
+      removed->item = *it;
+      removed->photo_key = rows[0].s(0);
+      // No other item has this key (unique); an item from before the keys
+      // that a copy of this URL left without one may still point at it.
+      removed->photo_unused =
+          !removed->photo_key.empty() &&
+          c.query("SELECT 1 FROM items WHERE photo_key IS NULL AND base_image_url = ? LIMIT 1",
+                  {it->base_image_url})
+              .empty();
+    }
     return RemoveResult::Removed;
   });
 }
 
-std::optional<Item> SqlStore::vote(std::int64_t id, bool like, std::int64_t now_ms) {
-  auto changed = write(
-      [&](Conn& c) {
-        auto rows = c.query(
-            "UPDATE items SET num_look_score = num_look_score + ?, num_like = num_like + ?, "
-            "num_dislike = num_dislike + ?, updated_ms = ? WHERE id = ? RETURNING id",
-            {std::int64_t{like ? 100 : -100}, std::int64_t{like ? 1 : 0},
-             std::int64_t{like ? 0 : 1}, now_ms, id});
-        return !rows.empty();
-      },
-      true);
-  if (!changed) return std::nullopt;
+Vote SqlStore::vote(std::int64_t id, const std::string& user_id, bool like, std::int64_t now_ms) {
+  const std::int64_t is_like = like ? 1 : 0;
+  // Most repeats are answered by this read alone, without taking any lock.
+  {
+    auto c = pool_.get();
+    auto rows = c->query(
+        "SELECT v.is_like FROM items i LEFT JOIN votes v ON v.item_id = i.id AND v.user_id = ? "
+        "WHERE i.id = ?",
+        {user_id, id});
+    if (rows.empty()) return {VoteResult::NoSuchItem, std::nullopt};
+    if (rows[0].cols[0] && rows[0].i(0) == is_like) return {VoteResult::Repeated, std::nullopt};
+  }
+  VoteResult result;
+  try {
+    result = write([&](Conn& c) {
+      // The vote row decides, under its own lock: a first vote inserts it; a
+      // change flips it; a concurrent twin of this request finds it already
+      // as wanted and changes nothing.
+      VoteResult r = VoteResult::Counted;
+      if (c.query("INSERT INTO votes (item_id, user_id, is_like, updated_ms) VALUES (?, ?, ?, ?) "
+                  "ON CONFLICT (item_id, user_id) DO NOTHING RETURNING item_id",
+                  {id, user_id, is_like, now_ms})
+              .empty()) {
+        if (c.query("UPDATE votes SET is_like = ?, updated_ms = ? "
+                    "WHERE item_id = ? AND user_id = ? AND is_like <> ? RETURNING item_id",
+                    {is_like, now_ms, id, user_id, is_like})
+                .empty())
+          return VoteResult::Repeated;
+        r = VoteResult::Changed;
+      }
+      const std::int64_t sign = like ? 1 : -1;
+      const std::int64_t step = r == VoteResult::Changed ? 1 : 0;  // the earlier vote taken back
+      auto rows = c.query(
+          "UPDATE items SET num_look_score = num_look_score + ?, num_like = num_like + ?, "
+          "num_dislike = num_dislike + ?, updated_ms = ? WHERE id = ? RETURNING id",
+          {sign * 100 * (1 + step), like ? std::int64_t{1} : -step, like ? -step : std::int64_t{1},
+           now_ms, id});
+      if (rows.empty()) throw ForeignKeyViolation("the item went away");
+      return r;
+    });
+  } catch (const ForeignKeyViolation&) {
+    return {VoteResult::NoSuchItem, std::nullopt};
+  }
+  if (result == VoteResult::Repeated) return {result, std::nullopt};
   auto c = pool_.get();
-  return item_on(*c, id);
+  auto it = item_on(*c, id);
+  if (!it) return {VoteResult::NoSuchItem, std::nullopt};
+  return {result, std::move(it)};
 }
 
 std::optional<CommentAdded> SqlStore::add_comment(std::int64_t item_id, const std::string& user_id,
@@ -348,8 +402,12 @@ std::optional<CommentAdded> SqlStore::add_comment(std::int64_t item_id, const st
         "VALUES (?, ?, ?, ?, ?) RETURNING id",
         {item_id, user_id, text, now_ms, now_ms});
     if (ins.empty()) throw Error("insert of a comment returned no id");
-    auto unread = c.query("UPDATE users SET unread = unread + 1 WHERE id = ? RETURNING unread",
-                          {out.owner_id});
+    // A comment on one's own photo is nothing unread.
+    auto unread =
+        out.owner_id == user_id
+            ? c.query("SELECT unread FROM users WHERE id = ?", {out.owner_id})
+            : c.query("UPDATE users SET unread = unread + 1 WHERE id = ? RETURNING unread",
+                      {out.owner_id});
     out.owner_unread = unread.empty() ? 0 : unread[0].i(0);
     auto rows = c.query(std::string(kCommentSelect) + " WHERE c.id = ?", {ins[0].i(0)});
     if (rows.empty()) throw Error("a new comment vanished");
@@ -493,6 +551,40 @@ CREATE TABLE feedback (
   for (std::size_t p; (p = s.find("{ID}")) != std::string::npos;) s.replace(p, 4, id_column);
   for (std::size_t p; (p = s.find("{INT}")) != std::string::npos;) s.replace(p, 5, integer);
   return s;
+}
+
+// Each item's photo key, unique, so that no two items share (and one's
+// removal deletes) a photo; and one vote per user and item.
+std::string schema_v3(const std::string& integer) {
+  std::string s = R"(
+ALTER TABLE items ADD COLUMN photo_key TEXT;
+CREATE UNIQUE INDEX items_photo_key ON items (photo_key);
+CREATE INDEX items_keyless_url ON items (base_image_url) WHERE photo_key IS NULL;
+CREATE TABLE votes (
+  item_id {INT} NOT NULL REFERENCES items(id) ON DELETE CASCADE,
+  user_id TEXT NOT NULL REFERENCES users(id) ON DELETE CASCADE,
+  is_like {INT} NOT NULL,
+  updated_ms {INT} NOT NULL,
+  PRIMARY KEY (item_id, user_id)
+);
+)";
+  for (std::size_t p; (p = s.find("{INT}")) != std::string::npos;) s.replace(p, 5, integer);
+  return s;
+}
+
+// Items published before the keys: the last part of the URL's path is the
+// key (how the storage names its files); when several share one, the first
+// published keeps it and the others stay without.
+void SqlStore::backfill_photo_keys(Conn& c) {
+  std::set<std::string> taken;
+  for (const auto& r : c.query("SELECT id, base_image_url FROM items ORDER BY id", {})) {
+    std::string url = r.s(1);
+    url = url.substr(0, url.find_first_of("?#"));
+    auto slash = url.rfind('/');
+    std::string key = slash == std::string::npos ? std::string() : url.substr(slash + 1);
+    if (key.empty() || !taken.insert(key).second) continue;
+    c.query("UPDATE items SET photo_key = ? WHERE id = ?", {key, r.i(0)});
+  }
 }
 
 }  // namespace rd::store::sql

@@ -25,6 +25,11 @@ struct UniqueViolation : Error {
   using Error::Error;
 };
 
+// A row refers to one that is not there (e.g. a vote for a deleted item).
+struct ForeignKeyViolation : Error {
+  using Error::Error;
+};
+
 // One database connection. SQL uses "?" placeholders; the PostgreSQL
 // connection turns them into $1, $2, ... Statements are prepared once per
 // connection and reused.
@@ -94,12 +99,13 @@ class SqlStore : public Store {
   std::vector<std::string> device_tokens(const std::string& user_id) override;
   void clear_unread(const std::string& user_id) override;
 
-  Item add_item(const Item& item) override;
+  std::optional<Item> add_item(const Item& item) override;
   std::optional<Item> item(std::int64_t id) override;
   std::vector<Item> list_items(const ItemQuery& q) override;
   std::optional<Item> top_item(bool include_disabled) override;
-  RemoveResult remove_item(std::int64_t id, const std::string& user_id, Item* removed) override;
-  std::optional<Item> vote(std::int64_t id, bool like, std::int64_t now_ms) override;
+  RemoveResult remove_item(std::int64_t id, const std::string& user_id,
+                           RemovedItem* removed) override;
+  Vote vote(std::int64_t id, const std::string& user_id, bool like, std::int64_t now_ms) override;
 
   std::optional<CommentAdded> add_comment(std::int64_t item_id, const std::string& user_id,
                                           const std::string& text, std::int64_t now_ms) override;
@@ -116,6 +122,7 @@ class SqlStore : public Store {
   template <class F>
   auto write(F&& f, bool single_statement = false);
   std::optional<Item> item_on(Conn& c, std::int64_t id);
+  void backfill_photo_keys(Conn& c);
 
   Dialect dialect_;
   Pool pool_;

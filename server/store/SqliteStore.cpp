@@ -13,6 +13,7 @@ namespace rd::store {
 namespace sql {
 std::string schema_v1(const std::string& id_column, const std::string& integer);
 std::string schema_v2(const std::string& id_column, const std::string& integer);
+std::string schema_v3(const std::string& integer);
 }  // namespace sql
 
 namespace {
@@ -114,6 +115,7 @@ class SqliteConn : public sql::Conn {
     std::string msg = std::string("SQLite ") + what + ": " + sqlite3_errmsg(db_);
     if (rc == SQLITE_CONSTRAINT_UNIQUE || rc == SQLITE_CONSTRAINT_PRIMARYKEY)
       throw sql::UniqueViolation(msg);
+    if (rc == SQLITE_CONSTRAINT_FOREIGNKEY) throw sql::ForeignKeyViolation(msg);
     throw Error(msg);
   }
 
@@ -130,7 +132,8 @@ std::shared_ptr<Store> open_sqlite(const std::string& path, int connections) {
   sql::Dialect d;
   d.name = "sqlite";
   d.migrations = {sql::schema_v1("INTEGER PRIMARY KEY AUTOINCREMENT", "INTEGER"),
-                  sql::schema_v2("INTEGER PRIMARY KEY AUTOINCREMENT", "INTEGER")};
+                  sql::schema_v2("INTEGER PRIMARY KEY AUTOINCREMENT", "INTEGER"),
+                  sql::schema_v3("INTEGER")};
   d.serialize_writes = true;
   return std::make_shared<sql::SqlStore>(
       std::move(d), [path] { return std::make_unique<SqliteConn>(path); }, connections);

@@ -38,6 +38,9 @@ struct Item {
   std::string user_id;
   std::string nickname;  // the poster's
   std::string base_image_url;
+  // The key of the photo base_image_url names; no two items share one. Set
+  // for add_item; the reads leave it empty (remove_item reports it).
+  std::string photo_key;
   std::string description;
   std::int64_t num_look_score = 0;
   std::int64_t num_like = 0;
@@ -84,6 +87,24 @@ struct ItemQuery {
 
 enum class RemoveResult { Removed, NoSuchItem, NotOwner };
 
+struct RemovedItem {
+  Item item;                  // as it was
+  std::string photo_key;      // its photo's key; empty for an item older than the keys
+  bool photo_unused = false;  // the photo has a key and no other item points at it
+};
+
+enum class VoteResult {
+  Counted,   // a first vote of this user on this item
+  Changed,   // replaced his earlier, opposite vote
+  Repeated,  // the same vote again: nothing changed
+  NoSuchItem,
+};
+
+struct Vote {
+  VoteResult result = VoteResult::NoSuchItem;
+  std::optional<Item> item;  // after the vote (Counted, Changed)
+};
+
 struct CommentAdded {
   Comment comment;
   std::string owner_id;
@@ -113,18 +134,27 @@ class Store {
   virtual void clear_unread(const std::string& user_id) = 0;
 
   // --- items
-  virtual Item add_item(const Item& item) = 0;  // id and nickname filled in from the store
+  // Id and nickname filled in from the store; empty when another item already
+  // points at the same photo (item.photo_key).
+  virtual std::optional<Item> add_item(const Item& item) = 0;
   virtual std::optional<Item> item(std::int64_t id) = 0;
   virtual std::vector<Item> list_items(const ItemQuery& q) = 0;
   virtual std::optional<Item> top_item(bool include_disabled) = 0;
-  // On Removed, *removed holds the item as it was.
-  virtual RemoveResult remove_item(std::int64_t id, const std::string& user_id, Item* removed) = 0;
-  // Like: score +100, num_like +1; dislike: score -100, num_dislike +1. Atomic.
-  virtual std::optional<Item> vote(std::int64_t id, bool like, std::int64_t now_ms) = 0;
+  // On Removed, *removed holds the item as it was and whether its photo is
+  // still in use.
+  virtual RemoveResult remove_item(std::int64_t id, const std::string& user_id,
+                                   RemovedItem* removed) = 0;
+  // One vote per user and item. Like: score +100, num_like +1; dislike: score
+  // -100, num_dislike +1; a vote opposite to the user's earlier one replaces
+  // it (takes the earlier one back first); the same vote again changes
+  // nothing. Atomic, also between server instances on one database.
+  virtual Vote vote(std::int64_t id, const std::string& user_id, bool like,
+                    std::int64_t now_ms) = 0;
 
   // --- comments
-  // Adds the comment, raises the item's count and the owner's unread count,
-  // all in one transaction. Empty when the item does not exist.
+  // Adds the comment, raises the item's count and the owner's unread count
+  // (not for a comment on one's own photo), all in one transaction. Empty
+  // when the item does not exist.
   virtual std::optional<CommentAdded> add_comment(std::int64_t item_id, const std::string& user_id,
                                                   const std::string& text, std::int64_t now_ms) = 0;
   virtual std::vector<Comment> list_comments(std::int64_t item_id, std::int64_t offset,

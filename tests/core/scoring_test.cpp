@@ -8,6 +8,7 @@
 #include <cmath>
 
 #include "face/FaceScoring.h"
+#include "face/FaceScoringCore.h"
 #include "face/Ka_Json.h"
 
 namespace {
@@ -190,4 +191,20 @@ TEST(FaceRecords, MappingKeepsWhatCame) {
   EXPECT_FALSE(Ka_Json::jsonToFaceInfo(QJsonValue()));
   EXPECT_FALSE(Ka_Json::jsonToPosition(QJsonValue(QJsonValue::Undefined)));
   EXPECT_EQ(Ka_Json::jsonToFaceInfo(QJsonObject{{"face_id", 42}})->faceID, "42");
+}
+
+// The server scores published photos with the same plain implementation the
+// app's wrapper calls: the same numbers give the same bits.
+TEST(Scoring, TheWrapperHandsTheRecordToTheSharedArithmetic) {
+  rd::scoring::FaceMeasures m;
+  m.eye_x = 35, m.eye_y = 40, m.mouth_x = 38, m.mouth_y = 70, m.nose_x = 50, m.nose_y = 55;
+  m.width = 60, m.height = 60, m.age = 25, m.smile = 50, m.gender = "Female";
+  const rd::scoring::Scores r = rd::scoring::score(m);
+  EXPECT_EQ(r.total, 6434);
+  const FaceScore s = score(exampleFace());
+  EXPECT_EQ(s.eyePoint, r.eye);
+  EXPECT_EQ(s.mouthPoint, r.mouth);
+  EXPECT_EQ(s.nosePoint, r.nose);
+  EXPECT_EQ(s.otherPoint, r.other);
+  EXPECT_EQ(s.allLabPoint, QString::number(r.total));
 }

@@ -113,8 +113,9 @@ TEST_P(Api, ItemsArePublishedListedPagedAndRanked) {
   RD_REQUIRE_SERVER(s);
   std::string a = s.register_user("13800138020", "p", "阿甲");
   std::string b = s.register_user("13800138021", "p", "阿乙");
+  const std::string photo = s.upload_photo();
   auto first = s.call("rd_add_item", {{"user_id", a},
-                                      {"base_image_url", "http://127.0.0.1/files/a.jpg"},
+                                      {"base_image_url", photo},
                                       {"num_look_score", 8123},
                                       {"description", "第一张"},
                                       {"is_enabled_photo", true}});
@@ -134,7 +135,7 @@ TEST_P(Api, ItemsArePublishedListedPagedAndRanked) {
 
   // The item record as the app reads it; the poster shows only by nickname.
   auto& item = ranked.body.at("items").as_array()[1].as_object();
-  EXPECT_EQ(item.at("base_image_url"), "http://127.0.0.1/files/a.jpg");
+  EXPECT_EQ(item.at("base_image_url"), photo.c_str());
   EXPECT_EQ(item.at("description"), "第一张");
   EXPECT_EQ(item.at("num_look_score"), 8123);
   EXPECT_EQ(item.at("num_like"), 0);
@@ -183,10 +184,11 @@ TEST_P(Api, PageSizeIsCappedAndTopItemNeedsItems) {
   EXPECT_EQ(s.call("rd_list_items", paging(1000, 2)).body.at("items").as_array().size(), 2u);
 }
 
-TEST_P(Api, LikesMoveTheScoreByAHundred) {
+TEST_P(Api, EachUserVotesOnceAndMayChangeHisVote) {
   ApiServer s(GetParam());
   RD_REQUIRE_SERVER(s);
   std::string a = s.register_user("13800138040");
+  std::string b = s.register_user("13800138041");
   std::string item = s.add_item(a, 120);
   auto vote = [&](bool like, const std::string& user, const std::string& id) {
     return s.call("rd_like_item", {{"item_id", id}, {"user_id", user}, {"is_liked", like}});
@@ -195,9 +197,27 @@ TEST_P(Api, LikesMoveTheScoreByAHundred) {
   ASSERT_FALSE(liked.is_error()) << json::serialize(liked.body);
   EXPECT_EQ(liked.number("num_look_score"), 220);
   EXPECT_EQ(liked.number("num_like"), 1);
+
+  // A repeat is refused with a text the app shows, and counts nothing.
+  auto again = vote(true, a, item);
+  EXPECT_EQ(again.error(), "already_voted");
+  EXPECT_EQ(again.text("message"), "你已经赞过这张照片了");
+  EXPECT_EQ(again.status, 200);
+
+  // A dislike replaces the like, and a like the dislike.
   auto disliked = vote(false, a, item);
-  EXPECT_EQ(disliked.number("num_look_score"), 120);
+  ASSERT_FALSE(disliked.is_error()) << json::serialize(disliked.body);
+  EXPECT_EQ(disliked.number("num_look_score"), 20);
+  EXPECT_EQ(disliked.number("num_like"), 0);
   EXPECT_EQ(disliked.number("num_dislike"), 1);
+  EXPECT_EQ(vote(false, a, item).text("message"), "你已经给过这张照片差评了");
+  auto back = vote(true, a, item);
+  EXPECT_EQ(back.number("num_look_score"), 220);
+  EXPECT_EQ(back.number("num_like"), 1);
+  EXPECT_EQ(back.number("num_dislike"), 0);
+
+  // Another user's vote is his own.
+  EXPECT_EQ(vote(true, b, item).number("num_look_score"), 320);
   EXPECT_EQ(vote(true, "13800138040", item).error(), "unknown_user");
   EXPECT_EQ(vote(true, a, "12345").error(), "unknown_item");
   EXPECT_EQ(
@@ -249,6 +269,11 @@ TEST_P(Api, CommentsCountForTheOwnerUntilHeOpensHisPhotos) {
   auto item_now = s.call("rd_list_items", {{"limit", 10}, {"page", 1}, {"item_id", item}});
   EXPECT_EQ(item_now.body.at("items").as_array()[0].at("num_comments"), 2);
   EXPECT_EQ(s.call("rd_get_user", {{"user_id", owner}}).number("num_comments"), 2);
+  // His own comment is on the photo but nothing unread for him.
+  EXPECT_FALSE(
+      s.call("rd_add_comments", {{"item_id", item}, {"user_id", owner}, {"comments", "谢谢大家"}})
+          .is_error());
+  EXPECT_EQ(s.call("rd_get_user", {{"user_id", owner}}).number("num_comments"), 2);
   // Someone else looking at the owner's photos leaves the count alone...
   s.call("rd_list_items", {{"limit", 10}, {"page", 1}, {"item_id", item}});
   // ... and so does the owner's second page; his first page clears it.
@@ -299,7 +324,7 @@ TEST_P(Api, BadRequestsGetClearErrors) {
                 .error(),
             "bad_field");
   EXPECT_EQ(s.call("rd_add_item", {{"user_id", a},
-                                   {"base_image_url", "http://x/y.jpg"},
+                                   {"base_image_url", s.upload_photo()},
                                    {"num_look_score", 1},
                                    {"description", std::string(101, 'x')},
                                    {"is_enabled_photo", true}})

@@ -22,11 +22,18 @@ struct FakeGateway : push::Gateway {
   }
 };
 
+// Every URL under /files/ names a stored photo.
 struct FakePhotos : storage::PhotoStore {
   std::vector<std::string> removed;
   bool fail = false;
-  bool remove_by_url(const std::string& url) override {
-    removed.push_back(url);
+  std::optional<Ref> photo_of_url(const std::string& url) const override {
+    auto at = url.find("/files/");
+    if (at == std::string::npos) return std::nullopt;
+    return Ref{url.substr(at + 7), true};
+  }
+  std::optional<std::string> read(const std::string&) const override { return "photo"; }
+  bool remove(const std::string& key) override {
+    removed.push_back(key);
     if (fail) throw std::runtime_error("disk on fire");
     return true;
   }
@@ -65,13 +72,15 @@ class ApiServices : public ::testing::Test {
 
   std::string item(const std::string& owner) {
     auto r = call("rd_add_item", {{"user_id", owner},
-                                  {"base_image_url", "http://127.0.0.1:8080/files/abc.jpg"},
+                                  {"base_image_url", "http://127.0.0.1:8080/files/p" +
+                                                         std::to_string(++photos_made_) + ".jpg"},
                                   {"num_look_score", 3000},
                                   {"description", "我"},
                                   {"is_enabled_photo", true}});
     return std::to_string(r.at("item").at("id").as_int64());
   }
 
+  int photos_made_ = 0;
   rdtest::TempDir dir_;
   server::Config cfg_;
   http::Router router_;
@@ -97,9 +106,10 @@ TEST_F(ApiServices, ACommentIsPushedToEveryDeviceOfTheOwner) {
   EXPECT_EQ(payload, json::parse(R"({"aps": {"alert": "路人甲 评论了你的照片：真好看",
                                               "badge": 2, "sound": "default"}})"));
 
-  // A poster without devices is not pushed to.
+  // A poster without devices is not pushed to, nor is anyone about his own comment.
   std::string guest_item = item(guest);
   call("rd_add_comments", {{"item_id", guest_item}, {"user_id", owner}, {"comments", "回访"}});
+  call("rd_add_comments", {{"item_id", it}, {"user_id", owner}, {"comments", "谢谢"}});
   EXPECT_EQ(push_->sent.size(), 2u);
 }
 
@@ -107,7 +117,7 @@ TEST_F(ApiServices, RemovingAnItemRemovesItsPhotoEvenWhenStorageFails) {
   std::string owner = user("13800139110", "主人", nullptr);
   std::string a = item(owner), b = item(owner);
   EXPECT_FALSE(call("rd_remove_item", {{"item_id", a}, {"user_id", owner}}).contains("error"));
-  EXPECT_EQ(photos_->removed, (std::vector<std::string>{"http://127.0.0.1:8080/files/abc.jpg"}));
+  EXPECT_EQ(photos_->removed, (std::vector<std::string>{"p1.jpg"}));
   photos_->fail = true;
   EXPECT_FALSE(call("rd_remove_item", {{"item_id", b}, {"user_id", owner}}).contains("error"));
   EXPECT_FALSE(services_.store->item(std::stoll(b)));

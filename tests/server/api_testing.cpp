@@ -1,5 +1,10 @@
 #include "api_testing.h"
 
+#include <opencv2/imgcodecs.hpp>
+
+#include "BuildConfig.h"
+#include "storage_testing.h"
+
 namespace rdtest {
 
 namespace json = boost::json;
@@ -29,9 +34,16 @@ ApiServer::ApiServer(const std::string& database_url, const std::string& data_di
   restart();
 }
 
+std::string small_png() {
+  cv::Mat img(40, 30, CV_8UC3, cv::Scalar(10, 200, 30));
+  std::vector<uchar> out;
+  cv::imencode(".png", img, out);
+  return std::string(out.begin(), out.end());
+}
+
 void ApiServer::restart() {
   proc_.reset();
-  std::vector<std::string> args = {"--database", db_url_};
+  std::vector<std::string> args = {"--database", db_url_, "--trust-claimed-scores"};
   args.insert(args.end(), extra_.begin(), extra_.end());
   proc_ = std::make_unique<ServerProcess>(args, data_dir_);
 }
@@ -59,10 +71,24 @@ std::string ApiServer::register_user(const std::string& mobile, const std::strin
   return r.text("id");
 }
 
+std::string ApiServer::upload_photo(const std::string& bytes) {
+  const std::string key = "photo" + std::to_string(++uploads_) + ".png";
+  auto token = make_upload_token(upload_policy(rd::build::kStorageBucket),
+                                 rd::build::kStorageAccessKey, rd::build::kStorageSecretKey);
+  auto r =
+      upload(proc_->port(),
+             {{"key", key}, {"token", token}, {"file", bytes.empty() ? small_png() : bytes, true}});
+  EXPECT_EQ(r.status, 200) << r.body;
+  std::string base = proc_->url();
+  for (std::size_t i = 0; i + 1 < extra_.size(); ++i)
+    if (extra_[i] == "--public-url") base = extra_[i + 1];
+  return base + "/files/" + key + "?attname=";
+}
+
 std::string ApiServer::add_item(const std::string& user_id, std::int64_t score,
                                 const std::string& description, bool enabled) {
   auto r = call("rd_add_item", {{"user_id", user_id},
-                                {"base_image_url", "http://127.0.0.1/files/p.jpg"},
+                                {"base_image_url", upload_photo()},
                                 {"num_look_score", score},
                                 {"description", description},
                                 {"is_enabled_photo", enabled}});

@@ -33,7 +33,9 @@ struct ApiReply {
 
 class ApiServer {
  public:
-  // A fresh database of `engine`; extra server flags after the database.
+  // A fresh database of `engine`; extra server flags after the database. The
+  // server takes published scores as claimed (--trust-claimed-scores): the
+  // tests publish made-up ones; "--trust-claimed-scores=0" in `extra` checks them.
   explicit ApiServer(const std::string& engine, std::vector<std::string> extra = {});
   // A server on an existing database and data folder (for restarts).
   ApiServer(const std::string& database_url, const std::string& data_dir,
@@ -51,7 +53,11 @@ class ApiServer {
   // Registers a user and returns his id ("" on failure).
   std::string register_user(const std::string& mobile, const std::string& password = "secret",
                             const std::string& nickname = "小明");
-  // Publishes an item; returns its id as the app holds it (text).
+  // Uploads a photo (a small PNG by default) under a fresh key, as the app's
+  // uploader does; returns its public URL as the app publishes it.
+  std::string upload_photo(const std::string& bytes = {});
+  // Publishes an item on a freshly uploaded photo; returns its id as the app
+  // holds it (text).
   std::string add_item(const std::string& user_id, std::int64_t score,
                        const std::string& description = "看我", bool enabled = true);
 
@@ -61,7 +67,11 @@ class ApiServer {
   std::string db_url_, data_dir_;
   std::vector<std::string> extra_;
   std::unique_ptr<ServerProcess> proc_;
+  int uploads_ = 0;
 };
+
+// A small picture without a face.
+std::string small_png();
 
 ApiReply parse_reply(const HttpReply& r);
 

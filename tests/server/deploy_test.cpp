@@ -138,10 +138,13 @@ TEST(ScaleOut, TwoInstancesBehindTheProxyServeOneSystem) {
   EXPECT_EQ(std::to_string(listed.body.at("items").as_array()[0].as_object().at("id").as_int64()),
             item);
 
-  // Likes through the proxy land on both instances and add up in the one database.
+  // Likes of ten users through the proxy land on both instances and add up in the one database.
+  std::vector<std::string> fans;
+  for (int i = 0; i < 10; ++i) fans.push_back(a.register_user("1370000010" + std::to_string(i)));
   const long before_a = served(a), before_b = served(b);
-  for (int i = 0; i < 10; ++i) {
-    auto like = proxy.call("rd_like_item", {{"item_id", item}, {"user_id", id}, {"is_liked", true}});
+  for (const auto& fan : fans) {
+    auto like =
+        proxy.call("rd_like_item", {{"item_id", item}, {"user_id", fan}, {"is_liked", true}});
     EXPECT_FALSE(like.is_error()) << json::serialize(like.body);
   }
   EXPECT_GT(served(a) - before_a, 0) << "the proxy sent nothing to the first instance";

@@ -235,7 +235,7 @@ TEST(StorageBackup, PrimaryFailsThenBackupTakesTheUpload) {
   EXPECT_EQ(rdtest::http_request(server.port(), "GET", "/files/retry.jpeg").body, jpeg);
 }
 
-TEST(StorageFiles, RemoveByUrlAndAtomicPut) {
+TEST(StorageFiles, PhotosOfUrlsAndAtomicPut) {
   rdtest::TempDir dir;
   rd::storage::PhotoFiles files(dir.path() + "/photos", "http://127.0.0.1:9/files/",
                                 "http://example.test/files/");
@@ -246,12 +246,29 @@ TEST(StorageFiles, RemoveByUrlAndAtomicPut) {
   EXPECT_EQ(files.put("b.jpeg", "x"), Put::Stored);
   EXPECT_EQ(files.put("../c.jpeg", "x"), Put::Failed);
 
-  EXPECT_FALSE(files.remove_by_url("http://elsewhere/files/a.jpeg"));
-  EXPECT_FALSE(files.remove_by_url("http://127.0.0.1:9/files/..%2Fphotos%2Fa.jpeg"));
-  EXPECT_TRUE(files.remove_by_url("http://127.0.0.1:9/files/a.jpeg?attname="));
+  auto key = [&](const std::string& url) {
+    auto ref = files.photo_of_url(url);
+    return ref && ref->local ? ref->key : std::string("-");
+  };
+  EXPECT_EQ(key("http://elsewhere/files/a.jpeg"), "-");
+  EXPECT_EQ(key("http://127.0.0.1:9/files/..%2Fphotos%2Fa.jpeg"), "-");
+  EXPECT_EQ(key("http://127.0.0.1:9/files/a.jpeg?attname="), "a.jpeg");
+  EXPECT_EQ(key("http://example.test/files/b.jpeg"), "b.jpeg");  // the app's build prefix
+  EXPECT_TRUE(files.remove("a.jpeg"));
   EXPECT_FALSE(files.read("a.jpeg"));
-  EXPECT_FALSE(files.remove_by_url("http://127.0.0.1:9/files/a.jpeg?attname="));  // already gone
-  EXPECT_TRUE(files.remove_by_url("http://example.test/files/b.jpeg"));
+  EXPECT_FALSE(files.remove("a.jpeg"));  // already gone
+
+  // With the outside storage, only its prefix names photos, and none of them are here.
+  rd::storage::PhotoFiles outside(dir.path() + "/photos", "http://127.0.0.1:9/files/",
+                                  "https://cdn.example.com/", true);
+  EXPECT_FALSE(outside.photo_of_url("http://127.0.0.1:9/files/b.jpeg"));
+  auto ref = outside.photo_of_url("https://cdn.example.com/dir/k.jpeg?attname=");
+  ASSERT_TRUE(ref);
+  EXPECT_EQ(ref->key, "dir/k.jpeg");
+  EXPECT_FALSE(ref->local);
+  EXPECT_FALSE(outside.photo_of_url("https://cdn.example.com/?attname="));
+  EXPECT_FALSE(outside.photo_of_url("https://cdn.example.com/a b.jpeg"));
+  EXPECT_TRUE(files.remove("b.jpeg"));
 
   // No temporary files are left behind; stale ones vanish at start.
   std::ofstream(dir.path() + "/photos/.tmp-abc") << "half";

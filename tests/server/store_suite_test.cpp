@@ -1,12 +1,18 @@
 // One suite for the store interface, run against SQLite and PostgreSQL.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <thread>
 
 #include "store/Store.h"
 #include "store_testdb.h"
 
 using namespace rd::store;
+
+namespace rd::store::sql {
+std::string schema_v1(const std::string& id_column, const std::string& integer);
+std::string schema_v2(const std::string& id_column, const std::string& integer);
+}  // namespace rd::store::sql
 
 namespace {
 
@@ -33,12 +39,15 @@ class StoreSuite : public ::testing::TestWithParam<std::string> {
                  bool enabled = true) {
     Item it;
     it.user_id = user_id;
-    it.base_image_url = "http://127.0.0.1/files/" + std::to_string(at) + ".jpg";
+    it.photo_key = std::to_string(at) + ".jpg";
+    it.base_image_url = "http://127.0.0.1/files/" + it.photo_key;
     it.description = "说点什么";
     it.num_look_score = score;
     it.is_enabled_photo = enabled;
     it.created_ms = it.updated_ms = at;
-    return store_->add_item(it);
+    auto added = store_->add_item(it);
+    EXPECT_TRUE(added);
+    return added.value_or(Item{});
   }
 
   std::unique_ptr<rdtest::TestDatabase> db_;
@@ -137,22 +146,46 @@ TEST_P(StoreSuite, TopItemIsEmptyWithoutItemsAndSkipsHiddenOnes) {
   EXPECT_EQ(store_->top_item(false)->id, shown.id);
 }
 
-TEST_P(StoreSuite, VotesMoveScoreAndCounters) {
+TEST_P(StoreSuite, VotesMoveScoreAndCountersOncePerUser) {
   auto a = make_user("13800000008");
+  auto b = make_user("13800000015");
+  auto c = make_user("13800000016");
   auto it = make_item(a.id, 120, 1);
-  auto liked = store_->vote(it.id, true, 5);
-  ASSERT_TRUE(liked);
-  EXPECT_EQ(liked->num_look_score, 220);
-  EXPECT_EQ(liked->num_like, 1);
-  EXPECT_EQ(liked->updated_ms, 5);
-  store_->vote(it.id, false, 6);
-  auto disliked = store_->vote(it.id, false, 7);
-  EXPECT_EQ(disliked->num_look_score, 20);
-  EXPECT_EQ(disliked->num_like, 1);
-  EXPECT_EQ(disliked->num_dislike, 2);
-  store_->vote(it.id, false, 8);
-  EXPECT_EQ(store_->item(it.id)->num_look_score, -80);  // scores may go below zero
-  EXPECT_FALSE(store_->vote(it.id + 1, true, 9));
+  auto liked = store_->vote(it.id, b.id, true, 5);
+  ASSERT_EQ(liked.result, VoteResult::Counted);
+  EXPECT_EQ(liked.item->num_look_score, 220);
+  EXPECT_EQ(liked.item->num_like, 1);
+  EXPECT_EQ(liked.item->updated_ms, 5);
+
+  // The same vote again changes nothing.
+  EXPECT_EQ(store_->vote(it.id, b.id, true, 6).result, VoteResult::Repeated);
+  EXPECT_EQ(store_->item(it.id)->num_look_score, 220);
+  EXPECT_EQ(store_->item(it.id)->num_like, 1);
+
+  // A dislike after one's like replaces it, and a like after one's dislike.
+  auto changed = store_->vote(it.id, b.id, false, 7);
+  ASSERT_EQ(changed.result, VoteResult::Changed);
+  EXPECT_EQ(changed.item->num_look_score, 20);
+  EXPECT_EQ(changed.item->num_like, 0);
+  EXPECT_EQ(changed.item->num_dislike, 1);
+  EXPECT_EQ(store_->vote(it.id, b.id, false, 8).result, VoteResult::Repeated);
+  auto back = store_->vote(it.id, b.id, true, 9);
+  ASSERT_EQ(back.result, VoteResult::Changed);
+  EXPECT_EQ(back.item->num_look_score, 220);
+  EXPECT_EQ(back.item->num_like, 1);
+  EXPECT_EQ(back.item->num_dislike, 0);
+
+  // Others vote on their own; scores may go below zero.
+  store_->vote(it.id, c.id, false, 10);
+  EXPECT_EQ(store_->vote(it.id, a.id, false, 11).item->num_look_score, 20);
+  auto low = make_item(a.id, 50, 2);
+  EXPECT_EQ(store_->vote(low.id, c.id, false, 12).item->num_look_score, -50);
+  EXPECT_EQ(store_->vote(it.id + 100, b.id, true, 13).result, VoteResult::NoSuchItem);
+
+  // A removed item's votes go with it.
+  RemovedItem removed;
+  ASSERT_EQ(store_->remove_item(it.id, a.id, &removed), RemoveResult::Removed);
+  EXPECT_EQ(store_->vote(it.id, b.id, true, 14).result, VoteResult::NoSuchItem);
 }
 
 TEST_P(StoreSuite, CommentsRaiseCountsAndUnreadAndListNewestFirst) {
@@ -168,16 +201,21 @@ TEST_P(StoreSuite, CommentsRaiseCountsAndUnreadAndListNewestFirst) {
   EXPECT_EQ(c1->comment.item_id, it.id);
   auto c2 = store_->add_comment(it.id, guest.id, "真好看", 11);
   EXPECT_EQ(c2->owner_unread, 2);
-  EXPECT_EQ(store_->item(it.id)->num_comments, 2);
+  // The owner's own comment counts on the item but is nothing unread for him.
+  auto own = store_->add_comment(it.id, owner.id, "谢谢", 12);
+  ASSERT_TRUE(own);
+  EXPECT_EQ(own->owner_unread, 2);
+  EXPECT_EQ(store_->item(it.id)->num_comments, 3);
   EXPECT_EQ(store_->user_by_id(owner.id)->unread, 2);
   EXPECT_FALSE(store_->add_comment(it.id + 1, guest.id, "没有", 12));
 
   auto list = store_->list_comments(it.id, 0, 10);
-  ASSERT_EQ(list.size(), 2u);
-  EXPECT_EQ(list[0].text, "真好看");
-  EXPECT_EQ(list[1].text, "好看");
-  EXPECT_EQ(store_->list_comments(it.id, 1, 10).size(), 1u);
-  EXPECT_TRUE(store_->list_comments(it.id, 2, 10).empty());
+  ASSERT_EQ(list.size(), 3u);
+  EXPECT_EQ(list[0].text, "谢谢");
+  EXPECT_EQ(list[1].text, "真好看");
+  EXPECT_EQ(list[2].text, "好看");
+  EXPECT_EQ(store_->list_comments(it.id, 2, 10).size(), 1u);
+  EXPECT_TRUE(store_->list_comments(it.id, 3, 10).empty());
 
   store_->clear_unread(owner.id);
   EXPECT_EQ(store_->user_by_id(owner.id)->unread, 0);
@@ -188,25 +226,83 @@ TEST_P(StoreSuite, OnlyTheOwnerRemovesAnItemAndItsCommentsGoWithIt) {
   auto other = make_user("13800000012");
   auto it = make_item(owner.id, 100, 1);
   store_->add_comment(it.id, other.id, "评论一下", 2);
-  Item removed;
+  RemovedItem removed;
   EXPECT_EQ(store_->remove_item(it.id, other.id, &removed), RemoveResult::NotOwner);
   EXPECT_TRUE(store_->item(it.id));
   EXPECT_EQ(store_->remove_item(it.id, owner.id, &removed), RemoveResult::Removed);
-  EXPECT_EQ(removed.base_image_url, it.base_image_url);
+  EXPECT_EQ(removed.item.base_image_url, it.base_image_url);
+  EXPECT_EQ(removed.photo_key, "1.jpg");
+  EXPECT_TRUE(removed.photo_unused);
   EXPECT_FALSE(store_->item(it.id));
   EXPECT_TRUE(store_->list_comments(it.id, 0, 10).empty());
   EXPECT_EQ(store_->remove_item(it.id, owner.id, &removed), RemoveResult::NoSuchItem);
 }
 
+TEST_P(StoreSuite, NoTwoItemsShareAPhoto) {
+  auto a = make_user("13800000017");
+  auto b = make_user("13800000018");
+  auto first = make_item(a.id, 1, 1);
+  Item copy;
+  copy.user_id = b.id;
+  copy.photo_key = "1.jpg";  // the other user's photo
+  copy.base_image_url = "http://elsewhere/files/" + copy.photo_key + "?attname=";
+  copy.description = "借用";
+  EXPECT_FALSE(store_->add_item(copy));
+  ItemQuery all;
+  EXPECT_EQ(store_->list_items(all).size(), 1u);
+  // Once its item is removed, the key is free again.
+  RemovedItem removed;
+  ASSERT_EQ(store_->remove_item(first.id, a.id, &removed), RemoveResult::Removed);
+  EXPECT_TRUE(store_->add_item(copy));
+}
+
+TEST_P(StoreSuite, ItemsFromBeforeThePhotoKeysKeepTheirPhotos) {
+  // A database as the version before left it: two items on one photo (the
+  // second a copy of the first's URL), one on another.
+  rdtest::TestDatabase before(GetParam());
+  const bool pg = GetParam() == "postgresql";
+  const std::string id = pg ? "BIGSERIAL PRIMARY KEY" : "INTEGER PRIMARY KEY AUTOINCREMENT";
+  const std::string integer = pg ? "BIGINT" : "INTEGER";
+  before.exec(
+      sql::schema_v1(id, integer) + sql::schema_v2(id, integer) +
+      "CREATE TABLE schema_version (version INTEGER NOT NULL);"
+      "INSERT INTO schema_version (version) VALUES (2);"
+      "INSERT INTO users (id, mobile, nickname, password_hash, created_ms, updated_ms) "
+      "VALUES ('u1', '1', 'a', 'h', 1, 1), ('u2', '2', 'b', 'h', 1, 1);"
+      "INSERT INTO items (user_id, base_image_url, description, num_look_score, created_ms, "
+      "updated_ms) VALUES ('u1', 'http://h/files/a.jpeg?attname=', '', 1, 1, 1), "
+      "('u2', 'http://h/files/a.jpeg?attname=', '', 1, 2, 2), ('u1', 'http://h/files/b.jpeg', '', "
+      "1, 3, 3);");
+  auto store = open_store(before.url(), "", 1);
+  // The first item on a photo has its key now: no new item may take it.
+  Item claim;
+  claim.user_id = "u2";
+  claim.base_image_url = "http://h/files/b.jpeg";
+  claim.photo_key = "b.jpeg";
+  EXPECT_FALSE(store->add_item(claim));
+  // Its removal leaves the photo to the copy; the keyless copy's frees nothing.
+  RemovedItem r;
+  ASSERT_EQ(store->remove_item(1, "u1", &r), RemoveResult::Removed);
+  EXPECT_EQ(r.photo_key, "a.jpeg");
+  EXPECT_FALSE(r.photo_unused);
+  ASSERT_EQ(store->remove_item(2, "u2", &r), RemoveResult::Removed);
+  EXPECT_EQ(r.photo_key, "");
+  EXPECT_FALSE(r.photo_unused);
+  ASSERT_EQ(store->remove_item(3, "u1", &r), RemoveResult::Removed);
+  EXPECT_TRUE(r.photo_unused);
+}
+
 TEST_P(StoreSuite, ConcurrentVotesAndCommentsAreAllCounted) {
   auto owner = make_user("13800000013");
   auto it = make_item(owner.id, 0, 1);
+  std::vector<User> voters;
+  for (int i = 0; i < 200; ++i) voters.push_back(make_user(std::to_string(13900000000 + i)));
   std::vector<std::thread> threads;
   for (int t = 0; t < 8; ++t)
     threads.emplace_back([&, t] {
       for (int i = 0; i < 25; ++i) {
-        store_->vote(it.id, true, 2);
-        if (i % 5 == 0) store_->add_comment(it.id, owner.id, "并发" + std::to_string(t), 3);
+        store_->vote(it.id, voters[static_cast<std::size_t>(t * 25 + i)].id, true, 2);
+        if (i % 5 == 0) store_->add_comment(it.id, voters[0].id, "并发" + std::to_string(t), 3);
       }
     });
   for (auto& th : threads) th.join();
@@ -215,6 +311,37 @@ TEST_P(StoreSuite, ConcurrentVotesAndCommentsAreAllCounted) {
   EXPECT_EQ(after->num_like, 200);
   EXPECT_EQ(after->num_comments, 40);
   EXPECT_EQ(store_->user_by_id(owner.id)->unread, 40);
+}
+
+TEST_P(StoreSuite, ConcurrentVotesOfOneUserCountOnce) {
+  auto owner = make_user("13800000019");
+  auto voter = make_user("13800000020");
+  auto twins = make_item(owner.id, 0, 1);
+  auto flips = make_item(owner.id, 0, 2);
+  std::atomic<int> counted{0}, repeated{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 8; ++t)
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 10; ++i) {
+        // The same like again and again, and likes and dislikes at random.
+        auto r = store_->vote(twins.id, voter.id, true, 2).result;
+        if (r == VoteResult::Counted) ++counted;
+        if (r == VoteResult::Repeated) ++repeated;
+        store_->vote(flips.id, voter.id, (t + i) % 3 == 0, 3);
+      }
+    });
+  for (auto& th : threads) th.join();
+  EXPECT_EQ(counted.load(), 1);
+  EXPECT_EQ(repeated.load(), 79);
+  auto once = store_->item(twins.id);
+  EXPECT_EQ(once->num_look_score, 100);
+  EXPECT_EQ(once->num_like, 1);
+  // Whatever the order, one vote stands, and the counts say which.
+  auto f = store_->item(flips.id);
+  EXPECT_EQ(f->num_like + f->num_dislike, 1);
+  EXPECT_EQ(f->num_look_score, f->num_like == 1 ? 100 : -100);
+  bool like = f->num_like == 1;
+  EXPECT_EQ(store_->vote(flips.id, voter.id, like, 4).result, VoteResult::Repeated);
 }
 
 TEST_P(StoreSuite, ReopeningKeepsDataAndSchema) {

@@ -1,6 +1,7 @@
 #include "store_testdb.h"
 
 #include <libpq-fe.h>
+#include <sqlite3.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -53,6 +54,18 @@ TestDatabase::TestDatabase(const std::string& engine) : engine_(engine) {
   pg_name_ = "rdtest_" + std::to_string(::getpid()) + "_" + std::to_string(rd());
   pg_exec(pg_admin_url_, "CREATE DATABASE " + pg_name_);
   url_ = pg_admin_url_.substr(0, pg_admin_url_.rfind('/') + 1) + pg_name_;
+}
+
+void TestDatabase::exec(const std::string& sql) const {
+  if (engine_ != "sqlite") return pg_exec(url_, sql);
+  sqlite3* db = nullptr;
+  char* err = nullptr;
+  int rc = sqlite3_open(url_.substr(7).c_str(), &db);
+  if (rc == SQLITE_OK) rc = sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &err);
+  std::string msg = err ? err : sqlite3_errmsg(db);
+  sqlite3_free(err);
+  sqlite3_close(db);
+  if (rc != SQLITE_OK) throw std::runtime_error(sql + ": " + msg);
 }
 
 TestDatabase::~TestDatabase() {

@@ -24,6 +24,8 @@ class TestDatabase {
   bool available() const { return !url_.empty(); }
   const std::string& url() const { return url_; }  // for --database and store::open_store
   const std::string& engine() const { return engine_; }
+  // Runs SQL statements on the database directly (e.g. to make an older schema).
+  void exec(const std::string& sql) const;
 
  private:
   std::string engine_;

@@ -3,7 +3,9 @@
 // owner's badge, own photos and deletion, accounts, paging, settings.
 #include <gtest/gtest.h>
 
+#include <QBuffer>
 #include <QFile>
+#include <QImage>
 #include <QJsonObject>
 #include <QQmlProperty>
 #include <QSettings>
@@ -11,6 +13,8 @@
 #include "../support/ServerProcess.h"
 #include "UiTestSupport.h"
 #include "community/ui/Community.h"
+#include "publish/PhotoPublisher.h"
+#include "publish/QiniuSimpleUploader.h"
 #include "service/Endpoints.h"
 #include "service/ItemApi.h"
 #include "service/LocalUserInfo.h"
@@ -28,7 +32,7 @@ namespace {
 struct Server {
   Server() { Endpoints::setServerUrl(url()); }
   ~Server() { Endpoints::reset(); }
-  rdtest::ServerProcess process;
+  rdtest::ServerProcess process{{"--trust-claimed-scores"}};  // the scores here are made up
   QString url() const { return QString::fromStdString(process.url()); }
 };
 
@@ -53,11 +57,32 @@ bool logIn(const QString& mobile, const QString& password, bool reset = false) {
   return done == 1;
 }
 
+// An item needs a photo of its own in the server's storage: one uploaded with
+// the app's uploader (to the server Endpoints point at); its public URL.
+QString uploadPhoto() {
+  static int uploads = 0;
+  const QString key = QStringLiteral("ui-photo-%1.jpeg").arg(++uploads);
+  QImage img(200, 250, QImage::Format_RGB32);
+  img.fill(QColor(0xf5, 0xcf, 0xa8));
+  QByteArray jpeg;
+  QBuffer buf(&jpeg);
+  buf.open(QIODevice::WriteOnly);
+  img.save(&buf, "JPEG", 50);
+  QiniuSimpleUploader up(PhotoPublisher::makeDefaultToken());
+  int done = 0;
+  QObject::connect(&up, &QiniuSimpleUploader::uploadSucceeded, [&] { done = 1; });
+  QObject::connect(&up, &QiniuSimpleUploader::uploadFailed, [&] { done = -1; });
+  up.uploadFileData(jpeg, key);
+  if (!waitUntil([&] { return done != 0; }, 10000) || done < 0) return {};
+  return PhotoPublisher::publicUrl(key);
+}
+
 bool publish(const QString& message, int score) {
+  const QString photo = uploadPhoto();
+  if (photo.isEmpty()) return false;
   bool done = false;
-  ItemApi::createItem(LocalUserInfo::getUserInfo().userinfoId, "http://127.0.0.1:1/none.jpg",
-                      QString::number(score), true, message, "rd_add_item",
-                      [&](bool) { done = true; });
+  ItemApi::createItem(LocalUserInfo::getUserInfo().userinfoId, photo, QString::number(score), true,
+                      message, "rd_add_item", [&](bool) { done = true; });
   return waitUntil([&] { return done; }, 10000);
 }
 

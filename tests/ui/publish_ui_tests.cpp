@@ -68,7 +68,8 @@ QJsonArray newestItems(unsigned short port) {
 }
 
 TEST(PublishUi, ResultScreenToMessageToTheServersNewestList) {
-  rdtest::ServerProcess server;
+  rdtest::ServerProcess server(
+      {"--trust-claimed-scores"});  // 6434 is the example face's, not the photo's
   ASSERT_TRUE(server.ok()) << server.startup_output();
   const QString base = QString::fromStdString(server.url());
   app(AppShell::Options{base, false});

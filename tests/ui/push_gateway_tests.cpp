@@ -4,6 +4,8 @@
 // push sent while the device was away comes once when it presents its token.
 #include <gtest/gtest.h>
 
+#include <QBuffer>
+#include <QImage>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -11,6 +13,9 @@
 
 #include "../support/ServerProcess.h"
 #include "UiTestSupport.h"
+#include "publish/PhotoPublisher.h"
+#include "publish/QiniuSimpleUploader.h"
+#include "service/Endpoints.h"
 #include "shell/ui/PushClient.h"
 
 using namespace uitest;
@@ -23,6 +28,26 @@ QJsonObject api(unsigned short port, const QString& cmd, QJsonObject body) {
                                 QJsonDocument(body).toJson(QJsonDocument::Compact).toStdString(),
                                 {{"HTTP_ACCESS_TOKEN", "anonymous"}});
   return QJsonDocument::fromJson(QByteArray::fromStdString(r.body)).object();
+}
+
+// An item needs a photo of its own in the server's storage: one uploaded with
+// the app's uploader (to the server Endpoints point at); its public URL.
+QString uploadPhoto() {
+  static int uploads = 0;
+  const QString key = QStringLiteral("ui-photo-%1.jpeg").arg(++uploads);
+  QImage img(200, 250, QImage::Format_RGB32);
+  img.fill(QColor(0xf5, 0xcf, 0xa8));
+  QByteArray jpeg;
+  QBuffer buf(&jpeg);
+  buf.open(QIODevice::WriteOnly);
+  img.save(&buf, "JPEG", 50);
+  QiniuSimpleUploader up(PhotoPublisher::makeDefaultToken());
+  int done = 0;
+  QObject::connect(&up, &QiniuSimpleUploader::uploadSucceeded, [&] { done = 1; });
+  QObject::connect(&up, &QiniuSimpleUploader::uploadFailed, [&] { done = -1; });
+  up.uploadFileData(jpeg, key);
+  if (!waitUntil([&] { return done != 0; }, 10000) || done < 0) return {};
+  return PhotoPublisher::publicUrl(key);
 }
 
 // One device: a PushClient and what it reported.
@@ -47,9 +72,13 @@ QString alertOf(const QVariantMap& push) {
 }
 
 TEST(PushGateway, TheAppsClientSpeaksTheServersProtocol) {
-  rdtest::ServerProcess server;
+  rdtest::ServerProcess server({"--trust-claimed-scores"});  // the score here is made up
   ASSERT_TRUE(server.ok()) << server.startup_output();
   const unsigned short port = server.port();
+  Endpoints::setServerUrl(QString::fromStdString(server.url()));
+  struct Reset {
+    ~Reset() { Endpoints::reset(); }
+  } resetEndpoints;
 
   // First start: a new token of the documented form.
   auto phone = std::make_unique<Device>(port);
@@ -69,7 +98,7 @@ TEST(PushGateway, TheAppsClientSpeaksTheServersProtocol) {
   ASSERT_FALSE(owner.contains("error")) << QJsonDocument(owner).toJson().toStdString();
   QJsonObject added = api(port, "rd_add_item",
                           {{"user_id", owner["id"]},
-                           {"base_image_url", "http://127.0.0.1:1/p.jpeg?attname="},
+                           {"base_image_url", uploadPhoto()},
                            {"num_look_score", 5000},
                            {"description", "看我"},
                            {"is_enabled_photo", true}});

@@ -87,33 +87,6 @@ TEST_P(Integrity, ItemsPointOnlyAtStoredPhotosNoOtherItemUses) {
   EXPECT_EQ(rdtest::http_request(port, "GET", target_of(photo)).status, 200);
 }
 
-TEST_P(Integrity, AnOldCopyOfAPhotoURLKeepsThePhoto) {
-  // An item published before the photo checks, pointing at another's photo.
-  ApiServer s(GetParam());
-  RD_REQUIRE_SERVER(s);
-  std::string owner = s.register_user("13800138210", "p", "主人");
-  std::string copier = s.register_user("13800138211", "p", "抄的");
-  const std::string photo = s.upload_photo();
-  auto own = s.call("rd_add_item", item_body(owner, photo));
-  ASSERT_FALSE(own.is_error());
-  auto store = rd::store::open_store(s.database_url(), s.process().data_dir(), 1);
-  rd::store::Item copy;
-  copy.user_id = copier;
-  copy.base_image_url = photo;  // no photo key, as the old server stored it
-  copy.description = "借用";
-  ASSERT_TRUE(store->add_item(copy));
-  // The copier's removal leaves the photo alone; so does the owner's while the copy lists it.
-  rd::store::ItemQuery copies;
-  copies.owner_id = copier;
-  auto copy_id = std::to_string(store->list_items(copies).at(0).id);
-  ASSERT_FALSE(s.call("rd_remove_item", {{"item_id", copy_id}, {"user_id", copier}}).is_error());
-  EXPECT_EQ(rdtest::http_request(s.process().port(), "GET", target_of(photo)).status, 200);
-  ASSERT_TRUE(store->add_item(copy));
-  const std::string own_id = std::to_string(own.body.at("item").at("id").as_int64());
-  ASSERT_FALSE(s.call("rd_remove_item", {{"item_id", own_id}, {"user_id", owner}}).is_error());
-  EXPECT_EQ(rdtest::http_request(s.process().port(), "GET", target_of(photo)).status, 200);
-}
-
 INSTANTIATE_TEST_SUITE_P(Engines, Integrity, ::testing::Values("sqlite", "postgresql"),
                          [](const auto& info) { return info.param; });
 

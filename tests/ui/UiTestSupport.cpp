@@ -1,11 +1,14 @@
 #include "UiTestSupport.h"
 
+#include <QBuffer>
 #include <QDir>
 #include <QImage>
 #include <QTcpServer>
 #include <QTest>
 #include <QThread>
 
+#include "publish/PhotoPublisher.h"
+#include "publish/QiniuSimpleUploader.h"
 #include "shell/ui/AppDelegate.h"
 
 namespace uitest {
@@ -97,5 +100,23 @@ QString screenshot(const QString& name) {
 
 QQuickItem* home() { return qobject_cast<QQuickItem*>(app().delegate()->menuVC()); }
 QQuickItem* top() { return app().currentScreen(); }
+
+QString uploadPhoto() {
+  static int uploads = 0;
+  const QString key = QStringLiteral("ui-photo-%1.jpeg").arg(++uploads);
+  QImage img(200, 250, QImage::Format_RGB32);
+  img.fill(QColor(0xf5, 0xcf, 0xa8));
+  QByteArray jpeg;
+  QBuffer buf(&jpeg);
+  buf.open(QIODevice::WriteOnly);
+  img.save(&buf, "JPEG", 50);
+  QiniuSimpleUploader up(PhotoPublisher::makeDefaultToken());
+  int done = 0;
+  QObject::connect(&up, &QiniuSimpleUploader::uploadSucceeded, [&] { done = 1; });
+  QObject::connect(&up, &QiniuSimpleUploader::uploadFailed, [&] { done = -1; });
+  up.uploadFileData(jpeg, key);
+  if (!waitUntil([&] { return done != 0; }, 10000) || done < 0) return {};
+  return PhotoPublisher::publicUrl(key);
+}
 
 }  // namespace uitest

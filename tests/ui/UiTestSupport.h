@@ -50,4 +50,8 @@ QString screenshot(const QString& name);
 QQuickItem* home();
 QQuickItem* top();
 
+// A photo uploaded with the app's uploader to the server Endpoints point at
+// (an item needs one of its own); its public URL, empty on failure.
+QString uploadPhoto();
+
 }  // namespace uitest

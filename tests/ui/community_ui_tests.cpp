@@ -3,9 +3,7 @@
 // owner's badge, own photos and deletion, accounts, paging, settings.
 #include <gtest/gtest.h>
 
-#include <QBuffer>
 #include <QFile>
-#include <QImage>
 #include <QJsonObject>
 #include <QQmlProperty>
 #include <QSettings>
@@ -13,8 +11,6 @@
 #include "../support/ServerProcess.h"
 #include "UiTestSupport.h"
 #include "community/ui/Community.h"
-#include "publish/PhotoPublisher.h"
-#include "publish/QiniuSimpleUploader.h"
 #include "service/Endpoints.h"
 #include "service/ItemApi.h"
 #include "service/LocalUserInfo.h"
@@ -55,26 +51,6 @@ bool logIn(const QString& mobile, const QString& password, bool reset = false) {
                          [&](bool ok) { done = ok ? 1 : 0; });
   waitUntil([&] { return done >= 0; }, 10000);
   return done == 1;
-}
-
-// An item needs a photo of its own in the server's storage: one uploaded with
-// the app's uploader (to the server Endpoints point at); its public URL.
-QString uploadPhoto() {
-  static int uploads = 0;
-  const QString key = QStringLiteral("ui-photo-%1.jpeg").arg(++uploads);
-  QImage img(200, 250, QImage::Format_RGB32);
-  img.fill(QColor(0xf5, 0xcf, 0xa8));
-  QByteArray jpeg;
-  QBuffer buf(&jpeg);
-  buf.open(QIODevice::WriteOnly);
-  img.save(&buf, "JPEG", 50);
-  QiniuSimpleUploader up(PhotoPublisher::makeDefaultToken());
-  int done = 0;
-  QObject::connect(&up, &QiniuSimpleUploader::uploadSucceeded, [&] { done = 1; });
-  QObject::connect(&up, &QiniuSimpleUploader::uploadFailed, [&] { done = -1; });
-  up.uploadFileData(jpeg, key);
-  if (!waitUntil([&] { return done != 0; }, 10000) || done < 0) return {};
-  return PhotoPublisher::publicUrl(key);
 }
 
 bool publish(const QString& message, int score) {

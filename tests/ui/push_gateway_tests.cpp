@@ -4,8 +4,6 @@
 // push sent while the device was away comes once when it presents its token.
 #include <gtest/gtest.h>
 
-#include <QBuffer>
-#include <QImage>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -13,8 +11,6 @@
 
 #include "../support/ServerProcess.h"
 #include "UiTestSupport.h"
-#include "publish/PhotoPublisher.h"
-#include "publish/QiniuSimpleUploader.h"
 #include "service/Endpoints.h"
 #include "shell/ui/PushClient.h"
 
@@ -28,26 +24,6 @@ QJsonObject api(unsigned short port, const QString& cmd, QJsonObject body) {
                                 QJsonDocument(body).toJson(QJsonDocument::Compact).toStdString(),
                                 {{"HTTP_ACCESS_TOKEN", "anonymous"}});
   return QJsonDocument::fromJson(QByteArray::fromStdString(r.body)).object();
-}
-
-// An item needs a photo of its own in the server's storage: one uploaded with
-// the app's uploader (to the server Endpoints point at); its public URL.
-QString uploadPhoto() {
-  static int uploads = 0;
-  const QString key = QStringLiteral("ui-photo-%1.jpeg").arg(++uploads);
-  QImage img(200, 250, QImage::Format_RGB32);
-  img.fill(QColor(0xf5, 0xcf, 0xa8));
-  QByteArray jpeg;
-  QBuffer buf(&jpeg);
-  buf.open(QIODevice::WriteOnly);
-  img.save(&buf, "JPEG", 50);
-  QiniuSimpleUploader up(PhotoPublisher::makeDefaultToken());
-  int done = 0;
-  QObject::connect(&up, &QiniuSimpleUploader::uploadSucceeded, [&] { done = 1; });
-  QObject::connect(&up, &QiniuSimpleUploader::uploadFailed, [&] { done = -1; });
-  up.uploadFileData(jpeg, key);
-  if (!waitUntil([&] { return done != 0; }, 10000) || done < 0) return {};
-  return PhotoPublisher::publicUrl(key);
 }
 
 // One device: a PushClient and what it reported.

@@ -71,8 +71,10 @@ const std::vector<Option>& options() {
        &Config::storage_secret_key, nullptr, nullptr, build::kStorageSecretKey},
       {"storage-bucket", "RONGDIAN_STORAGE_BUCKET", "photo storage bucket name", Kind::Text,
        &Config::storage_bucket, nullptr, nullptr, build::kStorageBucket},
-      {"threads", "RONGDIAN_THREADS", "worker threads (default: one per core)", Kind::Int, nullptr,
-       &Config::threads},
+      {"threads", "RONGDIAN_THREADS",
+       "worker threads (default: one per core, more while requests wait on a distant "
+       "database: sized at start by its measured latency)",
+       Kind::Int, nullptr, &Config::threads},
       {"quiet", "RONGDIAN_QUIET", "no log line per request", Kind::Flag, nullptr, nullptr,
        &Config::quiet},
       {"hide-disabled", "RONGDIAN_HIDE_DISABLED",

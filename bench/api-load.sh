@@ -179,7 +179,8 @@ for e in "${engines[@]}"; do echo "$e: ${workers_of[$e]}"; done
 # What bounds the writes: the time each one spends in the store. SQLite takes
 # one writer at a time (WAL, synchronous=NORMAL: no flush to disk per commit),
 # so the write lock allows 1/(time held) writes a second at most; PostgreSQL
-# runs writes side by side, each waiting for its commit to reach the disk.
+# runs writes side by side, each waiting for its commit to reach the disk (and
+# writes to the items, which notify the other instances, commit one at a time).
 echo
 echo "writes: time in the store per write, and how busy that kept the one SQLite write lock"
 for e in "${engines[@]}"; do
@@ -191,7 +192,7 @@ for e in "${engines[@]}"; do
       if (e == "sqlite")
         printf "%-11s %-16s %7.1f us held per write, lock busy %3.0f%% of the run: ceiling %.0f writes/s\n", e, c, per, 100 * held / secs, 1e6 / per
       else
-        printf "%-11s %-16s %7.1f us per write (concurrent; bound by commits reaching the disk)\n", e, c, per
+        printf "%-11s %-16s %7.1f us per write (bound by commits reaching the disk, one at a time)\n", e, c, per
     }'
   done
 done

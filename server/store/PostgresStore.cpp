@@ -1,7 +1,7 @@
 // The scale-out engine: PostgreSQL through libpq. Several server instances
 // may share one database; counters change by single UPDATE statements, so
-// they stay exact under any number of concurrent writers. Triggers on the
-// tables the feeds show tell every instance about each write (LISTEN/NOTIFY).
+// they stay exact under any number of concurrent writers. A trigger on the
+// items tells every instance about each write (LISTEN/NOTIFY).
 #include <libpq-fe.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -69,15 +69,16 @@ BEGIN
   RETURN NULL;
 END $$;
 DO $$
-DECLARE t text;
 BEGIN
-  FOREACH t IN ARRAY ARRAY['items', 'users'] LOOP
-    IF NOT EXISTS (SELECT 1 FROM pg_trigger
-                   WHERE tgname = t || '_changed' AND tgrelid = t::regclass) THEN
-      EXECUTE format('CREATE TRIGGER %I AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON %I '
-                     'FOR EACH STATEMENT EXECUTE FUNCTION rongdian_changed()', t || '_changed', t);
-    END IF;
-  END LOOP;
+  IF NOT EXISTS (SELECT 1 FROM pg_trigger WHERE tgname = 'items_changed') THEN
+    CREATE TRIGGER items_changed AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON items
+      FOR EACH STATEMENT EXECUTE FUNCTION rongdian_changed();
+  END IF;
+  -- The feeds show the poster's nickname; nothing else of the users table.
+  IF NOT EXISTS (SELECT 1 FROM pg_trigger WHERE tgname = 'users_nickname_changed') THEN
+    CREATE TRIGGER users_nickname_changed AFTER UPDATE OF nickname ON users
+      FOR EACH STATEMENT EXECUTE FUNCTION rongdian_changed();
+  END IF;
 END $$;
 )";
 

@@ -75,8 +75,10 @@ const std::vector<Option>& options() {
        "download prefix the app publishes photos under (default: the build's); one not under "
        "this server's /files/ is the outside storage's, and items may then point only there",
        Kind::Text, &Config::storage_download_prefix},
-      {"threads", "RONGDIAN_THREADS", "worker threads (default: one per core)", Kind::Int, nullptr,
-       &Config::threads},
+      {"threads", "RONGDIAN_THREADS",
+       "worker threads (default: one per core, more while requests wait on a distant "
+       "database: sized at start by its measured latency)",
+       Kind::Int, nullptr, &Config::threads},
       {"quiet", "RONGDIAN_QUIET", "no log line per request", Kind::Flag, nullptr, nullptr,
        &Config::quiet},
       {"hide-disabled", "RONGDIAN_HIDE_DISABLED",

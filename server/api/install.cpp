@@ -5,6 +5,7 @@
 #include "BuildConfig.h"
 #include "Services.h"
 #include "api/Api.h"
+#include "api/ReplyCache.h"
 #include "detect/PhotoScorer.h"
 #include "push/Gateway.h"
 #include "storage/PhotoStore.h"
@@ -18,7 +19,11 @@ using server::Services;
 namespace {
 
 constexpr int kMaxPageSize = 50;
+// The public feeds' replies are kept for the rows before this one (the first
+// pages, which every app start asks for).
+constexpr std::int64_t kKeptRows = 100;
 constexpr std::size_t kBodyLimit = 16 * 1024;
+constexpr const char* kJson = "application/json; charset=utf-8";
 
 // How far a published score may lie from the server's own score of the same
 // stored photo. The app publishes the very JPEG it had analysed, and the
@@ -205,7 +210,10 @@ class Api {
         if (auto* c = body.as_object().if_contains("cmd"); c && c->is_string())
           cmd = std::string(c->get_string());
       ctx.label = label_for(cmd);
-      json::value reply = dispatch(cmd, Body(body.as_object()), ctx);
+      Body b(body.as_object());
+      if (auto kept = feed_reply(cmd, b))
+        return http::text_response(req, http::bhttp::status::ok, std::move(*kept), kJson);
+      json::value reply = dispatch(cmd, b, ctx);
       return http::json_response(req, http::bhttp::status::ok, reply);
     } catch (const Failure& f) {
       s_.metrics.count("rongdian_api_errors_total{command=\"" + ctx.label.substr(4) +
@@ -220,6 +228,31 @@ class Api {
           req, http::bhttp::status::internal_server_error,
           json::object{{"error", "internal"}, {"message", "服务器开小差了，请稍后再试"}});
     }
+  }
+
+  // On the connection's thread: a kept reply of the feeds goes out without a
+  // worker thread (on PostgreSQL from the thread that hears of the other
+  // instances' writes, once it made sure there were none since).
+  bool quick(const http::Request& req, http::Context& ctx, std::shared_ptr<http::Answer> answer) {
+    auto* cmd = ctx.param("cmd");
+    if (!cmd || (*cmd != "rd_list_items" && *cmd != "rd_get_item")) return false;
+    std::optional<std::string> key;
+    try {
+      json::error_code ec;
+      json::value body = json::parse(req.body(), ec);
+      if (ec || !body.is_object()) return false;
+      key = feed_key(*cmd, Body(body.as_object()));
+    } catch (const Failure&) {
+      return false;  // the handler tells what is wrong
+    }
+    if (!key) return false;
+    ctx.label = label_for(*cmd);
+    store_.change_count([this, &req, key = std::move(*key), answer](store::Store::ChangeCount n) {
+      auto kept = n ? replies_.find(key, *n) : std::nullopt;
+      if (!kept) return answer->pass();
+      answer->reply(http::text_response(req, http::bhttp::status::ok, std::move(*kept), kJson));
+    });
+    return true;
   }
 
  private:
@@ -246,6 +279,25 @@ class Api {
     if (cmd == "rd_login_user") return login_user(b, ctx);
     if (cmd == "rd_get_user") return get_user(b);
     fail("unknown_command", "不支持的操作");
+  }
+
+  // What the reply is kept under: the newest feed's and the ranking's first
+  // pages, and the top item; nothing for the rest.
+  std::optional<std::string> feed_key(const std::string& cmd, const Body& b) {
+    if (cmd == "rd_get_item") return "top";
+    if (cmd != "rd_list_items" || b.has("user_id") || b.has("item_id")) return std::nullopt;
+    auto [offset, limit] = paging(b);
+    if (offset >= kKeptRows) return std::nullopt;
+    return (b.has("sort_by") ? "score " : "newest ") + std::to_string(offset) + " " +
+           std::to_string(limit);
+  }
+
+  std::optional<std::string> feed_reply(const std::string& cmd, const Body& b) {
+    auto key = feed_key(cmd, b);
+    if (!key) return std::nullopt;
+    return replies_.reply(*key, store_, [&] {
+      return json::serialize(cmd == "rd_get_item" ? get_item() : list_items(b));
+    });
   }
 
   // The signed-in user that "user_id" names.
@@ -489,6 +541,7 @@ class Api {
   std::shared_ptr<detect::PhotoScorer> scorer_;  // null: scores are taken as claimed
   RateLimiter by_address_;
   RateLimiter by_mobile_;
+  ReplyCache replies_;
 };
 
 }  // namespace
@@ -505,6 +558,11 @@ void install(Services& s) {
       http::bhttp::verb::post, "/api",
       [api](const http::Request& req, http::Context& ctx) { return api->handle(req, ctx); }, "api",
       kBodyLimit);
+  s.router.add_quick(
+      http::bhttp::verb::post, "/api",
+      [api](const http::Request& req, http::Context& ctx, std::shared_ptr<http::Answer> answer) {
+        return api->quick(req, ctx, std::move(answer));
+      });
   install_feedback(s);
 }
 

@@ -100,6 +100,15 @@ void Router::add_prefix(bhttp::verb method, std::string prefix, Handler h, std::
   routes_.back().prefix = true;
 }
 
+void Router::add_quick(bhttp::verb method, const std::string& path, QuickHandler q) {
+  for (Route& r : routes_)
+    if (r.method == method && r.path == path && r.handler) {
+      r.quick = std::move(q);
+      return;
+    }
+  throw std::logic_error("no route " + path + " for a quick handler");
+}
+
 void Router::add_upgrade(std::string path, UpgradeHandler h, std::string label) {
   Route r;
   r.method = bhttp::verb::get;
@@ -248,6 +257,22 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
       auto handler = route_->upgrade;
       return handler(std::move(stream_), std::move(req_));
     }
+    if (route_->quick && route_->quick(req_, ctx_, std::make_shared<QuickAnswer>(shared_from_this())))
+      return;
+    run_handler();
+  }
+
+  class QuickAnswer : public Answer {
+   public:
+    explicit QuickAnswer(std::shared_ptr<Session> s) : s_(std::move(s)) {}
+    void reply(Response res) override { s_->answer(std::move(res)); }
+    void pass() override { s_->run_handler(); }
+
+   private:
+    std::shared_ptr<Session> s_;
+  };
+
+  void run_handler() {
     // Run the handler on the worker pool, then come back to write.
     asio::post(server_.workers(), [self = shared_from_this()] {
       Response res;
@@ -259,11 +284,16 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
         res = json_response(self->req_, bhttp::status::internal_server_error,
                             boost::json::object{{"error", "internal error"}});
       }
-      asio::post(self->stream_.get_executor(), [self, res = std::move(res)]() mutable {
-        bool keep = self->req_.keep_alive() && res.keep_alive();
-        std::string label = self->ctx_.label;
-        self->send(std::move(res), label, keep);
-      });
+      self->answer(std::move(res));
+    });
+  }
+
+  // From any thread: the response is written on the connection's.
+  void answer(Response res) {
+    asio::post(stream_.get_executor(), [self = shared_from_this(), res = std::move(res)]() mutable {
+      bool keep = self->req_.keep_alive() && res.keep_alive();
+      std::string label = self->ctx_.label;
+      self->send(std::move(res), label, keep);
     });
   }
 
@@ -338,8 +368,12 @@ Server::Server(ServerOptions opts, const Router& router, Metrics& metrics)
       acceptor_(ioc_),
       signals_(ioc_),
       grace_timer_(ioc_) {
-  int n = opts_.worker_threads > 0 ? opts_.worker_threads
-                                   : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+  set_worker_threads(opts_.worker_threads);
+}
+
+void Server::set_worker_threads(int n) {
+  if (n <= 0) n = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+  if (workers_) workers_->join();
   workers_ = std::make_unique<asio::thread_pool>(n);
 }
 

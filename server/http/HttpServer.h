@@ -41,6 +41,18 @@ struct Context {
 };
 
 using Handler = std::function<Response(const Request&, Context&)>;
+// How a request taken by a quick handler is answered: once, from any thread;
+// the request and its Context stay alive until then.
+class Answer {
+ public:
+  virtual ~Answer() = default;
+  virtual void reply(Response res) = 0;
+  virtual void pass() = 0;  // the route's handler answers after all, on the worker pool
+};
+// Runs on the connection's thread before the route's handler and must not
+// block or throw: true when it took the request (and answers through the
+// Answer), false to leave it to the handler.
+using QuickHandler = std::function<bool(const Request&, Context&, std::shared_ptr<Answer>)>;
 // Takes over the connection after the request head and body were read (used
 // for WebSocket upgrades). Runs on the connection's executor.
 using UpgradeHandler = std::function<void(beast::tcp_stream, Request)>;
@@ -52,6 +64,7 @@ struct Route {
   std::size_t body_limit = 64 * 1024;
   std::string label;
   Handler handler;
+  QuickHandler quick;
   UpgradeHandler upgrade;
 };
 
@@ -61,6 +74,8 @@ class Router {
            std::size_t body_limit = 64 * 1024);
   void add_prefix(bhttp::verb method, std::string prefix, Handler h, std::string label = {},
                   std::size_t body_limit = 64 * 1024);
+  // Gives the route added for `method` and `path` a quick handler.
+  void add_quick(bhttp::verb method, const std::string& path, QuickHandler q);
   // A GET with "Upgrade: websocket" on `path` is handed to `h`.
   void add_upgrade(std::string path, UpgradeHandler h, std::string label = {});
 
@@ -102,6 +117,9 @@ class Server {
 
   asio::io_context& io() { return ioc_; }
   asio::thread_pool& workers() { return *workers_; }
+  // A worker pool of `n` threads (0: one per core) in place of the first;
+  // only before anything took workers() and before run().
+  void set_worker_threads(int n);
 
  private:
   class Session;

@@ -1,8 +1,14 @@
 // The scale-out engine: PostgreSQL through libpq. Several server instances
 // may share one database; counters change by single UPDATE statements, so
-// they stay exact under any number of concurrent writers.
+// they stay exact under any number of concurrent writers. A trigger on the
+// items tells every instance about each write (LISTEN/NOTIFY).
 #include <libpq-fe.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
+#include <random>
+#include <thread>
 #include <unordered_map>
 
 #include "store/SqlStore.h"
@@ -41,18 +47,48 @@ std::string redacted(const std::string& url) {
   return url.substr(0, colon + 1) + "***" + url.substr(at);
 }
 
+PGconn* open_connection(const std::string& url) {
+  PGconn* conn = PQconnectdb(url.c_str());
+  if (!conn || PQstatus(conn) != CONNECTION_OK) {
+    std::string msg = conn ? PQerrorMessage(conn) : "out of memory";
+    PQfinish(conn);
+    while (!msg.empty() && (msg.back() == '\n' || msg.back() == ' ')) msg.pop_back();
+    throw Error("cannot connect to PostgreSQL at " + redacted(url) + ": " + msg);
+  }
+  return conn;
+}
+
+// What the tables' triggers notify on; the payload names the writing
+// instance (the setting rongdian.instance of its connections), so that an
+// instance skips its own writes, which it counts itself.
+constexpr const char* kChangesChannel = "rongdian_changes";
+
+const char* kChangeTriggers = R"(
+CREATE OR REPLACE FUNCTION rongdian_changed() RETURNS trigger LANGUAGE plpgsql AS $$
+BEGIN
+  PERFORM pg_notify('rongdian_changes', coalesce(current_setting('rongdian.instance', true), ''));
+  RETURN NULL;
+END $$;
+DO $$
+BEGIN
+  IF NOT EXISTS (SELECT 1 FROM pg_trigger WHERE tgname = 'items_changed') THEN
+    CREATE TRIGGER items_changed AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON items
+      FOR EACH STATEMENT EXECUTE FUNCTION rongdian_changed();
+  END IF;
+  -- The feeds show the poster's nickname; nothing else of the users table.
+  IF NOT EXISTS (SELECT 1 FROM pg_trigger WHERE tgname = 'users_nickname_changed') THEN
+    CREATE TRIGGER users_nickname_changed AFTER UPDATE OF nickname ON users
+      FOR EACH STATEMENT EXECUTE FUNCTION rongdian_changed();
+  END IF;
+END $$;
+)";
+
 class PgConn : public sql::Conn {
  public:
-  explicit PgConn(const std::string& url) {
-    conn_ = PQconnectdb(url.c_str());
-    if (!conn_ || PQstatus(conn_) != CONNECTION_OK) {
-      std::string msg = conn_ ? PQerrorMessage(conn_) : "out of memory";
-      PQfinish(conn_);
-      conn_ = nullptr;
-      while (!msg.empty() && (msg.back() == '\n' || msg.back() == ' ')) msg.pop_back();
-      throw Error("cannot connect to PostgreSQL at " + redacted(url) + ": " + msg);
-    }
-    exec_script("SET client_min_messages = warning; SET TIME ZONE 'UTC'");
+  PgConn(const std::string& url, const std::string& instance) : conn_(open_connection(url)) {
+    exec_script(
+        "SET client_min_messages = warning; SET TIME ZONE 'UTC'; SET rongdian.instance = '" +
+        instance + "'");
   }
 
   ~PgConn() override { PQfinish(conn_); }
@@ -139,6 +175,193 @@ class PgConn : public sql::Conn {
   std::unordered_map<std::string, std::string> names_;
 };
 
+// The other instances' writes: a connection of its own LISTENs on the
+// triggers' channel. A round trip on it (an empty query) brings in the
+// notification of every write committed before the query was sent: the
+// server delivers a listening session's pending notifications before it
+// reports ready for the next query. Callers that ask while a round is under
+// way share the next one.
+class PgChanges : public sql::RemoteChanges {
+ public:
+  using Done = std::function<void(std::optional<std::uint64_t>)>;
+
+  PgChanges(std::string url, std::string instance)
+      : url_(std::move(url)), instance_(std::move(instance)) {
+    wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (wake_ < 0) throw Error("eventfd failed");
+    try {
+      listen();
+    } catch (...) {
+      ::close(wake_);
+      throw;
+    }
+    thread_ = std::thread([this] { run(); });
+  }
+
+  ~PgChanges() override {
+    {
+      std::lock_guard lock(mu_);
+      stopping_ = true;
+    }
+    wake();
+    thread_.join();
+    for (auto& done : waiting_) done(std::nullopt);
+    PQfinish(conn_);
+    ::close(wake_);
+  }
+
+  void sync(Done done) override {
+    std::unique_lock lock(mu_);
+    if (!listening_ || stopping_) {  // read from the database meanwhile
+      lock.unlock();
+      return done(std::nullopt);
+    }
+    waiting_.push_back(std::move(done));
+    if (idle_) {  // else the round under way is followed by one for this caller
+      idle_ = false;
+      wake();
+    }
+  }
+
+ private:
+  static constexpr auto kRoundLimit = std::chrono::seconds(2);
+
+  void wake() {
+    std::uint64_t one = 1;
+    [[maybe_unused]] auto n = ::write(wake_, &one, sizeof one);
+  }
+
+  // A fresh connection that listens; throws Error when there is none.
+  void listen() {
+    PGconn* c = open_connection(url_);
+    PGresult* r = PQexec(
+        c, (std::string("SET application_name = 'rongdian changes'; LISTEN ") + kChangesChannel)
+               .c_str());
+    bool ok = PQresultStatus(r) == PGRES_COMMAND_OK;
+    PQclear(r);
+    if (!ok) {
+      std::string msg = PQerrorMessage(c);
+      PQfinish(c);
+      throw Error("PostgreSQL LISTEN: " + msg);
+    }
+    PQfinish(conn_);
+    conn_ = c;
+  }
+
+  // Counts the others' notifications that arrived; false when the connection failed.
+  bool take_notifications() {
+    if (!PQconsumeInput(conn_) || PQstatus(conn_) != CONNECTION_OK) return false;
+    std::uint64_t others = 0;
+    while (PGnotify* n = PQnotifies(conn_)) {
+      if (instance_ != n->extra) ++others;
+      PQfreemem(n);
+    }
+    if (others) {
+      std::lock_guard lock(mu_);
+      heard_ += others;
+    }
+    return true;
+  }
+
+  // Waits until the socket has input or `limit_ms` passed; with `wakeable`,
+  // also until a caller asks for a round.
+  void wait_readable(int limit_ms, bool wakeable) {
+    pollfd fds[2] = {{PQsocket(conn_), POLLIN, 0}, {wake_, POLLIN, 0}};
+    if (::poll(fds, wakeable ? 2 : 1, limit_ms) > 0 && (fds[1].revents & POLLIN)) {
+      std::uint64_t n;
+      [[maybe_unused]] auto r = ::read(wake_, &n, sizeof n);
+    }
+  }
+
+  bool round_trip() {
+    if (!PQsendQuery(conn_, "")) return false;
+    auto deadline = std::chrono::steady_clock::now() + kRoundLimit;
+    for (;;) {
+      while (PQisBusy(conn_)) {
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) return false;
+        wait_readable(static_cast<int>(left.count()), false);
+        if (!take_notifications()) return false;
+      }
+      PGresult* r = PQgetResult(conn_);
+      if (!r) break;
+      auto st = PQresultStatus(r);
+      PQclear(r);
+      if (st != PGRES_EMPTY_QUERY && st != PGRES_COMMAND_OK) return false;
+    }
+    return take_notifications();
+  }
+
+  void run() {
+    std::vector<Done> round;
+    std::unique_lock lock(mu_);
+    while (!stopping_) {
+      round.swap(waiting_);
+      const bool was_listening = listening_;
+      idle_ = round.empty();
+      lock.unlock();
+      bool ok = false;
+      if (was_listening)
+        ok = round.empty() ? (wait_readable(1000, true), take_notifications()) : round_trip();
+      if (!ok) {
+        // Whoever waits reads from the database; then listen anew, counting
+        // that writes may have gone unheard meanwhile.
+        for (auto& done : round) done(std::nullopt);
+        round.clear();
+        ok = relisten();
+      }
+      lock.lock();
+      listening_ = ok;
+      const std::uint64_t heard = heard_;
+      if (!round.empty()) {
+        // Callers that asked before this round began have their answer.
+        lock.unlock();
+        for (auto& done : round) done(heard);
+        round.clear();
+        lock.lock();
+      }
+      if (!ok) {  // the database is away: try again in a while
+        lock.unlock();
+        pollfd p{wake_, POLLIN, 0};
+        ::poll(&p, 1, 500);
+        lock.lock();
+      }
+    }
+  }
+
+  bool relisten() {
+    try {
+      listen();
+    } catch (const Error&) {
+      return false;
+    }
+    std::lock_guard lock(mu_);
+    ++heard_;
+    return true;
+  }
+
+  const std::string url_;
+  const std::string instance_;
+  PGconn* conn_ = nullptr;  // the listening connection, used by the thread only
+  int wake_ = -1;
+  std::mutex mu_;
+  bool stopping_ = false;
+  bool listening_ = true;      // the last round on the connection went well
+  bool idle_ = false;          // the thread waits for a caller (or a notification)
+  std::uint64_t heard_ = 0;    // the others' writes heard of
+  std::vector<Done> waiting_;  // callers for the next round
+  std::thread thread_;
+};
+
+std::string new_instance_id() {
+  std::random_device rd;
+  std::uint64_t v = (std::uint64_t{rd()} << 32) ^ rd();
+  char buf[17];
+  std::snprintf(buf, sizeof buf, "%016llx", static_cast<unsigned long long>(v));
+  return buf;
+}
+
 }  // namespace
 
 std::shared_ptr<Store> open_postgres(const std::string& url, int connections) {
@@ -148,8 +371,13 @@ std::shared_ptr<Store> open_postgres(const std::string& url, int connections) {
                   sql::schema_v2("BIGSERIAL PRIMARY KEY", "BIGINT"), sql::schema_v3("BIGINT")};
   // Instances starting together take turns at the schema.
   d.migration_lock = "SELECT pg_advisory_xact_lock(7263540117)";
+  d.on_start = kChangeTriggers;
+  std::string instance = new_instance_id();
+  // Listening before the first read: no write after it goes unheard.
+  d.remote_changes = std::make_shared<PgChanges>(url, instance);
   return std::make_shared<sql::SqlStore>(
-      std::move(d), [url] { return std::make_unique<PgConn>(url); }, connections);
+      std::move(d), [url, instance] { return std::make_unique<PgConn>(url, instance); },
+      connections);
 }
 
 }  // namespace rd::store

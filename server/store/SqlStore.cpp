@@ -1,6 +1,10 @@
 #include "store/SqlStore.h"
 
+#include <time.h>
+
+#include <algorithm>
 #include <cstdlib>
+#include <future>
 #include <set>
 
 namespace rd::store::sql {
@@ -45,6 +49,12 @@ Pool::Lease Pool::get() {
     cv_.notify_one();
     throw;
   }
+}
+
+void Pool::resize(int size) {
+  std::lock_guard lock(mu_);
+  size_ = size < 1 ? 1 : size;
+  cv_.notify_all();
 }
 
 void Pool::put(std::unique_ptr<Conn> c) {
@@ -130,6 +140,16 @@ auto SqlStore::write(F&& f, bool single_statement) {
   std::unique_lock<std::mutex> serial;
   if (dialect_.serialize_writes) serial = std::unique_lock(writer_);
   auto c = pool_.get();
+  // Counted once the write is over, however it ended (a failed COMMIT may
+  // still have committed), and timed.
+  struct Count {
+    SqlStore& s;
+    std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+    ~Count() {
+      s.local_changes_.fetch_add(1, std::memory_order_release);
+      if (s.on_write_) s.on_write_(std::chrono::steady_clock::now() - start);
+    }
+  } count{*this};
   if (single_statement) return f(*c);
   c->begin_write();
   try {
@@ -162,7 +182,45 @@ void SqlStore::migrate() {
       c.query("DELETE FROM schema_version", {});
       c.query("INSERT INTO schema_version (version) VALUES (?)", {v + 1});
     }
+    if (!dialect_.on_start.empty()) c.exec_script(dialect_.on_start);
   });
+}
+
+void SqlStore::change_count(std::function<void(ChangeCount)> done) {
+  if (!dialect_.remote_changes) return done(local_changes_.load(std::memory_order_acquire));
+  dialect_.remote_changes->sync([this, done = std::move(done)](std::optional<std::uint64_t> heard) {
+    // Both parts only grow, so an unchanged sum means neither moved.
+    if (!heard) return done(std::nullopt);
+    done(local_changes_.load(std::memory_order_acquire) + *heard);
+  });
+}
+
+Store::ChangeCount SqlStore::change_count() {
+  if (!dialect_.remote_changes) return local_changes_.load(std::memory_order_acquire);
+  std::promise<ChangeCount> p;
+  auto f = p.get_future();
+  change_count([&p](ChangeCount n) { p.set_value(n); });
+  return f.get();
+}
+
+std::chrono::microseconds SqlStore::read_wait() {
+  using namespace std::chrono;
+  auto cpu_now = [] {
+    timespec ts{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return nanoseconds(seconds(ts.tv_sec) + nanoseconds(ts.tv_nsec));
+  };
+  ItemQuery q;
+  list_items(q);  // opens a connection and prepares the statement
+  std::vector<nanoseconds> waits;
+  for (int i = 0; i < 9; ++i) {
+    auto wall = steady_clock::now();
+    auto cpu = cpu_now();
+    list_items(q);
+    waits.push_back(std::max(nanoseconds(0), (steady_clock::now() - wall) - (cpu_now() - cpu)));
+  }
+  std::nth_element(waits.begin(), waits.begin() + 4, waits.end());
+  return duration_cast<microseconds>(waits[4]);
 }
 
 bool SqlStore::create_user(const User& u) {

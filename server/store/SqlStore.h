@@ -2,6 +2,7 @@
 // SQLite and PostgreSQL engines supply the connections and their dialect.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -45,11 +46,24 @@ class Conn {
   virtual bool usable() const { return true; }
 };
 
+// Writes by other processes on the same database, as this one hears of them.
+class RemoteChanges {
+ public:
+  virtual ~RemoteChanges() = default;
+  // Calls `done` with how many were heard of, counting every one committed
+  // before the call (empty while they cannot be heard): at once, or later
+  // from a thread of its own.
+  virtual void sync(std::function<void(std::optional<std::uint64_t>)> done) = 0;
+};
+
 struct Dialect {
   std::string name;
   std::vector<std::string> migrations;  // applied in order; index + 1 is the schema version
   std::string migration_lock;           // statement run first in the migration transaction
+  std::string on_start;                 // run after the migrations on every start (idempotent)
   bool serialize_writes = false;        // one writer at a time in this process (SQLite)
+  // Other processes' writes (PostgreSQL); null when this process is the only writer.
+  std::shared_ptr<RemoteChanges> remote_changes;
 };
 
 class Pool {
@@ -70,6 +84,7 @@ class Pool {
     std::unique_ptr<Conn> conn_;
   };
   Lease get();
+  void resize(int size);
 
  private:
   void put(std::unique_ptr<Conn> c);
@@ -114,6 +129,14 @@ class SqlStore : public Store {
   Feedback add_feedback(const Feedback& f) override;
   std::vector<Feedback> list_feedback(std::int64_t offset, int limit) override;
 
+  ChangeCount change_count() override;
+  void change_count(std::function<void(ChangeCount)> done) override;
+  std::chrono::microseconds read_wait() override;
+  void set_connections(int n) override { pool_.resize(n); }
+  void on_write(std::function<void(std::chrono::nanoseconds)> fn) override {
+    on_write_ = std::move(fn);
+  }
+
  private:
   void migrate();
   // Runs f(conn) in a write transaction; rolls back when f throws. A single
@@ -127,6 +150,8 @@ class SqlStore : public Store {
   Dialect dialect_;
   Pool pool_;
   std::mutex writer_;
+  std::atomic<std::uint64_t> local_changes_{0};  // writes of this process, counted after commit
+  std::function<void(std::chrono::nanoseconds)> on_write_;
 };
 
 }  // namespace rd::store::sql

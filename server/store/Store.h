@@ -5,7 +5,9 @@
 // failures of the database itself throw store::Error.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -164,6 +166,31 @@ class Store {
   virtual Feedback add_feedback(const Feedback& f) = 0;  // id filled in
   // Newest first.
   virtual std::vector<Feedback> list_feedback(std::int64_t offset, int limit) = 0;
+
+  // --- changes, for replies kept in memory (server/api/ReplyCache.h)
+  // A count that moves on after every committed write: this process's, and on
+  // PostgreSQL every instance's on the database (heard through LISTEN/NOTIFY).
+  // Every write that had committed when the call began is counted, so a reply
+  // read from the store after a count was taken is current for as long as the
+  // count stays the same. On PostgreSQL that takes one round trip, shared by
+  // concurrent callers. Empty while the changes cannot be followed (the
+  // notification connection is down): read from the database then.
+  using ChangeCount = std::optional<std::uint64_t>;
+  virtual ChangeCount change_count() = 0;
+  // The same without waiting: `done` is called with the count at once or, after
+  // the round trip, on the thread that made it (and must not block).
+  virtual void change_count(std::function<void(ChangeCount)> done) = 0;
+
+  // --- sizing
+  // How long a read of the newest feed leaves the calling thread waiting on
+  // the database: its time less the thread's own processor time, the median
+  // of a few reads. The server sizes its worker threads by it.
+  virtual std::chrono::microseconds read_wait() = 0;
+  // At most this many connections at once (one per worker thread and a few).
+  virtual void set_connections(int n) = 0;
+  // Called after every write with its time in the store, set before use. On
+  // SQLite that is how long it held the one write lock, which bounds writes.
+  virtual void on_write(std::function<void(std::chrono::nanoseconds)> fn) = 0;
 };
 
 // Opens the store a database URL names, applying schema migrations:

@@ -18,6 +18,9 @@ Item {
         id: photo
         anchors.fill: parent
         fillMode: Image.PreserveAspectCrop
+        // Decoded at the size it is shown at, not at the photo's own.
+        sourceSize: Qt.size(Math.ceil(root.width * Screen.devicePixelRatio),
+                            Math.ceil(root.height * Screen.devicePixelRatio))
         clip: true
         asynchronous: true
         cache: true

@@ -25,7 +25,7 @@ struct Config {
   int auth_rate_address = 30;  // login/register attempts per minute per client address; 0: no limit
   int auth_rate_mobile = 10;   // login/register attempts per minute per mobile number; 0: no limit
   int storage_fail_primary = 0;  // testing: /upload answers this status (0: off)
-  int push_pending_limit = 50;    // pushes kept per offline device (the newest)
+  int push_pending_limit = 50;   // pushes kept per offline device (the newest)
 
   bool trust_claimed_scores = false;  // publish the app's scores unchecked (outside detection)
 

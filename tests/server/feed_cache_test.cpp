@@ -114,16 +114,21 @@ class ChangeCount : public ::testing::Test {
     RD_REQUIRE_DATABASE(db_);
     a_ = rd::store::open_store(db_.url(), "", 2);
     b_ = rd::store::open_store(db_.url(), "", 2);
-    rd::store::User u;
-    u.id = "u1";
-    u.mobile = "13800138300";
-    u.nickname = "小明";
-    u.password_hash = "x";
-    ASSERT_TRUE(a_->create_user(u));
+    // The owner and three voters: a vote counts once per user.
+    for (int i = 1; i <= 4; ++i) {
+      rd::store::User u;
+      u.id = "u" + std::to_string(i);
+      u.mobile = "1380013830" + std::to_string(i);
+      u.nickname = "小明" + std::to_string(i);
+      u.password_hash = "x";
+      ASSERT_TRUE(a_->create_user(u));
+    }
     rd::store::Item it;
     it.user_id = "u1";
     it.base_image_url = "http://127.0.0.1/files/p.jpg";
-    item_ = a_->add_item(it).id;
+    auto added = a_->add_item(it);
+    ASSERT_TRUE(added);
+    item_ = added->id;
   }
 
   // Runs `sql` on a connection of its own (as an operator's tool would).
@@ -145,10 +150,10 @@ TEST_F(ChangeCount, MovesWithEveryWriteToTheDatabaseWhoeverMadeIt) {
   auto before = a_->change_count();
   ASSERT_TRUE(before);
   EXPECT_EQ(a_->change_count(), before) << "moved without a write";
-  b_->vote(item_, true, 1);
+  b_->vote(item_, "u2", true, 1);
   auto after_other = a_->change_count();
   EXPECT_NE(after_other, before);
-  a_->vote(item_, true, 2);
+  a_->vote(item_, "u3", true, 2);
   auto after_own = a_->change_count();
   EXPECT_NE(after_own, after_other);
   sql("UPDATE items SET description = 'psql' WHERE id = " + std::to_string(item_));
@@ -161,7 +166,7 @@ TEST_F(ChangeCount, ALostNotificationConnectionCountsAsAChange) {
   // Every listening session is cut off, then a write comes in meanwhile.
   sql("SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE datname = current_database() "
       "AND application_name = 'rongdian changes'");
-  b_->vote(item_, true, 1);
+  b_->vote(item_, "u4", true, 1);
   auto after = a_->change_count();
   EXPECT_NE(after, before);
   // Once listening again, counts hold still while nothing is written.

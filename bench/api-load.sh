@@ -69,23 +69,28 @@ upload_token() {
   echo "bench-ak:$sig:$policy"
 }
 
-# seed PORT: a user and 30 items, each on a photo of its own; sets $uid and $item
+# seed PORT: a user and 30 items, each on a photo of its own, and 8 voters;
+# sets $uid, $item (the last one), $items and $voters (comma-separated ids)
 seed() {
   local p=$1 token
   uid=$(api "$p" rd_register_user '{"mobile":"13800000000","password":"bench","nickname":"压测"}' |
     sed -n 's/.*"id":"\([0-9a-f]*\)".*/\1/p')
   [ -n "$uid" ] || { echo "api-load: could not register the bench user" >&2; exit 1; }
   token=$(upload_token)
+  items=
   for i in $(seq 30); do
     curl -s -o /dev/null -F "key=bench$i.jpeg" -F "token=$token" \
       -F "file=@$root/app/ui/sample-face.jpg" "http://127.0.0.1:$p/upload"
     item=$(api "$p" rd_add_item "{\"user_id\":\"$uid\",\"base_image_url\":\"http://127.0.0.1:$p/files/bench$i.jpeg?attname=\",\"num_look_score\":$((i * 137)),\"description\":\"压测照片$i\",\"is_enabled_photo\":true}" |
       sed -n 's/.*"item":{"id":\([0-9]*\).*/\1/p')
+    items+=${items:+,}$item
   done
   [ -n "$item" ] || { echo "api-load: could not publish the bench items" >&2; exit 1; }
-  # One vote per user and item: the like run is the bench user's repeat, refused
-  # after this first one (the one-vote check, a read).
-  api "$p" rd_like_item "$(body_for like)" >/dev/null
+  voters=
+  for i in $(seq 8); do
+    voters+=${voters:+,}$(api "$p" rd_register_user "{\"mobile\":\"1380000010$i\",\"password\":\"bench\",\"nickname\":\"投票$i\"}" |
+      sed -n 's/.*"id":"\([0-9a-f]*\)".*/\1/p')
+  done
 }
 
 # The seconds the server's writes spent in the store so far (/metrics).
@@ -93,10 +98,11 @@ write_seconds() {
   curl -s "http://127.0.0.1:$1/metrics" | awk '$1 == "rongdian_store_write_seconds_total" {print $2} END {print 0}' | head -1
 }
 
-# run URL BODY -> sets $rps $p50 $p99 $bad $requests
+# run URL BODY [SCRIPT] -> sets $rps $p50 $p99 $bad $requests
 run() {
   local out
-  out=$(RD_BODY="$2" wrk -t2 -c"$conns" -d"${secs}s" --latency -s "$here/api-post.lua" "$1" 2>&1)
+  out=$(RD_BODY="$2" RD_USERS="${voters:-}" RD_ITEMS="${items:-}" \
+    wrk -t2 -c"$conns" -d"${secs}s" --latency -s "$here/${3:-api-post.lua}" "$1" 2>&1)
   requests=$(awk '/requests in/ {print $1}' <<<"$out")
   rps=$(awk '/^Requests\/sec/ {print $2}' <<<"$out")
   p50=$(awk '$1 == "50%" {print $2}' <<<"$out")
@@ -140,7 +146,9 @@ for e in "${engines[@]}"; do
     reply=$(api "$port" "${cmd_name[$c]}" "$(body_for "$c")")
     [ "$e" = sqlite ] && size[$c]=$(printf '%s' "$reply" | wc -c)
     before=$(write_seconds "$port")
-    run "http://127.0.0.1:$port/api?cmd=${cmd_name[$c]}" "$(body_for "$c")"
+    # Likes: each one a vote that changes something (bench/api-vote.lua).
+    run "http://127.0.0.1:$port/api?cmd=${cmd_name[$c]}" "$(body_for "$c")" \
+      "$([ "$c" = like ] && echo api-vote.lua || echo api-post.lua)"
     rps_of[$e.$c]=$rps p50_of[$e.$c]=$p50 p99_of[$e.$c]=$p99 bad_of[$e.$c]=$bad
     writes_of[$e.$c]="$requests $(awk -v a="$before" -v b="$(write_seconds "$port")" 'BEGIN {print b - a}')"
   done

@@ -353,19 +353,4 @@ TEST_F(Commands, GetUserRefreshesOnlyTheStoredUser) {
   EXPECT_EQ(hud.errors(), QStringList{"无此用户"});
 }
 
-TEST(HeadApiBuilders, TheUnusedBuildersStillBuild) {
-  const QUrl url("http://127.0.0.1:1/api?cmd=x");
-  QJsonObject body{{"a", 1}};
-  const HeadRequest del = HeadApi::setPostDeleteHeadrequest(url, body, "uid");
-  EXPECT_EQ(del.method, "POST");
-  EXPECT_EQ(del.request.rawHeader("access_token"), "uid");
-  EXPECT_EQ(del.body, R"({"a":1})");
-  const HeadRequest get = HeadApi::setGetHeadrequest(url, "uid");
-  EXPECT_EQ(get.method, "GET");
-  EXPECT_TRUE(get.body.isEmpty());
-  EXPECT_TRUE(get.request.rawHeaderList().isEmpty());
-  EXPECT_EQ(HeadApi::setPutHeadrequest(url, body).method, "PUT");
-  EXPECT_EQ(HeadApi::setDeleteHeadrequest(url).method, "DELETE");
-}
-
 }  // namespace

@@ -164,13 +164,6 @@ TEST_F(Uploader, RetriesOnceAgainstTheBackupOnlyForRetryableFailures) {
   EXPECT_EQ(targets(), (QStringList{"/upload", "/upload-backup"}));
 }
 
-TEST(UploaderRule, RetryableStatuses) {
-  for (int s : {0, 200, 302, 399, 500, 502, 503, 598, 800, 999})
-    EXPECT_TRUE(QiniuSimpleUploader::isRetryableStatus(s)) << s;
-  for (int s : {400, 401, 499, 579, 599, 600, 650, 700, 799})
-    EXPECT_FALSE(QiniuSimpleUploader::isRetryableStatus(s)) << s;
-}
-
 class Publishing : public ::testing::Test {
  protected:
   void SetUp() override {

@@ -56,6 +56,13 @@ void CaptureFlow::savePhoto() { screens_->takePicture(); }
 
 void CaptureFlow::imagePickerControllerDidCancel() { screens_->dismissPicker(); }
 
+void CaptureFlow::cameraFailed(const QString& reason) {
+  qWarning().noquote() << "CaptureFlow: camera failed:" << reason;
+  screens_->dismissPicker();
+  if (!busy_) screens_->dismissProgress();
+  CustomTools::msgbox(kNoCameraTitle, reason);
+}
+
 void CaptureFlow::didFinishPickingMedia(const OrientedImage& original) {
   screens_->showProgress(kWaitingText);
   OrientedImage forCrop = original;

@@ -100,6 +100,9 @@ class CaptureFlow : public QObject {
   // D. The picker's photo: waiting indicator up, then the crop screen.
   void didFinishPickingMedia(const OrientedImage& original);
   void imagePickerControllerDidCancel();
+  // The camera or its capture failed: the camera screen closes and an alert
+  // says so (kNoCameraTitle with the reason); the home screen is left.
+  void cameraFailed(const QString& reason);
   // E. The crop screen's answer.
   void cropImage(const OrientedImage& cropped);
 

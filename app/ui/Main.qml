@@ -50,6 +50,12 @@ ApplicationWindow {
             if (navigation.depth > 1)
                 navigation.pop()
         }
+        function onReplaceRequested(url, properties) {
+            if (navigation.depth > 1)
+                navigation.replace(url, properties)
+            else
+                navigation.push(url, properties)
+        }
         function onPopupRequested(url, properties) {
             popupHost.present(url, properties)
         }

@@ -249,27 +249,77 @@ TEST(Capture, AlbumPhotoThroughCropToTheCountedUpResult) {
   ASSERT_TRUE(waitUntil([] { return !ProgressHud::instance()->modal(); }));
 }
 
-TEST(Capture, CameraOverlayAndNoCameraAlert) {
-  app();
+// The navigation stack at rest: no push or pop under way.
+bool navigationSettled() {
+  QQuickItem* nav = app().navigation();
+  return waitUntil([nav] { return nav && !nav->property("busy").toBool(); });
+}
+
+TEST(Capture, CameraPhotoThroughCropToTheResultAndBackHome) {
+  FakeDetection detection;
+  app(AppShell::Options{detection.url(), false});
   waitUntil([] { return !app().delegate()->splashPictureShown(); }, 10000);
   CaptureController* capture = app().capture();
+  auto* alerts = AlertCenter::instance();
+  QQuickItem* nav = app().navigation();
+
+  // No camera on the machine: an alert, and the home screen stays.
   if (!capture->isSourceTypeAvailable(CaptureFlow::Source::Camera)) {
     capture->pickFromCameraButtonPressed();
-    ASSERT_TRUE(waitUntil([] { return AlertCenter::instance()->alertVisible(); }));
-    EXPECT_EQ(AlertCenter::instance()->alertTitle(), "照相机无法打开");
-    EXPECT_EQ(AlertCenter::instance()->alertMessage(), "");
-    EXPECT_EQ(AlertCenter::instance()->alertButtons(), QStringList{"确定"});
-    AlertCenter::instance()->answerAlert(0);
+    ASSERT_TRUE(waitUntil([&] { return alerts->alertVisible(); }));
+    EXPECT_EQ(alerts->alertTitle(), "照相机无法打开");
+    alerts->answerAlert(0);
+    EXPECT_EQ(top(), home());
   }
-  // The overlay itself (without a camera the preview stays black).
-  app().delegate()->pushScreen("CameraViewController");
+  capture->setCameraListedForTesting(true);
+
+  // The camera screen with its overlay; a frame arrives as the capture
+  // delivers it, in full resolution.
+  capture->pickFromCameraButtonPressed();
   ASSERT_TRUE(waitUntil([] { return top()->objectName() == "CameraViewController"; }));
+  ASSERT_TRUE(navigationSettled());
   QQuickItem* cam = top();
-  spin(600);  // the push transition
-  EXPECT_EQ(text(item(cam, "eyeMark0")), "+");
-  EXPECT_EQ(text(item(cam, "eyeMark1")), "+");
   EXPECT_EQ(text(item(cam, "bntChangeType")), "转");
   EXPECT_EQ(text(item(cam, "cancelCamera")), "取消");
-  EXPECT_EQ(text(item(cam, "savePhoto")), "拍照");
-  screenshot("camera");
+  QImage frame(960, 1280, QImage::Format_RGB32);
+  frame.fill(QColor(0xf5, 0xcf, 0xa8));
+  capture->cameraCaptured(frame);
+
+  // The crop takes the camera's place, on top of the home screen.
+  ASSERT_TRUE(waitUntil([] { return top()->objectName() == "CropViewController"; }));
+  ASSERT_TRUE(navigationSettled());
+  EXPECT_EQ(nav->property("depth").toInt(), 2);
+  QQuickItem* crop = top();
+  ASSERT_TRUE(waitUntil([&] { return item(crop, "cropPhoto")->property("status").toInt() == 1; }));
+  screenshot("camera-crop");
+
+  ResultViewController* vc = nullptr;
+  QObject::connect(capture, &CaptureController::resultPresented,
+                   [&](ResultViewController* r) { vc = r; });
+  click(item(crop, "cropOK"));
+  ASSERT_TRUE(waitUntil([&] { return vc != nullptr; }, 20000));
+  EXPECT_EQ(detection.requests_, 1);
+  EXPECT_TRUE(vc->isenablePhoto());                       // from the camera
+  EXPECT_EQ(vc->imgHeadValu().size(), QSize(960, 1200));  // the 0.8 crop of the whole frame
+  ASSERT_TRUE(waitUntil([] { return !ProgressHud::instance()->modal(); }));
+  ASSERT_TRUE(navigationSettled());
+  EXPECT_EQ(top()->objectName(), "ResultViewController");
+  EXPECT_EQ(nav->property("depth").toInt(), 2);
+
+  // "再测一次": home again, and the camera opens anew.
+  click(item(top(), "rightBtn"));
+  ASSERT_TRUE(waitUntil([] { return top() == home(); }));
+  ASSERT_TRUE(navigationSettled());
+  capture->pickFromCameraButtonPressed();
+  ASSERT_TRUE(waitUntil([] { return top()->objectName() == "CameraViewController"; }));
+  ASSERT_TRUE(navigationSettled());
+
+  // A camera that fails: an alert with the reason, back home.
+  capture->cameraFailed("设备忙");
+  ASSERT_TRUE(waitUntil([&] { return alerts->alertVisible(); }));
+  EXPECT_EQ(alerts->alertTitle(), "照相机无法打开");
+  EXPECT_EQ(alerts->alertMessage(), "设备忙");
+  alerts->answerAlert(0);
+  ASSERT_TRUE(waitUntil([] { return top() == home(); }));
+  capture->setCameraListedForTesting(false);
 }

@@ -18,6 +18,12 @@ Rectangle {
         return mediaDevices.defaultVideoInput
     }
 
+    // Off as soon as the screen starts to leave: the camera stops before
+    // its session goes away with the screen.
+    property bool live: true
+    StackView.onDeactivating: live = false
+    StackView.onRemoved: live = false
+
     MediaDevices {
         id: mediaDevices
     }
@@ -25,11 +31,14 @@ Rectangle {
         camera: Camera {
             id: camera
             cameraDevice: cameraScreen.deviceFor(Capture.frontCamera)
-            active: mediaDevices.videoInputs.length > 0
+            active: cameraScreen.live && mediaDevices.videoInputs.length > 0
+            onErrorOccurred: (error, errorString) => Capture.cameraFailed(errorString)
         }
         imageCapture: ImageCapture {
             id: imageCapture
-            onImageCaptured: (requestId, previewImage) => Capture.cameraCaptured(previewImage)
+            // The full-resolution frame, not the preview.
+            onImageAvailable: (requestId, frame) => Capture.cameraFrame(frame)
+            onErrorOccurred: (requestId, error, message) => Capture.cameraFailed(message)
         }
         videoOutput: preview
     }
@@ -42,6 +51,11 @@ Rectangle {
             anchors.fill: parent
             scale: 1.5
             fillMode: VideoOutput.PreserveAspectCrop
+            // The front camera's preview as a mirror shows it.
+            transform: Scale {
+                origin.x: preview.width / 2
+                xScale: Capture.frontCamera ? -1 : 1
+            }
         }
         // The switch's transition: a ripple of light from the top.
         Rectangle {
@@ -81,7 +95,8 @@ Rectangle {
             rippleEffect.restart()
         }
         function onTakePictureRequested() {
-            imageCapture.capture()
+            if (imageCapture.readyForCapture)
+                imageCapture.capture()
         }
     }
 
@@ -136,6 +151,7 @@ Rectangle {
             height: parent.height
             flat: true
             text: "拍照"
+            enabled: imageCapture.readyForCapture
             palette.buttonText: "white"
             font.pixelSize: 18
             onClicked: Capture.savePhoto()

@@ -52,8 +52,22 @@ void CaptureController::libraryPicked(const QUrl& file) {
 void CaptureController::libraryCancelled() { flow_->imagePickerControllerDidCancel(); }
 
 void CaptureController::cameraCaptured(const QImage& image) {
-  if (image.isNull()) return;
+  if (image.isNull() || !cameraOpen_) return;  // (a late frame of a closed camera)
   flow_->didFinishPickingMedia(OrientedImage{image, 1});
+}
+
+void CaptureController::cameraFrame(const QVideoFrame& frame) {
+  QImage image = QVideoFrame(frame).toImage();
+  if (image.isNull()) {
+    cameraFailed(QStringLiteral("拍到的照片无法读取"));
+    return;
+  }
+  cameraCaptured(image.convertToFormat(QImage::Format_RGB32));
+}
+
+void CaptureController::cameraFailed(const QString& reason) {
+  if (!cameraOpen_) return;  // a late error of a closed camera
+  flow_->cameraFailed(reason);
 }
 
 void CaptureController::cropImage(const QString& imageUrl, double x, double y, double width,
@@ -93,7 +107,8 @@ bool CaptureController::analysePhotoFile(const QString& path, QString* error) {
 }
 
 bool CaptureController::isSourceTypeAvailable(CaptureFlow::Source source) {
-  if (source == CaptureFlow::Source::Camera) return !QMediaDevices::videoInputs().isEmpty();
+  if (source == CaptureFlow::Source::Camera)
+    return cameraListedForTesting_ || !QMediaDevices::videoInputs().isEmpty();
   const QString pictures = QStandardPaths::writableLocation(QStandardPaths::PicturesLocation);
   return QDir(pictures).exists() || QDir::home().exists();
 }
@@ -133,9 +148,18 @@ void CaptureController::presentCrop(const OrientedImage& image, double widthToHe
   const QString url = CaptureImages::put(FacePhoto::fixOrientation(image).image);
   cropping_ = true;
   emit croppingChanged();
-  if (auto* app = AppDelegate::instance())
-    app->pushScreen(QStringLiteral("CropViewController"),
-                    {{QStringLiteral("imageUrl"), url}, {QStringLiteral("ratio"), widthToHeight}});
+  const QVariantMap properties{{QStringLiteral("imageUrl"), url},
+                               {QStringLiteral("ratio"), widthToHeight}};
+  auto* app = AppDelegate::instance();
+  if (!app) return;
+  if (cameraOpen_) {
+    // The crop takes the camera screen's place: the picker is then closed
+    // already, and leaving the crop goes back home.
+    cameraOpen_ = false;
+    app->replaceScreen(QStringLiteral("CropViewController"), properties);
+  } else {
+    app->pushScreen(QStringLiteral("CropViewController"), properties);
+  }
 }
 
 void CaptureController::showProgress(const QString& status) {

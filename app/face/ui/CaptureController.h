@@ -9,6 +9,7 @@
 #include <QPointer>
 #include <QString>
 #include <QUrl>
+#include <QVideoFrame>
 
 #include "face/CaptureFlow.h"
 
@@ -28,6 +29,8 @@ class CaptureController : public QObject, public CaptureFlow::Screens {
   bool frontCamera() const { return device_ == CaptureFlow::CameraDevice::Front; }
   bool busy() const { return flow_->busy(); }
   ResultViewController* lastResult() const { return lastResult_; }
+  // Tests on machines without a camera: the camera counts as listed.
+  void setCameraListedForTesting(bool listed) { cameraListedForTesting_ = listed; }
 
   // The largest rectangle of the given width-to-height ratio centred in an
   // image of `size`.
@@ -43,6 +46,10 @@ class CaptureController : public QObject, public CaptureFlow::Screens {
   Q_INVOKABLE void libraryPicked(const QUrl& file);
   Q_INVOKABLE void libraryCancelled();
   Q_INVOKABLE void cameraCaptured(const QImage& image);
+  // The capture's full-resolution frame (what the camera screen hands over).
+  Q_INVOKABLE void cameraFrame(const QVideoFrame& frame);
+  // The camera or the capture reported an error.
+  Q_INVOKABLE void cameraFailed(const QString& reason);
   Q_INVOKABLE void cropImage(const QString& imageUrl, double x, double y, double width,
                              double height);
   Q_INVOKABLE void cropCancelled();
@@ -77,5 +84,6 @@ class CaptureController : public QObject, public CaptureFlow::Screens {
   CaptureFlow::CameraDevice device_ = CaptureFlow::CameraDevice::Front;
   bool cropping_ = false;
   bool cameraOpen_ = false;
+  bool cameraListedForTesting_ = false;
   QPointer<ResultViewController> lastResult_;
 };

@@ -201,6 +201,15 @@ void AppDelegate::pushScreen(const QString& name, const QVariantMap& properties)
 
 void AppDelegate::popScreen() { emit popRequested(); }
 
+void AppDelegate::replaceScreen(const QString& name, const QVariantMap& properties) {
+  const QString url = screenUrl(name);
+  if (url.isEmpty()) {
+    qWarning().noquote() << "no screen" << name;
+    return;
+  }
+  emit replaceRequested(url, properties);
+}
+
 void AppDelegate::presentPopup(const QString& name, const QVariantMap& properties) {
   const QString url = screenUrl(name);
   if (url.isEmpty()) {

@@ -99,6 +99,8 @@ class AppDelegate : public QObject {
   // Pushes a screen on the navigation stack (Main.qml does it).
   Q_INVOKABLE void pushScreen(const QString& name, const QVariantMap& properties = {});
   Q_INVOKABLE void popScreen();
+  // Replaces the top screen with another one (the top is then its successor).
+  Q_INVOKABLE void replaceScreen(const QString& name, const QVariantMap& properties = {});
   // Presents a pop-up over a dimmed background; tapping the background posts
   // "fadeViewAction". Dismissed with dismissPopup.
   Q_INVOKABLE void presentPopup(const QString& name, const QVariantMap& properties = {});
@@ -114,6 +116,7 @@ class AppDelegate : public QObject {
   void serverUrlChanged();
   void pushRequested(const QString& url, const QVariantMap& properties);
   void popRequested();
+  void replaceRequested(const QString& url, const QVariantMap& properties);
   void popupRequested(const QString& url, const QVariantMap& properties);
   void popupDismissRequested();
 

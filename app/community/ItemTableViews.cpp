@@ -28,5 +28,7 @@ void ValueTableView::sendRequest(int limit, int page, PageBlock done) {
 }
 
 void MyFaceTableView::sendRequest(int limit, int page, PageBlock done) {
-  listItems(limit, page, QString(), userName, itemId, std::move(done));
+  // The screens leave what they do not know empty: not sent, never as "".
+  const auto given = [](const QString& v) { return v.isEmpty() ? QString() : v; };
+  listItems(limit, page, QString(), given(userName), given(itemId), std::move(done));
 }

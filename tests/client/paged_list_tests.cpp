@@ -223,6 +223,16 @@ TEST_F(RealLists, EachListSendsItsRequestAndAfterLoadStep) {
   ASSERT_TRUE(waitUntil([&] { return show.footerText() == "已经到底了哈！"; }));
   EXPECT_EQ(body(4)["page"], 2);
   EXPECT_EQ(show.page(), 1);
+
+  // Someone else's photos, opened from a feed row: only the item is known;
+  // the user name the screen leaves empty is not sent at all.
+  MyFaceTableView poster;
+  poster.userName = "";
+  poster.itemId = "7";
+  poster.refreshData();
+  ASSERT_TRUE(waitUntil([&] { return server.requests.size() == 6; }));
+  EXPECT_EQ(body(5)["item_id"], "7");
+  EXPECT_FALSE(body(5).contains("user_id"));
 }
 
 }  // namespace

@@ -222,11 +222,26 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   QQuickItem* header = item("ShowOneCell");
   ASSERT_TRUE(header);
   QQuickItem* dislike = item(header, "btnunLike");
-  const QString likesBefore =
-      Community::instance()->toMap(header->property("item"))["like"].toString();
+  const QVariantMap topItem = Community::instance()->toMap(header->property("item"));
+  const QString likesBefore = topItem["like"].toString();
   press(dislike);
   ASSERT_TRUE(waitUntil([&] { return dislike->isEnabled(); }));
   EXPECT_EQ(text(dislike), QString("差(%1)").arg(likesBefore.toInt() + 1));
+
+  // Someone comments on the top item; a reload shows the server's numbers on
+  // the top card as on every row.
+  const std::string comment = R"({"item_id":")" + topItem["itemId"].toString().toStdString() +
+                              R"(","user_id":")" + LocalUserInfo::tokenID().toStdString() +
+                              R"(","comments":"好看"})";
+  ASSERT_EQ(rdtest::http_request(server.process.port(), "POST", "/api?cmd=rd_add_comments", comment,
+                                 {{"Content-Type", "application/json"}})
+                .status,
+            200);
+  QMetaObject::invokeMethod(feeds(), "reloadShowTableview", Q_ARG(QVariant, false));
+  ASSERT_TRUE(waitUntil([] {
+    QQuickItem* h = item("ShowOneCell");
+    return h && text(item(h, "labComment")) == "评论 1";
+  })) << text(item(item("ShowOneCell"), "labComment")).toStdString();
 
   // The owner: his badge, his photos (badges clear), a deletion.
   LocalUserInfo::clearUserInfo();
@@ -234,7 +249,7 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   NotificationCenter::defaultCenter().postNotification(Notifications::updataNewsNum);
   QQuickItem* h = home();
   ASSERT_TRUE(waitUntil([&] { return item(h, "bgPointred")->isVisible(); }));
-  EXPECT_EQ(text(item(h, "unReadNumlab")), "1");
+  EXPECT_EQ(text(item(h, "unReadNumlab")), "2");  // two comments
   screenshot("community_home_badge");
   QMetaObject::invokeMethod(h, "setAction");
   ASSERT_TRUE(onScreen("SetViewController"));

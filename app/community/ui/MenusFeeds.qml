@@ -136,8 +136,8 @@ Item {
                 width: showView.width
                 item: Community.toMap(modelData)
                 menusVC: feeds.menusVC
-                onTapped: feeds.openItem(item)
-                onHeadTapped: feeds.openPerson(item)
+                onTapped: feeds.openItem(shown)
+                onHeadTapped: feeds.openPerson(shown)
             }
         }
         FeedList {
@@ -153,8 +153,8 @@ Item {
                 row: index
                 item: Community.toMap(modelData)
                 menusVC: feeds.menusVC
-                onTapped: feeds.openItem(item)
-                onHeadTapped: feeds.openPerson(item)
+                onTapped: feeds.openItem(shown)
+                onHeadTapped: feeds.openPerson(shown)
             }
         }
     }
@@ -166,9 +166,9 @@ Item {
             item: feeds.arrHead[0]
             menusVC: feeds.menusVC
             color: "white"
-            onTapped: feeds.openItem(item)
+            onTapped: feeds.openItem(shown)
             onHeadTapped: App.pushScreen("CommentViewController", {
-                                             "itemInfo": item
+                                             "itemInfo": shown
                                          })
         }
     }

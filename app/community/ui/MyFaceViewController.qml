@@ -58,8 +58,8 @@ BaseViewController {
                 id: cell
                 width: parent.width - (deleteButton.visible ? 70 : 0)
                 item: Community.toMap(modelData)
-                onTapped: screen.didSelectItem(item)
-                onHeadTapped: screen.didSelectItem(item)
+                onTapped: screen.didSelectItem(shown)
+                onHeadTapped: screen.didSelectItem(shown)
             }
             Button {
                 id: deleteButton

@@ -1,6 +1,8 @@
 // A row of the newest feed (ShowCell), and with `header` set the feed's top
 // item (ShowOneCell) with its dislike button. `item` is a map of the Item's
-// fields; likes change it in place.
+// fields as the list or the feed holds them; `shown` is what the cell shows:
+// that item, or its newer values after a like here or a change elsewhere,
+// until the list or the feed gives the cell an item again.
 import QtQuick
 import QtQuick.Controls
 import Rongdian
@@ -8,6 +10,9 @@ import Rongdian
 Rectangle {
     id: cell
     property var item: ({})
+    property var changed: null
+    readonly property var shown: changed !== null ? changed : item
+    onItemChanged: changed = null
     property bool header: false
     property bool ranking: false
     property int row: 0
@@ -21,8 +26,8 @@ Rectangle {
     Connections {
         target: Community
         function onItemChanged(changed) {
-            if (changed.itemId !== undefined && changed.itemId === cell.item.itemId)
-                cell.item = changed
+            if (changed.itemId !== undefined && changed.itemId === cell.shown.itemId)
+                cell.changed = changed
         }
     }
     width: parent ? parent.width : 320
@@ -33,7 +38,7 @@ Rectangle {
     function likeAction(isLike, button) {
         button.enabled = false
         button.liked = true
-        cell.item = Community.likeAction(cell.item, isLike, function (ok, score, like) {
+        cell.changed = Community.likeAction(cell.shown, isLike, function (ok, score, like) {
             button.enabled = true
             // The score and like labels follow the item, which already holds
             // the answer's values; the dislike title shows the like count.
@@ -66,7 +71,7 @@ Rectangle {
         y: 8
         width: 75
         height: 94
-        source: cell.item.imgurl || ""
+        source: cell.shown.imgurl || ""
         MouseArea {
             anchors.fill: parent
             onClicked: {
@@ -80,7 +85,7 @@ Rectangle {
         objectName: "labLikeName"
         x: 92
         y: 8
-        name: cell.item.userlikename || ""
+        name: cell.shown.userlikename || ""
     }
     Label {
         objectName: "labName"
@@ -88,7 +93,7 @@ Rectangle {
         y: 12
         width: 100
         elide: Text.ElideRight
-        text: cell.item.userlikename || ""
+        text: cell.shown.userlikename || ""
         color: "#666666"
         font.pixelSize: 13
     }
@@ -98,7 +103,7 @@ Rectangle {
         anchors.right: parent.right
         anchors.rightMargin: 10
         y: 8
-        text: cell.item.lookscorebasis || ""
+        text: cell.shown.lookscorebasis || ""
         color: Community.scoreColor(text)
         font.pixelSize: 20
         font.bold: true
@@ -109,7 +114,7 @@ Rectangle {
         y: 44
         width: parent.width - 100
         elide: Text.ElideRight
-        text: cell.item.imgmessage || ""
+        text: cell.shown.imgmessage || ""
         font.pixelSize: 14
     }
     Image {
@@ -119,8 +124,8 @@ Rectangle {
         width: 20
         height: 20
         source: "qrc:/pictures/two.png"
-        visible: cell.ranking ? Community.rankingShowsPhotoMark(cell.item.isenablePhoto)
-                              : Community.newestShowsPhotoMark(cell.item.isenablePhoto)
+        visible: cell.ranking ? Community.rankingShowsPhotoMark(cell.shown.isenablePhoto)
+                              : Community.newestShowsPhotoMark(cell.shown.isenablePhoto)
     }
     Row {
         x: 92
@@ -129,20 +134,20 @@ Rectangle {
         LikeButton {
             id: btnLike
             objectName: "btnLike"
-            text: Community.likeTitle(cell.item.like)
+            text: Community.likeTitle(cell.shown.like)
             onClicked: cell.likeAction(true, btnLike)
         }
         LikeButton {
             id: btnunLike
             objectName: "btnunLike"
             visible: cell.header
-            text: Community.unlikeTitle(cell.item.unlike)
+            text: Community.unlikeTitle(cell.shown.unlike)
             onClicked: cell.likeAction(false, btnunLike)
         }
         Label {
             objectName: "labComment"
             anchors.verticalCenter: parent.verticalCenter
-            text: "评论 " + (cell.item.commentNum !== undefined ? cell.item.commentNum : 0)
+            text: "评论 " + (cell.shown.commentNum !== undefined ? cell.shown.commentNum : 0)
             color: "#888888"
             font.pixelSize: 12
         }
@@ -153,7 +158,7 @@ Rectangle {
         anchors.right: parent.right
         anchors.rightMargin: 10
         y: 82
-        text: Community.timeLabel(cell.item.createdAt || "")
+        text: Community.timeLabel(cell.shown.createdAt || "")
         color: "#aaaaaa"
         font.pixelSize: 11
     }

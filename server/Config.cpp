@@ -94,6 +94,13 @@ const std::vector<Option>& options() {
       {"push-pending-limit", "RONGDIAN_PUSH_PENDING_LIMIT",
        "pushes kept per offline device, the newest (default 50)", Kind::Int, nullptr,
        &Config::push_pending_limit},
+      {"idle-timeout", "RONGDIAN_IDLE_TIMEOUT",
+       "seconds a kept-alive connection may wait for its next request (default 30)", Kind::Int,
+       nullptr, &Config::idle_timeout},
+      {"request-timeout", "RONGDIAN_REQUEST_TIMEOUT",
+       "seconds a client has to send a request, head and body, and to take the reply; a late "
+       "one gets 408 (default 30)",
+       Kind::Int, nullptr, &Config::request_timeout},
       {"auth-rate-address", "RONGDIAN_AUTH_RATE_ADDRESS",
        "login and register attempts allowed per minute from one client address (0: no limit; "
        "default 30)",

@@ -26,6 +26,8 @@ struct Config {
   int auth_rate_mobile = 10;   // login/register attempts per minute per mobile number; 0: no limit
   int storage_fail_primary = 0;  // testing: /upload answers this status (0: off)
   int push_pending_limit = 50;   // pushes kept per offline device (the newest)
+  int idle_timeout = 30;         // seconds a keep-alive connection may wait for its next request
+  int request_timeout = 30;  // seconds to receive a request's head and body, and to send a reply
 
   bool trust_claimed_scores = false;  // publish the app's scores unchecked (outside detection)
 

@@ -6,6 +6,8 @@
 #include "Config.h"
 #include "Services.h"
 #include "http/HttpServer.h"
+#include "storage/PhotoStore.h"
+#include "store/Store.h"
 
 int main(int argc, char** argv) {
   using namespace rd;
@@ -23,6 +25,8 @@ int main(int argc, char** argv) {
     opts.port = cfg.port();
     opts.worker_threads = cfg.threads;
     opts.log_requests = !cfg.quiet;
+    opts.idle_timeout = std::chrono::seconds(std::max(1, cfg.idle_timeout));
+    opts.request_timeout = std::chrono::seconds(std::max(1, cfg.request_timeout));
     http::Server srv(opts, router, metrics);
     srv.listen();
     if (cfg.public_url.empty())
@@ -35,10 +39,20 @@ int main(int argc, char** argv) {
     detect::install(services);
     api::install(services);
 
+    // Ok only when the database answers and photos can be stored; otherwise
+    // 503 with the part that failed.
     router.add(http::bhttp::verb::get, "/healthz",
-               [](const http::Request& req, http::Context&) {
-                 return http::json_response(req, http::bhttp::status::ok,
-                                            boost::json::object{{"status", "ok"}});
+               [&services](const http::Request& req, http::Context&) {
+                 boost::json::object failed;
+                 if (auto p = services.store->problem()) failed["database"] = *p;
+                 if (services.photos)
+                   if (auto p = services.photos->problem()) failed["storage"] = *p;
+                 if (failed.empty())
+                   return http::json_response(req, http::bhttp::status::ok,
+                                              boost::json::object{{"status", "ok"}});
+                 return http::json_response(
+                     req, http::bhttp::status::service_unavailable,
+                     boost::json::object{{"status", "failing"}, {"failed", std::move(failed)}});
                });
     router.add(http::bhttp::verb::get, "/metrics",
                [&metrics](const http::Request& req, http::Context&) {

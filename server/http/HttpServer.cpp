@@ -137,7 +137,8 @@ const Route* Router::find(bhttp::verb method, const std::string& path, bool upgr
 
 class Server::Session : public std::enable_shared_from_this<Server::Session> {
  public:
-  Session(Server& server, tcp::socket socket) : server_(server), stream_(std::move(socket)) {
+  Session(Server& server, tcp::socket socket)
+      : server_(server), stream_(std::move(socket)), timer_(stream_.get_executor()) {
     beast::error_code ec;
     auto ep = stream_.socket().remote_endpoint(ec);
     if (!ec) remote_ = ep.address().to_string();
@@ -167,17 +168,35 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     // parsed, before the route (and so its own limit) is known: no limit for
     // the head, the route's limit is set and checked in on_head.
     parser_->body_limit(boost::none);
-    stream_.expires_after(server_.opts_.idle_timeout);
-    bhttp::async_read_header(stream_, buffer_, *parser_,
-                             [self = shared_from_this()](beast::error_code ec, std::size_t) {
-                               self->on_head(ec);
-                             });
+    arm_timer(server_.opts_.idle_timeout);
+    bhttp::async_read_header(
+        stream_, buffer_, *parser_,
+        [self = shared_from_this()](beast::error_code ec, std::size_t) { self->on_head(ec); });
+  }
+
+  // Reading a request is timed here rather than by the stream, whose
+  // timeout closes the socket: a late client still gets its 408.
+  void arm_timer(std::chrono::seconds after) {
+    stream_.expires_never();
+    timed_out_ = false;
+    timer_.expires_after(after);
+    timer_.async_wait([weak = weak_from_this()](beast::error_code ec) {
+      auto self = weak.lock();
+      if (ec || !self) return;
+      self->timed_out_ = true;
+      beast::error_code ignored;
+      self->stream_.socket().cancel(ignored);
+    });
   }
 
   void on_head(beast::error_code ec) {
     idle_ = false;
     started_ = std::chrono::steady_clock::now();
+    if (ec && timed_out_) ec = beast::error::timeout;
     if (ec) {
+      // A client that sent part of a head and then stalled is told so; an
+      // idle keep-alive connection just closes.
+      if (ec == beast::error::timeout && parser_->got_some()) return timed_out();
       if (ec == bhttp::error::end_of_stream || ec == beast::error::timeout ||
           ec == asio::error::operation_aborted || ec == asio::error::connection_reset ||
           ec == asio::error::eof || ec == asio::error::bad_descriptor)
@@ -201,11 +220,37 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     }
     parser_->body_limit(limit);
     if (auto length = parser_->content_length(); length && *length > limit) return too_large();
-    stream_.expires_after(server_.opts_.request_timeout);
+    arm_timer(server_.opts_.request_timeout);
+    // A client that waits for "100 Continue" before its body gets it now
+    // that the head was accepted.
+    if (beast::iequals(head[bhttp::field::expect], "100-continue") && !parser_->is_done()) {
+      auto cont = std::make_shared<bhttp::response<bhttp::empty_body>>(bhttp::status::continue_,
+                                                                       head.version());
+      bhttp::async_write(
+          stream_, *cont,
+          [self = shared_from_this(), cont, known](beast::error_code ec, std::size_t) {
+            if (ec) return self->close();
+            self->read_body(known);
+          });
+      return;
+    }
+    read_body(known);
+  }
+
+  void read_body(bool known) {
     bhttp::async_read(stream_, buffer_, *parser_,
                       [self = shared_from_this(), known](beast::error_code ec, std::size_t) {
                         self->on_body(ec, known);
                       });
+  }
+
+  void timed_out() {
+    Request req;
+    req.version(11);
+    auto res = json_response(req, bhttp::status::request_timeout,
+                             boost::json::object{{"error", "request timed out"}});
+    res.keep_alive(false);
+    send(std::move(res), route_ ? route_->label : "-", false);
   }
 
   void fail_head(beast::error_code ec) {
@@ -214,8 +259,8 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     req.version(11);
     req.keep_alive(false);
     unsigned status = ec == bhttp::error::header_limit ? 431 : 400;
-    auto res = json_response(req, status,
-                             boost::json::object{{"error", "bad request: " + ec.message()}});
+    auto res =
+        json_response(req, status, boost::json::object{{"error", "bad request: " + ec.message()}});
     res.keep_alive(false);
     send(std::move(res), "-", false);
   }
@@ -230,24 +275,29 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
   }
 
   void on_body(beast::error_code ec, bool path_known) {
+    timer_.cancel();
+    if (ec && timed_out_) ec = beast::error::timeout;
     if (ec == bhttp::error::body_limit) return too_large();
     if (ec) {
-      if (ec == beast::error::timeout) {
-        Request req;
-        req.version(11);
-        auto res = json_response(req, bhttp::status::request_timeout,
-                                 boost::json::object{{"error", "request timed out"}});
-        res.keep_alive(false);
-        return send(std::move(res), route_ ? route_->label : "-", false);
-      }
-      return close();
+      if (ec == beast::error::timeout) return timed_out();
+      if (ec == asio::error::operation_aborted || ec == asio::error::connection_reset ||
+          ec == asio::error::bad_descriptor)
+        return close();
+      // A body that ends early (the peer stopped sending before its
+      // Content-Length) or is malformed (bad chunks): 400, then close.
+      Request req;
+      req.version(11);
+      auto res = json_response(req, bhttp::status::bad_request,
+                               boost::json::object{{"error", "bad request body: " + ec.message()}});
+      res.keep_alive(false);
+      return send(std::move(res), route_ ? route_->label : "-", false);
     }
     req_ = parser_->release();
     if (!route_) {
       auto status = path_known ? bhttp::status::method_not_allowed : bhttp::status::not_found;
-      auto res = json_response(req_, status,
-                               boost::json::object{{"error", path_known ? "method not allowed"
-                                                                        : "not found"}});
+      auto res = json_response(
+          req_, status,
+          boost::json::object{{"error", path_known ? "method not allowed" : "not found"}});
       return send(std::move(res), "unmatched", req_.keep_alive());
     }
     if (route_->upgrade) {
@@ -257,7 +307,8 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
       auto handler = route_->upgrade;
       return handler(std::move(stream_), std::move(req_));
     }
-    if (route_->quick && route_->quick(req_, ctx_, std::make_shared<QuickAnswer>(shared_from_this())))
+    if (route_->quick &&
+        route_->quick(req_, ctx_, std::make_shared<QuickAnswer>(shared_from_this())))
       return;
     run_handler();
   }
@@ -279,8 +330,8 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
       try {
         res = self->route_->handler(self->req_, self->ctx_);
       } catch (const std::exception& e) {
-        std::cerr << "rongdian-server: handler for " << self->ctx_.path
-                  << " failed: " << e.what() << "\n";
+        std::cerr << "rongdian-server: handler for " << self->ctx_.path << " failed: " << e.what()
+                  << "\n";
         res = json_response(self->req_, bhttp::status::internal_server_error,
                             boost::json::object{{"error", "internal error"}});
       }
@@ -298,6 +349,7 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
   }
 
   void send(Response res, const std::string& label, bool keep_alive) {
+    timer_.cancel();
     if (server_.stopping_) keep_alive = false;
     res.keep_alive(keep_alive);
     if (req_.method() == bhttp::verb::head) {
@@ -313,16 +365,19 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     };
     if (head_only) {
       auto sr = std::make_shared<bhttp::response_serializer<bhttp::string_body>>(*sp);
-      bhttp::async_write_header(stream_, *sr,
-                                [self = shared_from_this(), sp, sr, keep_alive](
-                                    beast::error_code ec, std::size_t) { self->on_write(ec, keep_alive); });
+      bhttp::async_write_header(
+          stream_, *sr,
+          [self = shared_from_this(), sp, sr, keep_alive](beast::error_code ec, std::size_t) {
+            self->on_write(ec, keep_alive);
+          });
     } else {
       bhttp::async_write(stream_, *sp, std::move(done));
     }
   }
 
   void on_write(beast::error_code ec, bool keep_alive) {
-    double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count();
+    double secs =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count();
     server_.metrics_.observe(label_, status_, secs);
     log(status_, label_, secs);
     req_ = {};
@@ -339,6 +394,7 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
   }
 
   void close() {
+    timer_.cancel();
     beast::error_code ec;
     stream_.socket().shutdown(tcp::socket::shutdown_send, ec);
     stream_.close();
@@ -346,6 +402,8 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
 
   Server& server_;
   beast::tcp_stream stream_;
+  asio::steady_timer timer_;
+  bool timed_out_ = false;
   beast::flat_buffer buffer_;
   std::optional<bhttp::request_parser<bhttp::string_body>> parser_;
   Request req_;
@@ -377,9 +435,7 @@ void Server::set_worker_threads(int n) {
   workers_ = std::make_unique<asio::thread_pool>(n);
 }
 
-Server::~Server() {
-  workers_->join();
-}
+Server::~Server() { workers_->join(); }
 
 void Server::listen() {
   beast::error_code ec;
@@ -453,7 +509,8 @@ void Server::wait_for_sessions() {
   }
   if (!any) return;  // nothing left: run() returns once the io_context runs dry
   if (std::chrono::steady_clock::now() >= stop_deadline_) {
-    std::cerr << "rongdian-server: requests still running after the grace period; stopping anyway\n";
+    std::cerr
+        << "rongdian-server: requests still running after the grace period; stopping anyway\n";
     ioc_.stop();
     return;
   }

@@ -200,6 +200,19 @@ bool PhotoFiles::remove(const std::string& key) {
   return true;
 }
 
+std::optional<std::string> PhotoFiles::problem() const {
+  // A probe file written and removed where the photos go.
+  const std::filesystem::path probe = dir_ / ".health-probe";
+  const int fd = ::open(probe.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  if (fd < 0) return "cannot write in " + dir_.string() + ": " + std::strerror(errno);
+  const bool written = ::write(fd, "ok", 2) == 2;
+  const int err = errno;
+  ::close(fd);
+  ::unlink(probe.c_str());
+  if (!written) return "cannot write in " + dir_.string() + ": " + std::strerror(err);
+  return std::nullopt;
+}
+
 std::optional<std::string> PhotoFiles::key_of_url(const std::string& url) const {
   std::string rest;
   if (!public_prefix_.empty() && url.rfind(public_prefix_, 0) == 0)

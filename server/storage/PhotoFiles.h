@@ -52,6 +52,7 @@ class PhotoFiles : public PhotoStore {
   Put put(const std::string& key, std::string_view bytes, std::string* error = nullptr);
   std::optional<std::string> read(const std::string& key) const override;
   bool remove(const std::string& key) override;
+  std::optional<std::string> problem() const override;
   std::optional<Ref> photo_of_url(const std::string& url) const override;
 
   const std::filesystem::path& dir() const { return dir_; }

@@ -25,6 +25,8 @@ class PhotoStore {
   virtual std::optional<std::string> read(const std::string& key) const = 0;
   // Deletes a photo of this server's storage; false when it was already gone.
   virtual bool remove(const std::string& key) = 0;
+  // Empty when photos can be stored; else what went wrong.
+  virtual std::optional<std::string> problem() const = 0;
 };
 
 }  // namespace rd::storage

@@ -645,6 +645,16 @@ void SqlStore::backfill_photo_keys(Conn& c) {
   }
 }
 
+std::optional<std::string> SqlStore::problem() {
+  try {
+    auto c = pool_.get();
+    if (c->query("SELECT 1", {}).empty()) return "the database gave no answer";
+    return std::nullopt;
+  } catch (const std::exception& e) {
+    return std::string(e.what());
+  }
+}
+
 }  // namespace rd::store::sql
 
 namespace rd::store {

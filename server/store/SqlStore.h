@@ -133,6 +133,7 @@ class SqlStore : public Store {
   void change_count(std::function<void(ChangeCount)> done) override;
   std::chrono::microseconds read_wait() override;
   void set_connections(int n) override { pool_.resize(n); }
+  std::optional<std::string> problem() override;
   void on_write(std::function<void(std::chrono::nanoseconds)> fn) override {
     on_write_ = std::move(fn);
   }

@@ -181,6 +181,10 @@ class Store {
   // the round trip, on the thread that made it (and must not block).
   virtual void change_count(std::function<void(ChangeCount)> done) = 0;
 
+  // --- health
+  // Empty when the database answers a trivial query; else what went wrong.
+  virtual std::optional<std::string> problem() = 0;
+
   // --- sizing
   // How long a read of the newest feed leaves the calling thread waiting on
   // the database: its time less the thread's own processor time, the median

@@ -37,6 +37,7 @@ struct FakePhotos : storage::PhotoStore {
     if (fail) throw std::runtime_error("disk on fire");
     return true;
   }
+  std::optional<std::string> problem() const override { return std::nullopt; }
 };
 
 class ApiServices : public ::testing::Test {

@@ -21,7 +21,7 @@ void pg_exec(const std::string& url, const std::string& sql) {
     throw std::runtime_error("test PostgreSQL server unreachable at " + url + ": " + msg);
   }
   PGresult* r = PQexec(c, sql.c_str());
-  bool ok = PQresultStatus(r) == PGRES_COMMAND_OK;
+  bool ok = PQresultStatus(r) == PGRES_COMMAND_OK || PQresultStatus(r) == PGRES_TUPLES_OK;
   std::string msg = PQresultErrorMessage(r);
   PQclear(r);
   PQfinish(c);

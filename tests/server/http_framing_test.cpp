@@ -1,0 +1,147 @@
+// How the server frames its answers to clients that do not follow HTTP to the
+// letter: "Expect: 100-continue", bodies that end early or are malformed,
+// stalled heads; and what /healthz says when a part of the server fails.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+
+#include "api_testing.h"
+
+namespace {
+
+// One raw connection to the server on loopback.
+class Raw {
+ public:
+  explicit Raw(unsigned short port) : fd_(::socket(AF_INET, SOCK_STREAM, 0)) {
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_port = htons(port);
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    connected_ = ::connect(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
+  }
+  ~Raw() { ::close(fd_); }
+  bool connected() const { return connected_; }
+  void send(const std::string& s) {
+    ASSERT_EQ(::send(fd_, s.data(), s.size(), MSG_NOSIGNAL), ssize_t(s.size()));
+  }
+  void end_sending() { ::shutdown(fd_, SHUT_WR); }
+  // What arrives until `until` is in it, the peer closes, or `ms` pass.
+  std::string read(const std::string& until = {}, int ms = 10000) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    while (std::chrono::steady_clock::now() < end) {
+      if (!until.empty() && got_.find(until) != std::string::npos) break;
+      pollfd p{fd_, POLLIN, 0};
+      if (::poll(&p, 1, 50) <= 0) continue;
+      char buf[4096];
+      const ssize_t n = ::recv(fd_, buf, sizeof buf, 0);
+      if (n <= 0) break;
+      got_.append(buf, size_t(n));
+    }
+    return got_;
+  }
+
+ private:
+  int fd_;
+  bool connected_ = false;
+  std::string got_;
+};
+
+const std::string kJsonHead =
+    "POST /api?cmd=rd_get_item HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n";
+
+TEST(HttpFraming, ContinueIsAnsweredBeforeTheBody) {
+  rdtest::ServerProcess s;
+  ASSERT_TRUE(s.ok()) << s.startup_output();
+  Raw c(s.port());
+  ASSERT_TRUE(c.connected());
+  const std::string body = R"({"cmd":"rd_get_item"})";
+  c.send(kJsonHead + "Expect: 100-continue\r\nContent-Length: " + std::to_string(body.size()) +
+         "\r\n\r\n");
+  EXPECT_EQ(c.read("\r\n\r\n", 3000).rfind("HTTP/1.1 100 Continue\r\n", 0), 0u);
+  c.send(body);
+  const std::string reply = c.read("}");
+  EXPECT_NE(reply.find("HTTP/1.1 200 OK"), std::string::npos) << reply;
+}
+
+TEST(HttpFraming, BrokenBodiesAndStalledHeadsGetAJsonErrorThenClose) {
+  rdtest::ServerProcess s({"--request-timeout", "1", "--idle-timeout", "1"});
+  ASSERT_TRUE(s.ok()) << s.startup_output();
+  const auto error_reply = [](const std::string& r, const char* status) {
+    return r.rfind(std::string("HTTP/1.1 ") + status, 0) == 0 &&
+           r.find("Connection: close") != std::string::npos &&
+           r.find(R"({"error":)") != std::string::npos;
+  };
+  {  // A body shorter than its Content-Length, then the client stops sending.
+    Raw c(s.port());
+    c.send(kJsonHead + "Content-Length: 100\r\n\r\n{\"cmd\":");
+    c.end_sending();
+    const std::string r = c.read();
+    EXPECT_TRUE(error_reply(r, "400")) << r;
+  }
+  {  // Malformed chunks.
+    Raw c(s.port());
+    c.send(kJsonHead + "Transfer-Encoding: chunked\r\n\r\nzz\r\n{}\r\n0\r\n\r\n");
+    const std::string r = c.read();
+    EXPECT_TRUE(error_reply(r, "400")) << r;
+  }
+  {  // A body that never comes in full.
+    Raw c(s.port());
+    c.send(kJsonHead + "Content-Length: 100\r\n\r\n{");
+    const std::string r = c.read();
+    EXPECT_TRUE(error_reply(r, "408")) << r;
+  }
+  {  // Half a head, then nothing.
+    Raw c(s.port());
+    c.send("POST /api?cmd=rd_get_item HTTP/1.1\r\nHost:");
+    const std::string r = c.read();
+    EXPECT_TRUE(error_reply(r, "408")) << r;
+  }
+  {  // An idle keep-alive connection closes without a word.
+    Raw c(s.port());
+    EXPECT_EQ(c.read(), "");
+  }
+}
+
+TEST(Health, SaysWhichPartFailed) {
+  rdtest::ServerProcess s;
+  ASSERT_TRUE(s.ok()) << s.startup_output();
+  auto health = rdtest::http_request(s.port(), "GET", "/healthz");
+  EXPECT_EQ(health.status, 200);
+  EXPECT_EQ(health.body, R"({"status":"ok"})");
+
+  // The photo folder gone (a lost mount): photos cannot be kept.
+  const auto photos = std::filesystem::path(s.data_dir()) / "photos";
+  std::filesystem::rename(photos, photos.string() + ".away");
+  health = rdtest::http_request(s.port(), "GET", "/healthz");
+  EXPECT_EQ(health.status, 503);
+  EXPECT_NE(health.body.find(R"("storage":)"), std::string::npos) << health.body;
+  EXPECT_EQ(health.body.find(R"("database":)"), std::string::npos) << health.body;
+  std::filesystem::rename(photos.string() + ".away", photos);
+  EXPECT_EQ(rdtest::http_request(s.port(), "GET", "/healthz").status, 200);
+}
+
+TEST(Health, ADatabaseThatDoesNotAnswerIsReported) {
+  rdtest::TestDatabase db("postgresql");
+  RD_REQUIRE_DATABASE(db);
+  rdtest::ServerProcess s({"--database", db.url()});
+  ASSERT_TRUE(s.ok()) << s.startup_output();
+  EXPECT_EQ(rdtest::http_request(s.port(), "GET", "/healthz").status, 200);
+  // No new connections to the database, and the server's cut off (the test
+  // database is dropped without connecting to it).
+  db.exec(
+      "UPDATE pg_database SET datallowconn = false WHERE datname = current_database();"
+      "SELECT pg_terminate_backend(pid) FROM pg_stat_activity "
+      "WHERE datname = current_database() AND pid <> pg_backend_pid()");
+  auto health = rdtest::http_request(s.port(), "GET", "/healthz");
+  EXPECT_EQ(health.status, 503);
+  EXPECT_NE(health.body.find(R"("database":)"), std::string::npos) << health.body;
+}
+
+}  // namespace

@@ -105,10 +105,18 @@ const std::vector<Option>& options() {
        "login and register attempts allowed per minute from one client address (0: no limit; "
        "default 30)",
        Kind::Int, nullptr, &Config::auth_rate_address},
-      {"auth-rate-mobile", "RONGDIAN_AUTH_RATE_MOBILE",
-       "login and register attempts allowed per minute for one mobile number (0: no limit; "
-       "default 10)",
-       Kind::Int, nullptr, &Config::auth_rate_mobile},
+      {"login-free-failures", "RONGDIAN_LOGIN_FREE_FAILURES",
+       "wrong passwords for one mobile number from one client address before each further "
+       "attempt must wait (default 5)",
+       Kind::Int, nullptr, &Config::login_free_failures},
+      {"login-delay-ms", "RONGDIAN_LOGIN_DELAY_MS",
+       "the first such wait in milliseconds; it doubles with every further wrong password, up "
+       "to 15 minutes (default 1000)",
+       Kind::Int, nullptr, &Config::login_delay_ms},
+      {"trusted-proxy", "RONGDIAN_TRUSTED_PROXY",
+       "comma-separated networks (CIDR) of proxies in front of this server: from them the "
+       "client's address is read from X-Forwarded-For; from anyone else it is the peer's",
+       Kind::Text, &Config::trusted_proxies},
   };
   return table;
 }

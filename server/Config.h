@@ -23,7 +23,9 @@ struct Config {
   bool quiet = false;          // no per-request log lines
   bool hide_disabled = false;  // leave photos marked not enabled out of the lists
   int auth_rate_address = 30;  // login/register attempts per minute per client address; 0: no limit
-  int auth_rate_mobile = 10;   // login/register attempts per minute per mobile number; 0: no limit
+  int login_free_failures = 5;   // wrong passwords per mobile and address before waits begin
+  int login_delay_ms = 1000;     // the first wait; it doubles with each further wrong password
+  std::string trusted_proxies;   // CIDRs whose X-Forwarded-For names the client
   int storage_fail_primary = 0;  // testing: /upload answers this status (0: off)
   int push_pending_limit = 50;   // pushes kept per offline device (the newest)
   int idle_timeout = 30;         // seconds a keep-alive connection may wait for its next request

@@ -25,6 +25,11 @@ int main(int argc, char** argv) {
     opts.port = cfg.port();
     opts.worker_threads = cfg.threads;
     opts.log_requests = !cfg.quiet;
+    try {
+      opts.trusted_proxies = http::parse_networks(cfg.trusted_proxies);
+    } catch (const std::invalid_argument& e) {
+      throw std::runtime_error(std::string("--trusted-proxy: ") + e.what());
+    }
     opts.idle_timeout = std::chrono::seconds(std::max(1, cfg.idle_timeout));
     opts.request_timeout = std::chrono::seconds(std::max(1, cfg.request_timeout));
     http::Server srv(opts, router, metrics);

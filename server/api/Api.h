@@ -51,6 +51,32 @@ class RateLimiter {
   std::chrono::steady_clock::time_point last_sweep_{};
 };
 
+// Wrong passwords per key (a mobile number from one client address): the
+// first `free_failures` are answered at once; after them each attempt waits a
+// delay that doubles with every further failure (from `delay`, at most 15
+// minutes). A right password clears the key. Thread-safe.
+class LoginThrottle {
+ public:
+  using Clock = std::chrono::steady_clock;
+  LoginThrottle(int free_failures, std::chrono::milliseconds delay)
+      : free_(free_failures), delay_(delay) {}
+  // Zero when an attempt may go ahead now; else how long until one may.
+  std::chrono::milliseconds wait(const std::string& key, Clock::time_point now = Clock::now());
+  void failed(const std::string& key, Clock::time_point now = Clock::now());
+  void succeeded(const std::string& key);
+
+ private:
+  struct Entry {
+    int failures = 0;
+    Clock::time_point next;  // no attempt before
+  };
+  int free_;
+  std::chrono::milliseconds delay_;
+  std::mutex mu_;
+  std::unordered_map<std::string, Entry> entries_;
+  Clock::time_point last_sweep_{};
+};
+
 // Argon2id hashes in libsodium's self-describing text form.
 std::string hash_password(const std::string& password);
 bool verify_password(const std::string& hash, const std::string& password);

@@ -81,6 +81,35 @@ bool RateLimiter::allow(const std::string& key, std::chrono::steady_clock::time_
   return true;
 }
 
+std::chrono::milliseconds LoginThrottle::wait(const std::string& key, Clock::time_point now) {
+  std::lock_guard lock(mu_);
+  auto it = entries_.find(key);
+  if (it == entries_.end() || it->second.next <= now) return std::chrono::milliseconds(0);
+  return std::chrono::ceil<std::chrono::milliseconds>(it->second.next - now);
+}
+
+void LoginThrottle::failed(const std::string& key, Clock::time_point now) {
+  constexpr auto kLongest = std::chrono::minutes(15);
+  std::lock_guard lock(mu_);
+  // Keys whose last delay ran out long ago are forgotten now and then.
+  if (now - last_sweep_ > kLongest) {
+    std::erase_if(entries_, [&](const auto& kv) { return now - kv.second.next > kLongest; });
+    last_sweep_ = now;
+  }
+  Entry& e = entries_[key];
+  ++e.failures;
+  const int over = e.failures - free_ + 1;  // 1 at the last free one: the next one waits
+  if (over <= 0) return;
+  auto delay = std::chrono::duration_cast<std::chrono::milliseconds>(kLongest);
+  if (over < 30) delay = std::min(delay, delay_ * (std::int64_t{1} << (over - 1)));
+  e.next = now + delay;
+}
+
+void LoginThrottle::succeeded(const std::string& key) {
+  std::lock_guard lock(mu_);
+  entries_.erase(key);
+}
+
 std::string hash_password(const std::string& password) {
   init_sodium();
   char out[crypto_pwhash_STRBYTES];

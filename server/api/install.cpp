@@ -194,7 +194,7 @@ class Api {
         photos_(*s.photos),
         scorer_(s.config.trust_claimed_scores ? nullptr : s.scorer),
         by_address_(s.config.auth_rate_address),
-        by_mobile_(s.config.auth_rate_mobile) {}
+        logins_(s.config.login_free_failures, std::chrono::milliseconds(s.config.login_delay_ms)) {}
 
   http::Response handle(const http::Request& req, http::Context& ctx) {
     std::string cmd;
@@ -468,10 +468,15 @@ class Api {
     return json::object{{"comments", std::move(out)}};
   }
 
+  // Attempts per client address per minute, and, for a mobile number tried
+  // from one address, growing waits after wrong passwords: a guesser is
+  // slowed down without locking the owner out on his own phone.
   void rate_limit(const std::string& mobile, const http::Context& ctx) {
-    bool ok = by_address_.allow(ctx.remote_address);
-    ok = by_mobile_.allow(mobile) && ok;
-    if (!ok) fail("rate_limited", "尝试次数过多，请稍后再试");
+    if (!by_address_.allow(ctx.remote_address) || logins_.wait(login_key(mobile, ctx)).count() > 0)
+      fail("rate_limited", "尝试次数过多，请稍后再试");
+  }
+  static std::string login_key(const std::string& mobile, const http::Context& ctx) {
+    return mobile + " " + ctx.remote_address;
   }
 
   std::string checked_mobile(const Body& b) {
@@ -520,6 +525,7 @@ class Api {
       // As slow as a real check, so timing does not tell which numbers exist.
       static const std::string dummy = hash_password("rongdian-no-such-account");
       verify_password(dummy, password);
+      logins_.failed(login_key(mobile, ctx));
       fail("wrong_password", "手机号或密码错误");
     }
     if (reset && u->needs_new_password) {
@@ -527,8 +533,10 @@ class Api {
       u = store_.user_by_id(u->id);
       if (!u) fail("unknown_user", "用户不存在");
     } else if (!verify_password(u->password_hash, password)) {
+      logins_.failed(login_key(mobile, ctx));
       fail("wrong_password", "手机号或密码错误");
     }
+    logins_.succeeded(login_key(mobile, ctx));
     remember_device(b, u->id);
     return user_json(*u);
   }
@@ -540,7 +548,7 @@ class Api {
   storage::PhotoStore& photos_;
   std::shared_ptr<detect::PhotoScorer> scorer_;  // null: scores are taken as claimed
   RateLimiter by_address_;
-  RateLimiter by_mobile_;
+  LoginThrottle logins_;
   ReplyCache replies_;
 };
 

@@ -3,11 +3,10 @@
 // metrics and one log line per request, and a graceful stop.
 #pragma once
 
+#include <atomic>
 #include <boost/asio.hpp>
 #include <boost/beast.hpp>
 #include <boost/json.hpp>
-
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <map>
@@ -31,10 +30,10 @@ using Response = bhttp::response<bhttp::string_body>;
 
 // What a handler learns about the request besides the message itself.
 struct Context {
-  std::string remote_address;                 // peer IP as text
-  std::string path;                           // target without the query, percent-decoded
+  std::string remote_address;                     // peer IP as text
+  std::string path;                               // target without the query, percent-decoded
   std::multimap<std::string, std::string> query;  // decoded query parameters
-  std::string label;                          // metrics label (route label, or e.g. the api command)
+  std::string label;  // metrics label (route label, or e.g. the api command)
 
   // First value of a query parameter, or nullptr.
   const std::string* param(const std::string& name) const;
@@ -59,7 +58,7 @@ using UpgradeHandler = std::function<void(beast::tcp_stream, Request)>;
 
 struct Route {
   bhttp::verb method = bhttp::verb::unknown;  // unknown: any method
-  std::string path;                            // exact path, or prefix when `prefix`
+  std::string path;                           // exact path, or prefix when `prefix`
   bool prefix = false;
   std::size_t body_limit = 64 * 1024;
   std::string label;
@@ -81,7 +80,8 @@ class Router {
 
   // The route for a method and path; nullptr when none. `path_known` tells
   // whether some route has that path with another method (405 rather than 404).
-  const Route* find(bhttp::verb method, const std::string& path, bool upgrade, bool& path_known) const;
+  const Route* find(bhttp::verb method, const std::string& path, bool upgrade,
+                    bool& path_known) const;
 
  private:
   std::vector<Route> routes_;
@@ -89,14 +89,26 @@ class Router {
 
 struct ServerOptions {
   std::string host = "127.0.0.1";
-  unsigned short port = 8080;   // 0 picks a free port; see Server::port()
+  unsigned short port = 8080;  // 0 picks a free port; see Server::port()
   int io_threads = 1;
-  int worker_threads = 0;        // 0: one per core
+  int worker_threads = 0;  // 0: one per core
   std::chrono::seconds idle_timeout{30};
   std::chrono::seconds request_timeout{30};
   std::chrono::seconds stop_grace{10};
   bool log_requests = true;
+  // Peers whose X-Forwarded-For names the client (a proxy in front of this
+  // server); the client address of anyone else is the peer's own.
+  std::vector<asio::ip::network_v6> trusted_proxies;
 };
+
+// "10.0.0.0/8,::1/128,127.0.0.1" (one address is its own /32 or /128) as
+// networks in IPv6 form (IPv4 ones mapped); throws std::invalid_argument
+// naming a bad entry.
+std::vector<asio::ip::network_v6> parse_networks(const std::string& list);
+// The client's address: the peer's, or, when the peer is a trusted proxy, the
+// last address in X-Forwarded-For that is not itself a trusted proxy.
+std::string client_address(const asio::ip::address& peer, std::string_view forwarded_for,
+                           const std::vector<asio::ip::network_v6>& trusted);
 
 class Server {
  public:

@@ -351,23 +351,48 @@ INSTANTIATE_TEST_SUITE_P(Engines, Api, ::testing::Values("sqlite", "postgresql")
 
 // Server-wide settings; one engine is enough for these.
 
-TEST(ApiSettings, LoginAndRegisterAreRateLimited) {
-  ApiServer s("sqlite", {"--auth-rate-mobile", "3", "--auth-rate-address", "6"});
+TEST(ApiSettings, WrongPasswordsSlowTheGuesserNotTheOwner) {
+  // Behind a proxy on loopback: the client is whom X-Forwarded-For names.
+  ApiServer s("sqlite", {"--login-free-failures", "3", "--login-delay-ms", "4000",
+                         "--auth-rate-address", "8", "--trusted-proxy", "127.0.0.1/32"});
   RD_REQUIRE_SERVER(s);
-  auto login = [&](const std::string& mobile) {
-    return s.call("rd_login_user", {{"mobile", mobile}, {"password", "guess"}});
+  s.register_user("13800138080", "right");
+  auto login = [&](const std::string& mobile, const std::string& password,
+                   const std::string& client) {
+    return rdtest::parse_reply(rdtest::http_request(
+        s.process().port(), "POST", "/api?cmd=rd_login_user",
+        json::serialize(
+            json::object{{"cmd", "rd_login_user"}, {"mobile", mobile}, {"password", password}}),
+        {{"X-Forwarded-For", "198.51.100.1, " + client}}));
   };
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(login("13800138080").error(), "wrong_password");
-  auto blocked = login("13800138080");
+  const std::string guesser = "203.0.113.9", owner = "192.0.2.4";
+  for (int i = 0; i < 3; ++i)
+    EXPECT_EQ(login("13800138080", "guess", guesser).error(), "wrong_password");
+  auto blocked = login("13800138080", "right", guesser);  // even the right one must wait
   EXPECT_EQ(blocked.error(), "rate_limited");
   EXPECT_FALSE(blocked.text("message").empty());
-  EXPECT_EQ(login("13800138081").error(), "wrong_password");  // another number still may
-  EXPECT_EQ(login("13800138082").error(), "wrong_password");
-  EXPECT_EQ(login("13800138083").error(), "rate_limited");  // but not from this address
-  EXPECT_EQ(s.call("rd_register_user",
-                   {{"mobile", "13800138084"}, {"password", "p"}, {"nickname", "新人"}})
-                .error(),
-            "rate_limited");
+  // The owner on his own phone is not locked out, and other numbers are free.
+  EXPECT_FALSE(login("13800138080", "right", owner).is_error());
+  EXPECT_EQ(login("13800138081", "guess", guesser).error(), "wrong_password");
+  // Every address has its cap of attempts a minute: the guesser's ninth is refused.
+  EXPECT_EQ(login("13800138082", "guess", guesser).error(), "wrong_password");
+  EXPECT_EQ(login("13800138083", "guess", guesser).error(), "wrong_password");
+  EXPECT_EQ(login("13800138084", "guess", guesser).error(), "wrong_password");
+  EXPECT_EQ(login("13800138085", "guess", guesser).error(), "rate_limited");
+}
+
+TEST(ApiSettings, ForwardedForCountsOnlyFromTrustedProxies) {
+  ApiServer s("sqlite", {"--login-free-failures", "1", "--login-delay-ms", "4000"});
+  RD_REQUIRE_SERVER(s);
+  auto login = [&](const std::string& forwarded) {
+    return rdtest::parse_reply(
+        rdtest::http_request(s.process().port(), "POST", "/api?cmd=rd_login_user",
+                             R"({"cmd":"rd_login_user","mobile":"13800138090","password":"guess"})",
+                             {{"X-Forwarded-For", forwarded}}));
+  };
+  EXPECT_EQ(login("203.0.113.1").error(), "wrong_password");
+  // A made-up header from a client that is no proxy changes nothing.
+  EXPECT_EQ(login("203.0.113.2").error(), "rate_limited");
 }
 
 TEST(ApiSettings, HiddenPhotosAndTimeZone) {

@@ -54,8 +54,8 @@ class Proxy {
     std::ofstream(dir_.path() + "/nginx.conf") << conf;
     pid_ = fork();
     if (pid_ == 0) {
-      std::string globals = "daemon off; pid " + dir_.path() + "/nginx.pid; error_log " +
-                            dir_.path() + "/error.log;";
+      std::string globals =
+          "daemon off; pid " + dir_.path() + "/nginx.pid; error_log " + dir_.path() + "/error.log;";
       execl("/usr/sbin/nginx", "nginx", "-p", dir_.path().c_str(), "-c",
             (dir_.path() + "/nginx.conf").c_str(), "-g", globals.c_str(), nullptr);
       _exit(127);
@@ -109,18 +109,19 @@ TEST(ScaleOut, TwoInstancesBehindTheProxyServeOneSystem) {
   TempDir shared;
   const unsigned short proxy_port = free_port();
   const std::string public_url = "http://127.0.0.1:" + std::to_string(proxy_port);
-  ApiServer a(db.url(), shared.path(), {"--public-url", public_url});
-  ApiServer b(db.url(), shared.path(), {"--public-url", public_url});
+  ApiServer a(db.url(), shared.path(),
+              {"--public-url", public_url, "--trusted-proxy", "127.0.0.1/32"});
+  ApiServer b(db.url(), shared.path(),
+              {"--public-url", public_url, "--trusted-proxy", "127.0.0.1/32"});
   ASSERT_TRUE(a.process().ok()) << a.process().startup_output();
   ASSERT_TRUE(b.process().ok()) << b.process().startup_output();
   Proxy proxy(proxy_port, {a.process().port(), b.process().port()});
   ASSERT_EQ(http_request(proxy_port, "GET", "/healthz").status, 200) << proxy.error_log();
 
   // A user registered through the proxy exists for both instances.
-  auto reg = proxy.call("rd_register_user", {{"mobile", "13700000001"},
-                                             {"password", "pw1"},
-                                             {"nickname", "阿甲"},
-                                             {"device", "ios"}});
+  auto reg = proxy.call(
+      "rd_register_user",
+      {{"mobile", "13700000001"}, {"password", "pw1"}, {"nickname", "阿甲"}, {"device", "ios"}});
   ASSERT_FALSE(reg.is_error()) << json::serialize(reg.body);
   const std::string id = reg.text("id");
   for (ApiServer* s : {&a, &b}) {

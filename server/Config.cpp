@@ -94,6 +94,14 @@ const std::vector<Option>& options() {
       {"push-pending-limit", "RONGDIAN_PUSH_PENDING_LIMIT",
        "pushes kept per offline device, the newest (default 50)", Kind::Int, nullptr,
        &Config::push_pending_limit},
+      {"cpu-threads", "RONGDIAN_CPU_THREADS",
+       "threads for processor-bound requests (logins, sign-ups, detection, publishing, uploads), "
+       "apart from the workers that answer everything else (default: one per core)",
+       Kind::Int, nullptr, &Config::cpu_threads},
+      {"cpu-queue", "RONGDIAN_CPU_QUEUE",
+       "such requests waiting or running at most; more get 503 at once (default: 16 per CPU "
+       "thread)",
+       Kind::Int, nullptr, &Config::cpu_queue},
       {"idle-timeout", "RONGDIAN_IDLE_TIMEOUT",
        "seconds a kept-alive connection may wait for its next request (default 30)", Kind::Int,
        nullptr, &Config::idle_timeout},

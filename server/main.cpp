@@ -30,6 +30,8 @@ int main(int argc, char** argv) {
     } catch (const std::invalid_argument& e) {
       throw std::runtime_error(std::string("--trusted-proxy: ") + e.what());
     }
+    opts.cpu_threads = cfg.cpu_threads;
+    opts.cpu_queue = cfg.cpu_queue;
     opts.idle_timeout = std::chrono::seconds(std::max(1, cfg.idle_timeout));
     opts.request_timeout = std::chrono::seconds(std::max(1, cfg.request_timeout));
     http::Server srv(opts, router, metrics);

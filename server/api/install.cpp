@@ -566,6 +566,14 @@ void install(Services& s) {
       http::bhttp::verb::post, "/api",
       [api](const http::Request& req, http::Context& ctx) { return api->handle(req, ctx); }, "api",
       kBodyLimit);
+  // Sign-ups and logins hash passwords, publishing decodes and scores the
+  // photo; a request that names its command only in the body counts as such.
+  s.router.set_heavy(http::bhttp::verb::post, "/api",
+                     [](const http::Request&, const http::Context& ctx) {
+                       const std::string* cmd = ctx.param("cmd");
+                       return !cmd || *cmd == "rd_login_user" || *cmd == "rd_register_user" ||
+                              *cmd == "rd_add_item";
+                     });
   s.router.add_quick(
       http::bhttp::verb::post, "/api",
       [api](const http::Request& req, http::Context& ctx, std::shared_ptr<http::Answer> answer) {

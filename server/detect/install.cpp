@@ -27,6 +27,7 @@ void install(server::Services& s) {
       http::bhttp::verb::post, "/v2/detection/detect",
       [service](const http::Request& req, http::Context& ctx) { return service->handle(req, ctx); },
       "detect", request_body_limit());
+  s.router.set_heavy(http::bhttp::verb::post, "/v2/detection/detect");
 }
 
 }  // namespace rd::detect

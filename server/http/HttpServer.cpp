@@ -109,6 +109,16 @@ void Router::add_quick(bhttp::verb method, const std::string& path, QuickHandler
   throw std::logic_error("no route " + path + " for a quick handler");
 }
 
+void Router::set_heavy(bhttp::verb method, const std::string& path,
+                       std::function<bool(const Request&, const Context&)> heavy) {
+  for (Route& r : routes_)
+    if (r.method == method && r.path == path && r.handler) {
+      r.heavy = heavy ? std::move(heavy) : [](const Request&, const Context&) { return true; };
+      return;
+    }
+  throw std::logic_error("no route " + path + " to mark heavy");
+}
+
 void Router::add_upgrade(std::string path, UpgradeHandler h, std::string label) {
   Route r;
   r.method = bhttp::verb::get;
@@ -400,6 +410,7 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
   };
 
   void run_handler() {
+    if (route_->heavy && route_->heavy(req_, ctx_)) return run_heavy();
     // Run the handler on the worker pool, then come back to write.
     asio::post(server_.workers(), [self = shared_from_this()] {
       Response res;
@@ -411,6 +422,31 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
         res = json_response(self->req_, bhttp::status::internal_server_error,
                             boost::json::object{{"error", "internal error"}});
       }
+      self->answer(std::move(res));
+    });
+  }
+
+  // On the CPU pool, when it has room; else a 503 at once.
+  void run_heavy() {
+    if (server_.cpu_pending_.fetch_add(1) >= server_.cpu_limit_) {
+      --server_.cpu_pending_;
+      auto res = json_response(
+          req_, bhttp::status::service_unavailable,
+          boost::json::object{{"error", "busy"}, {"message", "服务器繁忙，请稍后再试"}});
+      res.set(bhttp::field::retry_after, "1");
+      return answer(std::move(res));
+    }
+    asio::post(server_.cpu(), [self = shared_from_this()] {
+      Response res;
+      try {
+        res = self->route_->handler(self->req_, self->ctx_);
+      } catch (const std::exception& e) {
+        std::cerr << "rongdian-server: handler for " << self->ctx_.path << " failed: " << e.what()
+                  << "\n";
+        res = json_response(self->req_, bhttp::status::internal_server_error,
+                            boost::json::object{{"error", "internal error"}});
+      }
+      --self->server_.cpu_pending_;
       self->answer(std::move(res));
     });
   }
@@ -504,6 +540,10 @@ Server::Server(ServerOptions opts, const Router& router, Metrics& metrics)
       signals_(ioc_),
       grace_timer_(ioc_) {
   set_worker_threads(opts_.worker_threads);
+  const int cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+  const int cpu_threads = opts_.cpu_threads > 0 ? opts_.cpu_threads : cores;
+  cpu_ = std::make_unique<asio::thread_pool>(cpu_threads);
+  cpu_limit_ = opts_.cpu_queue > 0 ? opts_.cpu_queue : 16 * cpu_threads;
 }
 
 void Server::set_worker_threads(int n) {
@@ -512,7 +552,10 @@ void Server::set_worker_threads(int n) {
   workers_ = std::make_unique<asio::thread_pool>(n);
 }
 
-Server::~Server() { workers_->join(); }
+Server::~Server() {
+  cpu_->join();
+  workers_->join();
+}
 
 void Server::listen() {
   beast::error_code ec;
@@ -606,6 +649,7 @@ void Server::run() {
   for (int i = 1; i < opts_.io_threads; ++i) extra.emplace_back([this] { ioc_.run(); });
   ioc_.run();
   for (auto& t : extra) t.join();
+  cpu_->join();
   workers_->join();
 }
 

@@ -65,6 +65,10 @@ struct Route {
   Handler handler;
   QuickHandler quick;
   UpgradeHandler upgrade;
+  // True for requests whose handler is processor-bound (password hashing,
+  // detection, image decoding): they run on the server's bounded CPU pool,
+  // away from the workers that answer everything else.
+  std::function<bool(const Request&, const Context&)> heavy;
 };
 
 class Router {
@@ -75,6 +79,10 @@ class Router {
                   std::size_t body_limit = 64 * 1024);
   // Gives the route added for `method` and `path` a quick handler.
   void add_quick(bhttp::verb method, const std::string& path, QuickHandler q);
+  // Marks requests of the route added for `method` and `path` as heavy (see
+  // Route::heavy); an empty predicate marks them all.
+  void set_heavy(bhttp::verb method, const std::string& path,
+                 std::function<bool(const Request&, const Context&)> heavy = {});
   // A GET with "Upgrade: websocket" on `path` is handed to `h`.
   void add_upgrade(std::string path, UpgradeHandler h, std::string label = {});
 
@@ -95,6 +103,8 @@ struct ServerOptions {
   std::chrono::seconds idle_timeout{30};
   std::chrono::seconds request_timeout{30};
   std::chrono::seconds stop_grace{10};
+  int cpu_threads = 0;  // threads of the CPU pool; 0: one per core
+  int cpu_queue = 0;    // heavy requests waiting or running at most; 0: 16 per CPU thread
   bool log_requests = true;
   // Peers whose X-Forwarded-For names the client (a proxy in front of this
   // server); the client address of anyone else is the peer's own.
@@ -129,6 +139,7 @@ class Server {
 
   asio::io_context& io() { return ioc_; }
   asio::thread_pool& workers() { return *workers_; }
+  asio::thread_pool& cpu() { return *cpu_; }
   // A worker pool of `n` threads (0: one per core) in place of the first;
   // only before anything took workers() and before run().
   void set_worker_threads(int n);
@@ -143,6 +154,9 @@ class Server {
   Metrics& metrics_;
   asio::io_context ioc_;
   std::unique_ptr<asio::thread_pool> workers_;
+  std::unique_ptr<asio::thread_pool> cpu_;
+  int cpu_limit_ = 0;
+  std::atomic<int> cpu_pending_{0};
   tcp::acceptor acceptor_;
   asio::signal_set signals_;
   asio::steady_timer grace_timer_;

@@ -185,6 +185,9 @@ void install(server::Services& s) {
       bhttp::verb::post, "/upload-backup",
       [uploads](const http::Request& req, http::Context&) { return uploads->handle(req); },
       "upload-backup", body_limit);
+  // Uploads are decoded whole before they are kept.
+  s.router.set_heavy(bhttp::verb::post, "/upload");
+  s.router.set_heavy(bhttp::verb::post, "/upload-backup");
   s.router.add_prefix(
       bhttp::verb::get, "/files/",
       [files](const http::Request& req, http::Context& ctx) { return download(*files, req, ctx); },

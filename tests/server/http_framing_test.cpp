@@ -1,6 +1,7 @@
-// How the server frames its answers to clients that do not follow HTTP to the
-// letter: "Expect: 100-continue", bodies that end early or are malformed,
-// stalled heads; and what /healthz says when a part of the server fails.
+// How the server answers clients that do not follow HTTP to the letter
+// ("Expect: 100-continue", bodies that end early or are malformed, stalled
+// heads) and floods of processor-bound requests, and what /healthz says when a
+// part of the server fails.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -8,9 +9,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "api_testing.h"
 
@@ -107,6 +111,32 @@ TEST(HttpFraming, BrokenBodiesAndStalledHeadsGetAJsonErrorThenClose) {
     Raw c(s.port());
     EXPECT_EQ(c.read(), "");
   }
+}
+
+TEST(Busy, AFloodOfLoginsIsBoundedAndLeavesTheRestAnswering) {
+  rdtest::ServerProcess s({"--cpu-threads", "1", "--cpu-queue", "2"});
+  ASSERT_TRUE(s.ok()) << s.startup_output();
+  constexpr int kLogins = 8;
+  std::atomic<int> done{0}, busy{0};
+  std::vector<std::thread> clients;
+  for (int i = 0; i < kLogins; ++i)
+    clients.emplace_back([&, i] {
+      const auto r = rdtest::http_request(s.port(), "POST", "/api?cmd=rd_login_user",
+                                          R"({"cmd":"rd_login_user","mobile":"1380013810)" +
+                                              std::to_string(i) + R"(","password":"guess"})");
+      if (r.status == 503 && r.body.find(R"("message")") != std::string::npos) ++busy;
+      ++done;
+    });
+  // While the passwords are hashed, the health check is answered by the
+  // workers (before the last login comes back).
+  while (done == 0 && busy == 0) std::this_thread::yield();
+  const auto health = rdtest::http_request(s.port(), "GET", "/healthz");
+  const int done_by_then = done;
+  for (auto& t : clients) t.join();
+  EXPECT_EQ(health.status, 200);
+  EXPECT_LT(done_by_then, kLogins);
+  EXPECT_GE(busy, 1);            // more than the queue holds: refused at once
+  EXPECT_LE(busy, kLogins - 1);  // the first one runs
 }
 
 TEST(Health, SaysWhichPartFailed) {

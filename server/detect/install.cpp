@@ -8,11 +8,23 @@
 
 namespace rd::detect {
 
+namespace {
+constexpr int kMaxSide = 2048;
+constexpr long long kMaxPixels = 2048LL * 2048;
+}  // namespace
+
 void install(server::Services& s) {
   std::shared_ptr<const engine::FaceEngine> eng;
   std::string why;
   try {
-    eng = std::make_shared<engine::FaceEngine>(s.config.models_dir);
+    // The app sends 200x250 photos; 2048 pixels a side is far more than any
+    // client needs and bounds a decode to 12 MiB (a small PNG can claim
+    // 6000x6000 and take 200 MiB). Decodes run on the CPU pool, so at most
+    // --cpu-threads of them at once.
+    engine::EngineOptions options;
+    options.limits.max_side = kMaxSide;
+    options.limits.max_pixels = kMaxPixels;
+    eng = std::make_shared<engine::FaceEngine>(s.config.models_dir, options);
     std::cerr << "rongdian-server: face models from " << s.config.models_dir << "\n";
   } catch (const std::exception& e) {
     why = e.what();

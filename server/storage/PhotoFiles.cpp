@@ -94,6 +94,11 @@ std::optional<PhotoInfo> probe_photo(std::string_view bytes) {
 }
 
 bool photo_decodes(std::string_view bytes) {
+  // Whole files only: the format's end marker must be the last bytes (a cut
+  // off JPEG still decodes, its missing rows grey; nothing may trail it).
+  static constexpr std::string_view kPngEnd("\0\0\0\0IEND\xAE\x42\x60\x82", 12);
+  const bool png = bytes.size() > 8 && bytes.substr(1, 3) == "PNG";
+  if (png ? !bytes.ends_with(kPngEnd) : !bytes.ends_with("\xFF\xD9")) return false;
   try {
     cv::Mat buf(1, static_cast<int>(bytes.size()), CV_8U, const_cast<char*>(bytes.data()));
     // A reduced decode reads every byte of the entropy-coded data at a fraction of the cost.

@@ -13,8 +13,10 @@
 namespace rd::storage {
 
 inline constexpr std::size_t kMaxPhotoBytes = 8 * 1024 * 1024;
-inline constexpr std::uint32_t kMaxPhotoSide = 10000;
-inline constexpr std::uint64_t kMaxPhotoPixels = 30'000'000;
+// The app uploads 200x250 photos; the ceiling leaves room for other clients
+// and bounds a decode to a few MiB.
+inline constexpr std::uint32_t kMaxPhotoSide = 2048;
+inline constexpr std::uint64_t kMaxPhotoPixels = 2048ULL * 2048;
 
 struct PhotoInfo {
   std::string mime;  // "image/jpeg" or "image/png"

@@ -94,6 +94,13 @@ const std::vector<Option>& options() {
       {"push-pending-limit", "RONGDIAN_PUSH_PENDING_LIMIT",
        "pushes kept per offline device, the newest (default 50)", Kind::Int, nullptr,
        &Config::push_pending_limit},
+      {"feedback-rate", "RONGDIAN_FEEDBACK_RATE",
+       "feedback posts allowed per minute from one client address (0: no limit; default 5)",
+       Kind::Int, nullptr, &Config::feedback_rate},
+      {"feedback-quota-mb", "RONGDIAN_FEEDBACK_QUOTA_MB",
+       "MiB of voice notes kept at most; past it a note is refused and its text may still be "
+       "sent (0: no limit; default 1024)",
+       Kind::Int, nullptr, &Config::feedback_quota_mb},
       {"cpu-threads", "RONGDIAN_CPU_THREADS",
        "threads for processor-bound requests (logins, sign-ups, detection, publishing, uploads), "
        "apart from the workers that answer everything else (default: one per core)",

@@ -4,6 +4,8 @@
 // an error carries "error" (a short code) and "message" (a text for the
 // user) with a 4xx status. The voice note is on disk before its row is
 // written, and removed again when the row cannot be written.
+#include <atomic>
+#include <filesystem>
 #include <iostream>
 
 #include "Services.h"
@@ -66,7 +68,16 @@ std::string optional_field(const http::MultipartResult& form, const char* name, 
 
 class FeedbackRoute {
  public:
-  explicit FeedbackRoute(server::Services& s) : s_(s) {}
+  explicit FeedbackRoute(server::Services& s)
+      : s_(s),
+        by_address_(s.config.feedback_rate),
+        quota_(std::int64_t{s.config.feedback_quota_mb} * 1024 * 1024) {
+    // What the kept voice notes take already.
+    std::error_code ec;
+    if (s_.voice_notes)
+      for (const auto& e : std::filesystem::directory_iterator(s_.voice_notes->dir(), ec))
+        if (e.is_regular_file(ec)) used_ += static_cast<std::int64_t>(e.file_size(ec));
+  }
 
   http::Response handle(const http::Request& req, http::Context& ctx) {
     try {
@@ -86,6 +97,8 @@ class FeedbackRoute {
 
  private:
   std::int64_t accept(const http::Request& req, const http::Context& ctx) {
+    if (!by_address_.allow(ctx.remote_address))
+      reject(429, "rate_limited", "反馈太频繁了，请稍后再试");
     auto boundary = http::multipart_boundary(req[bhttp::field::content_type]);
     if (!boundary) reject(400, "bad_form", "请求格式有误（需要 multipart/form-data）");
     auto form = http::parse_multipart(req.body(), *boundary);
@@ -119,9 +132,19 @@ class FeedbackRoute {
 
     if (audio) {
       if (!s_.voice_notes) throw std::runtime_error("no voice note storage");
+      // The voice notes' room on disk is reserved before writing, and given
+      // back when nothing was kept.
+      const auto size = static_cast<std::int64_t>(voice->data.size());
+      if (quota_ > 0 && used_.fetch_add(size) + size > quota_) {
+        used_ -= size;
+        reject(507, "storage_full", "语音留言太多了，请只写文字或稍后再试");
+      }
       std::string why;
       auto key = s_.voice_notes->put(voice->data, *audio, &why);
-      if (!key) throw std::runtime_error("storing a voice note: " + why);
+      if (!key) {
+        used_ -= size;
+        throw std::runtime_error("storing a voice note: " + why);
+      }
       f.voice_key = *key;
       f.voice_mime = audio->mime;
       f.voice_bytes = static_cast<std::int64_t>(voice->data.size());
@@ -129,6 +152,7 @@ class FeedbackRoute {
         return s_.store->add_feedback(f).id;
       } catch (...) {
         s_.voice_notes->remove(*key);  // no row, so no file either
+        used_ -= size;
         throw;
       }
     }
@@ -136,6 +160,9 @@ class FeedbackRoute {
   }
 
   server::Services& s_;
+  RateLimiter by_address_;
+  const std::int64_t quota_;  // bytes of voice notes at most; 0: no limit
+  std::atomic<std::int64_t> used_{0};
 };
 
 }  // namespace

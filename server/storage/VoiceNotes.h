@@ -23,7 +23,10 @@ struct AudioInfo {
 // Recognises the containers a phone or the app's recorder writes (MP4/M4A,
 // 3GP, Ogg, WebM/Matroska, WAV, FLAC, AMR, MP3, AAC/ADTS) from their first
 // bytes; nullopt for anything else. MP4 files whose major brand names a
-// film or picture format (qt, M4V, avc1, heic, ...) are not taken.
+// film or picture format (qt, M4V, avc1, heic, ...) are not taken. MP4, WAV
+// and Ogg files are walked to their end: their boxes, chunks or pages must
+// follow each other exactly (an MP4 with its movie box, a WAV with its format
+// and data), so a header glued to anything else is refused.
 std::optional<AudioInfo> probe_audio(std::string_view bytes);
 
 class VoiceNotes {

@@ -32,13 +32,26 @@ std::string wav_note(std::size_t samples = 8000) {
   return "RIFF" + le32(static_cast<std::uint32_t>(body.size())) + body;
 }
 
-// The start of an M4A (AAC in MP4) file; the server looks at the header only.
-std::string m4a_note() {
-  std::string ftyp(
-      "\0\0\0\x1c"
-      "ftypM4A \0\0\0\0M4A isommp42",
-      28);
-  return ftyp + std::string("\0\0\0\x08free", 8) + std::string(2000, '\x21');
+std::string be32(std::uint32_t v) {
+  return {static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8),
+          static_cast<char>(v)};
+}
+std::string box(const std::string& type, const std::string& content) {
+  return be32(static_cast<std::uint32_t>(8 + content.size())) + type + content;
+}
+
+// The boxes of an M4A (AAC in MP4) file, their contents made up.
+std::string m4a_note(const std::string& brand = "M4A ") {
+  return box("ftyp", brand + std::string(4, '\0') + "isommp42") +
+         box("moov", box("mvhd", std::string(100, '\0'))) + box("mdat", std::string(2000, '!'));
+}
+
+// Ogg pages of `n` segments of 255 bytes each.
+std::string ogg_note(int pages = 3) {
+  std::string out;
+  for (int p = 0; p < pages; ++p)
+    out += "OggS" + std::string(22, '\0') + '\x02' + std::string(2, '\xFF') + std::string(510, 'o');
+  return out;
 }
 
 std::vector<std::string> files_in(const fs::path& dir) {
@@ -51,7 +64,8 @@ std::vector<std::string> files_in(const fs::path& dir) {
 class FeedbackRoute : public ::testing::TestWithParam<std::string> {
  protected:
   void SetUp() override {
-    server_ = std::make_unique<rdtest::ApiServer>(GetParam());
+    server_ = std::make_unique<rdtest::ApiServer>(GetParam(),
+                                                  std::vector<std::string>{"--feedback-rate", "0"});
     RD_REQUIRE_SERVER(*server_);
     store_ = rd::store::open_store(server_->database_url(), "", 1);
   }
@@ -172,17 +186,31 @@ TEST_P(FeedbackRoute, BadInputIsRefusedClearlyAndLeavesNothingBehind) {
 INSTANTIATE_TEST_SUITE_P(Engines, FeedbackRoute, ::testing::Values("sqlite", "postgresql"),
                          [](const auto& info) { return info.param; });
 
+TEST(FeedbackLimits, PostsPerAddressAndTheVoiceNotesRoom) {
+  rdtest::ApiServer s("sqlite", {"--feedback-rate", "4", "--feedback-quota-mb", "1"});
+  RD_REQUIRE_SERVER(s);
+  auto post = [&](const std::vector<FormField>& fields) {
+    return rdtest::parse_reply(rdtest::upload(s.process().port(), fields, "/feedback"));
+  };
+  const std::string note = wav_note(200'000);  // 400 KB
+  EXPECT_EQ(post({{"text", "一"}, {"voice", note, true}}).status, 200);
+  EXPECT_EQ(post({{"text", "二"}, {"voice", note, true}}).status, 200);
+  auto full = post({{"text", "三"}, {"voice", note, true}});  // past 1 MiB of notes
+  EXPECT_EQ(full.status, 507);
+  EXPECT_FALSE(full.text("message").empty());
+  EXPECT_EQ(post({{"text", "只有文字"}}).status, 200);
+  auto flood = post({{"text", "五"}});
+  EXPECT_EQ(flood.status, 429);
+  EXPECT_EQ(flood.error(), "rate_limited");
+  EXPECT_EQ(files_in(fs::path(s.process().data_dir()) / "feedback").size(), 2u);
+}
+
 TEST(VoiceNotes, RecognisesRecordingsAndNothingElse) {
   using rd::storage::probe_audio;
   EXPECT_EQ(probe_audio(wav_note())->mime, "audio/wav");
   EXPECT_EQ(probe_audio(m4a_note())->extension, "m4a");
-  EXPECT_EQ(probe_audio(std::string("\0\0\0\x18"
-                                    "ftyp3gp4\0\0\0\0isom",
-                                    20) +
-                        "xxxx")
-                ->mime,
-            "audio/3gpp");
-  EXPECT_EQ(probe_audio("OggS" + std::string(40, '\0'))->mime, "audio/ogg");
+  EXPECT_EQ(probe_audio(m4a_note("3gp4"))->mime, "audio/3gpp");
+  EXPECT_EQ(probe_audio(ogg_note())->mime, "audio/ogg");
   EXPECT_EQ(probe_audio("#!AMR\n" + std::string(40, '\0'))->mime, "audio/amr");
   EXPECT_EQ(probe_audio("ID3\x04" + std::string(40, '\0'))->mime, "audio/mpeg");
   EXPECT_EQ(probe_audio(std::string("\xFF\xFB\x90\x64", 4) + std::string(40, '\0'))->mime,
@@ -202,6 +230,14 @@ TEST(VoiceNotes, RecognisesRecordingsAndNothingElse) {
                               "ftypM4V \0\0\0\0M4V ",
                               20)));
   EXPECT_FALSE(probe_audio("RIFF\x10\0\0\0WEBPVP8 "));
+  // A recording's first bytes glued to something else, or cut off.
+  const std::string junk(3000, 'x');
+  EXPECT_FALSE(probe_audio(m4a_note().substr(0, 60) + junk));
+  EXPECT_FALSE(probe_audio(m4a_note().substr(0, m4a_note().size() - 10)));
+  EXPECT_FALSE(probe_audio(box("ftyp", "M4A " + std::string(4, '\0')) + box("mdat", junk)));
+  EXPECT_FALSE(probe_audio(wav_note() + junk));
+  EXPECT_FALSE(probe_audio(wav_note().substr(0, 100)));
+  EXPECT_FALSE(probe_audio(ogg_note(1) + junk));
 }
 
 TEST(VoiceNotes, StoresEachNoteUnderAFreshNameAndReadsItBack) {

@@ -101,6 +101,10 @@ const std::vector<Option>& options() {
        "MiB of voice notes kept at most; past it a note is refused and its text may still be "
        "sent (0: no limit; default 1024)",
        Kind::Int, nullptr, &Config::feedback_quota_mb},
+      {"max-connections", "RONGDIAN_MAX_CONNECTIONS",
+       "connections at most; a new one past it closes the longest idle (else the slowest "
+       "reading) one (default: the descriptor limit less 128)",
+       Kind::Int, nullptr, &Config::max_connections},
       {"cpu-threads", "RONGDIAN_CPU_THREADS",
        "threads for processor-bound requests (logins, sign-ups, detection, publishing, uploads), "
        "apart from the workers that answer everything else (default: one per core)",
@@ -144,7 +148,7 @@ bool set_value(Config& c, const Option& o, const std::string& v, std::string& er
     case Kind::Int: {
       char* end = nullptr;
       long n = std::strtol(v.c_str(), &end, 10);
-      if (v.empty() || *end || n < 0 || n > 4096) {
+      if (v.empty() || *end || n < 0 || n > 1'000'000) {
         err = "--" + std::string(o.flag) + " needs a whole number, not '" + v + "'";
         return false;
       }

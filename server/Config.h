@@ -30,6 +30,7 @@ struct Config {
   int push_pending_limit = 50;   // pushes kept per offline device (the newest)
   int feedback_rate = 5;         // feedback posts per minute per client address; 0: no limit
   int feedback_quota_mb = 1024;  // MiB of voice notes kept at most; 0: no limit
+  int max_connections = 0;       // connections at most; 0: from the descriptor limit
   int cpu_threads = 0;           // threads for hashing, detection, decoding; 0: one per core
   int cpu_queue = 0;             // such requests waiting or running at most; 0: 16 per CPU thread
   int idle_timeout = 30;         // seconds a keep-alive connection may wait for its next request

@@ -30,6 +30,7 @@ int main(int argc, char** argv) {
     } catch (const std::invalid_argument& e) {
       throw std::runtime_error(std::string("--trusted-proxy: ") + e.what());
     }
+    opts.max_connections = cfg.max_connections;
     opts.cpu_threads = cfg.cpu_threads;
     opts.cpu_queue = cfg.cpu_queue;
     opts.idle_timeout = std::chrono::seconds(std::max(1, cfg.idle_timeout));

@@ -1,5 +1,8 @@
 #include "http/HttpServer.h"
 
+#include <sys/resource.h>
+
+#include <algorithm>
 #include <iostream>
 #include <stdexcept>
 #include <thread>
@@ -221,6 +224,7 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
  public:
   Session(Server& server, tcp::socket socket)
       : server_(server), stream_(std::move(socket)), timer_(stream_.get_executor()) {
+    ++server_.live_;
     beast::error_code ec;
     auto ep = stream_.socket().remote_endpoint(ec);
     if (!ec) {
@@ -229,7 +233,28 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     }
   }
 
+  ~Session() { --server_.live_; }
+
   void start() { read_head(); }
+
+  // What the session is doing, for choosing one to close when connections run
+  // out: waiting for a request (idle), reading one, or answering one; since when.
+  enum Phase { Idle, Reading, Answering };
+  Phase phase() const { return phase_; }
+  std::chrono::steady_clock::time_point since() const {
+    return std::chrono::steady_clock::time_point(
+        std::chrono::steady_clock::duration(since_.load()));
+  }
+  // From any thread: closes the connection unless it has begun answering.
+  void close_for_room() {
+    asio::post(stream_.get_executor(), [self = shared_from_this()] {
+      if (self->phase_ == Answering) return;
+      self->timer_.cancel();
+      beast::error_code ec;
+      self->stream_.socket().shutdown(tcp::socket::shutdown_both, ec);
+      self->stream_.socket().close(ec);
+    });
+  }
 
   // Called on stop: a connection waiting for its next request is closed now;
   // one busy with a request closes after answering it.
@@ -244,8 +269,14 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
   }
 
  private:
+  void set_phase(Phase p) {
+    phase_ = p;
+    since_ = std::chrono::steady_clock::now().time_since_epoch().count();
+  }
+
   void read_head() {
     idle_ = true;
+    set_phase(Idle);
     if (server_.stopping_) return close();
     parser_.emplace();
     parser_->header_limit(16 * 1024);
@@ -276,6 +307,7 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
 
   void on_head(beast::error_code ec) {
     idle_ = false;
+    set_phase(Reading);
     started_ = std::chrono::steady_clock::now();
     if (ec && timed_out_) ec = beast::error::timeout;
     if (ec) {
@@ -410,6 +442,7 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
   };
 
   void run_handler() {
+    set_phase(Answering);
     if (route_->heavy && route_->heavy(req_, ctx_)) return run_heavy();
     // Run the handler on the worker pool, then come back to write.
     asio::post(server_.workers(), [self = shared_from_this()] {
@@ -526,6 +559,8 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
   std::string label_;
   unsigned status_ = 0;
   bool idle_ = true;
+  std::atomic<Phase> phase_{Idle};
+  std::atomic<std::chrono::steady_clock::rep> since_{0};
   std::chrono::steady_clock::time_point started_;
 };
 
@@ -538,7 +573,20 @@ Server::Server(ServerOptions opts, const Router& router, Metrics& metrics)
       ioc_(opts_.io_threads),
       acceptor_(ioc_),
       signals_(ioc_),
-      grace_timer_(ioc_) {
+      grace_timer_(ioc_),
+      accept_retry_(ioc_) {
+  // As many descriptors as the system lets this process have.
+  rlimit nofile{};
+  if (::getrlimit(RLIMIT_NOFILE, &nofile) == 0 && nofile.rlim_cur < nofile.rlim_max) {
+    nofile.rlim_cur = nofile.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &nofile);
+    ::getrlimit(RLIMIT_NOFILE, &nofile);
+  }
+  // Room kept for the database, files being written and the worker threads.
+  constexpr long kReserve = 128;
+  const long by_limit = nofile.rlim_cur == RLIM_INFINITY ? 65536 : long(nofile.rlim_cur) - kReserve;
+  max_connections_ =
+      opts_.max_connections > 0 ? opts_.max_connections : int(std::clamp(by_limit, 16L, 1L << 20));
   set_worker_threads(opts_.worker_threads);
   const int cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
   const int cpu_threads = opts_.cpu_threads > 0 ? opts_.cpu_threads : cores;
@@ -576,18 +624,62 @@ void Server::do_accept() {
   acceptor_.async_accept(asio::make_strand(ioc_), [this](beast::error_code ec, tcp::socket socket) {
     if (ec) {
       if (stopping_ || ec == asio::error::operation_aborted) return;
-      std::cerr << "rongdian-server: accept failed: " << ec.message() << "\n";
-    } else {
-      auto s = std::make_shared<Session>(*this, std::move(socket));
-      {
-        std::lock_guard lock(sessions_mu_);
-        std::erase_if(sessions_, [](const auto& w) { return w.expired(); });
-        sessions_.push_back(s);
-      }
-      s->start();
+      return accept_failed(ec);
     }
+    accept_backoff_ = std::chrono::milliseconds(0);
+    if (live_ >= max_connections_) make_room();
+    auto s = std::make_shared<Session>(*this, std::move(socket));
+    {
+      std::lock_guard lock(sessions_mu_);
+      std::erase_if(sessions_, [](const auto& w) { return w.expired(); });
+      sessions_.push_back(s);
+    }
+    s->start();
     do_accept();
   });
+}
+
+// Out of descriptors (or memory) the same accept fails again at once: wait a
+// little, longer each time, and say so at most once a second.
+void Server::accept_failed(const boost::system::error_code& ec) {
+  metrics_.count("rongdian_accept_errors_total");
+  ++accept_failures_unlogged_;
+  const auto now = std::chrono::steady_clock::now();
+  if (now - accept_logged_ >= std::chrono::seconds(1)) {
+    std::cerr << "rongdian-server: accept failed: " << ec.message() << " ("
+              << accept_failures_unlogged_ << " times since the last report; " << live_
+              << " connections open)\n";
+    accept_logged_ = now;
+    accept_failures_unlogged_ = 0;
+  }
+  accept_backoff_ = std::clamp(accept_backoff_ * 2, std::chrono::milliseconds(20),
+                               std::chrono::milliseconds(1000));
+  // Connections waiting for nothing give their descriptors back first.
+  make_room();
+  accept_retry_.expires_after(accept_backoff_);
+  accept_retry_.async_wait([this](beast::error_code e) {
+    if (!e && !stopping_) do_accept();
+  });
+}
+
+// Closes the connection that matters least: the longest idle one, else the
+// one that has been reading its request the longest (a slow client).
+void Server::make_room() {
+  std::shared_ptr<Session> victim;
+  {
+    std::lock_guard lock(sessions_mu_);
+    for (const auto& w : sessions_) {
+      auto s = w.lock();
+      if (!s || s->phase() == Session::Answering) continue;
+      if (!victim || (s->phase() < victim->phase()) ||
+          (s->phase() == victim->phase() && s->since() < victim->since()))
+        victim = std::move(s);
+    }
+  }
+  if (victim) {
+    metrics_.count("rongdian_connections_closed_for_room_total");
+    victim->close_for_room();
+  }
 }
 
 void Server::install_signal_handlers() {
@@ -607,6 +699,7 @@ void Server::stop() {
     if (stopping_.exchange(true)) return;
     beast::error_code ec;
     acceptor_.close(ec);
+    accept_retry_.cancel();
     signals_.cancel(ec);
     for (auto& hook : stop_hooks_) hook();
     {

@@ -103,6 +103,9 @@ struct ServerOptions {
   std::chrono::seconds idle_timeout{30};
   std::chrono::seconds request_timeout{30};
   std::chrono::seconds stop_grace{10};
+  // Connections at most; past it the longest idle or slowest-reading one is
+  // closed for a new one. 0: from the descriptor limit, less a reserve.
+  int max_connections = 0;
   int cpu_threads = 0;  // threads of the CPU pool; 0: one per core
   int cpu_queue = 0;    // heavy requests waiting or running at most; 0: 16 per CPU thread
   bool log_requests = true;
@@ -147,6 +150,8 @@ class Server {
  private:
   class Session;
   void do_accept();
+  void accept_failed(const boost::system::error_code& ec);
+  void make_room();
   void wait_for_sessions();
 
   ServerOptions opts_;
@@ -167,6 +172,12 @@ class Server {
   std::mutex sessions_mu_;
   std::vector<std::weak_ptr<Session>> sessions_;
   std::unique_ptr<asio::executor_work_guard<asio::io_context::executor_type>> guard_;
+  int max_connections_ = 0;
+  std::atomic<int> live_{0};  // sessions alive
+  asio::steady_timer accept_retry_;
+  std::chrono::milliseconds accept_backoff_{0};
+  std::chrono::steady_clock::time_point accept_logged_{};
+  long accept_failures_unlogged_ = 0;
 };
 
 // Helpers for handlers.

@@ -11,7 +11,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -137,6 +139,51 @@ TEST(Busy, AFloodOfLoginsIsBoundedAndLeavesTheRestAnswering) {
   EXPECT_LT(done_by_then, kLogins);
   EXPECT_GE(busy, 1);            // more than the queue holds: refused at once
   EXPECT_LE(busy, kLogins - 1);  // the first one runs
+}
+
+// The value of a counter on /metrics, 0 when absent.
+double metric(unsigned short port, const std::string& name) {
+  const auto text = rdtest::http_request(port, "GET", "/metrics").body;
+  const auto at = text.find("\n" + name + " ");
+  return at == std::string::npos ? 0 : std::stod(text.substr(at + name.size() + 2));
+}
+
+TEST(Connections, AtTheCapTheLongestIdleOneMakesRoom) {
+  rdtest::ServerProcess s({"--max-connections", "4"});
+  ASSERT_TRUE(s.ok()) << s.startup_output();
+  std::vector<std::unique_ptr<Raw>> idle;
+  for (int i = 0; i < 4; ++i) {
+    idle.push_back(std::make_unique<Raw>(s.port()));
+    ASSERT_TRUE(idle.back()->connected());
+  }
+  // (accepted in the order they came; the fifth asks for something)
+  Raw probe(s.port());
+  probe.send("GET /healthz HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+  EXPECT_NE(probe.read("}").find("200 OK"), std::string::npos);
+  // The first idle connection was closed for it: it reads the end at once.
+  EXPECT_EQ(idle.front()->read({}, 3000), "");
+  EXPECT_GE(metric(s.port(), "rongdian_connections_closed_for_room_total"), 1);
+}
+
+TEST(Connections, OutOfDescriptorsTheServerWaitsInsteadOfSpinning) {
+  rdtest::ServerProcess s({"--max-connections", "10000"});
+  ASSERT_TRUE(s.ok()) << s.startup_output();
+  // Few descriptors for the running server: the accepts below fail.
+  const std::string limit =
+      "prlimit --pid " + std::to_string(s.pid()) + " --nofile=48:48 >/dev/null 2>&1";
+  if (std::system(limit.c_str()) != 0) GTEST_SKIP() << "prlimit cannot lower the server's limit";
+  std::vector<std::unique_ptr<Raw>> held;
+  for (int i = 0; i < 80; ++i) held.push_back(std::make_unique<Raw>(s.port()));
+  // Connections that wait for their turn in the backlog are taken once the
+  // idle ones give their descriptors back; then the server answers again.
+  Raw late(s.port());
+  late.send("GET /healthz HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+  EXPECT_NE(late.read("}", 20000).find("200 OK"), std::string::npos);
+  held.clear();
+  // Each failed accept is followed by a pause, not tried again at once.
+  const double failures = metric(s.port(), "rongdian_accept_errors_total");
+  EXPECT_GE(failures, 1);
+  EXPECT_LT(failures, 1000);
 }
 
 TEST(Health, SaysWhichPartFailed) {

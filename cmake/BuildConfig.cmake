@@ -20,10 +20,12 @@ set(RD_STORAGE_DOWNLOAD_PREFIX "${RD_SERVER_URL}/files/" CACHE STRING "Public do
 set(RD_PUSH_URL "ws://127.0.0.1:8080/push" CACHE STRING "Push gateway WebSocket address")
 set(RD_REGISTER_DEVICE_TOKEN "<5f1c3a9e 7b2d4c60 91e8a7f3 0c4b6d2e 8a9f1b3c 4d5e6f70 1a2b3c4d 5e6f7a8b>"
   CACHE STRING "The fixed device token the app signs up with (the server never binds it)")
-set(RD_CONTACT_EMAIL "rongdian@example.com" CACHE STRING "Contact address in the settings' contact text")
-set(RD_STORE_ID "000000000" CACHE STRING "The app's id in the app store")
-set(RD_STORE_REVIEW_URL "${RD_SERVER_URL}/app/review?id={id}" CACHE STRING "Review page of the app ({id}: the store id)")
-set(RD_SHARE_STORE_LINK "http://127.0.0.1:8080/app" CACHE STRING "Store link in share texts")
+# Addresses starting with "/" are pages of the server the app talks to (the
+# server answers them itself); give full addresses for a real store and mail.
+set(RD_CONTACT_EMAIL "/app#contact" CACHE STRING "Contact address in the settings' contact text")
+set(RD_STORE_ID "rongdian" CACHE STRING "The app's id in the app store")
+set(RD_STORE_REVIEW_URL "/app/review?id={id}" CACHE STRING "Review page of the app ({id}: the store id)")
+set(RD_SHARE_STORE_LINK "/app" CACHE STRING "Store link in share texts")
 
 # Outside kits: analytics, and the social kits used for sharing.
 set(RD_ANALYTICS_KEY "rongdian-dev-analytics" CACHE STRING "Usage analytics and feedback key")

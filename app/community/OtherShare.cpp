@@ -9,6 +9,7 @@
 #include <atomic>
 
 #include "BuildConfig.h"
+#include "service/Endpoints.h"
 
 namespace {
 std::atomic<bool> gQQ{false}, gWeibo{false}, gWechat{false};
@@ -23,7 +24,8 @@ QString OtherShare::weiboText() {
   return QStringLiteral(
              "我正在使用 @容点 APP，这里面有好多小伙伴在测自己的容点。给自己的脸打一个分吧。"
              "赶快找你的小伙伴比容点吧。点我 ") +
-         QString::fromUtf8(rd::build::kShareStoreLink) + QStringLiteral(" 下载。");
+         Endpoints::onServer(QString::fromUtf8(rd::build::kShareStoreLink)) +
+         QStringLiteral(" 下载。");
 }
 
 QString OtherShare::shareText(int tag) {

@@ -44,6 +44,13 @@ QString Endpoints::backupUploadUrl() { return read(&Values::backupUpload); }
 QString Endpoints::downloadPrefix() { return read(&Values::download); }
 QString Endpoints::feedbackUrl() { return read(&Values::feedback); }
 
+QString Endpoints::onServer(const QString& address) {
+  if (!address.startsWith(QLatin1Char('/'))) return address;
+  QString base = backendEndpoint();
+  if (base.endsWith(QLatin1String("/api"))) base.chop(4);
+  return base + address;
+}
+
 void Endpoints::setServerUrl(const QString& base) {
   QString b = base;
   while (b.endsWith(QLatin1Char('/'))) b.chop(1);

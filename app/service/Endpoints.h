@@ -19,6 +19,9 @@ class Endpoints {
   static QString downloadPrefix();
   // Where the settings screen's feedback goes (".../feedback", beside ".../api").
   static QString feedbackUrl();
+  // An address of the build configuration: one that starts with "/" is a page
+  // of the backend's server (BASE + it), anything else stands as it is.
+  static QString onServer(const QString& address);
 
   // All of them from one server base URL such as "http://127.0.0.1:8080":
   // BASE/api, BASE/upload, BASE/upload-backup, BASE/files/, BASE/feedback.

@@ -19,6 +19,8 @@ namespace rd::api {
 
 // POST /feedback (api/Feedback.cpp); api::install calls it.
 void install_feedback(server::Services& s);
+// GET /app: the page the app links to for its store, review and contact (AppPage.cpp).
+void install_app_page(server::Services& s);
 
 // Length of UTF-8 text in UTF-16 code units (how the app counts characters).
 std::size_t utf16_length(std::string_view utf8);

@@ -580,6 +580,7 @@ void install(Services& s) {
         return api->quick(req, ctx, std::move(answer));
       });
   install_feedback(s);
+  install_app_page(s);
 }
 
 }  // namespace rd::api

@@ -23,6 +23,7 @@
 #include "community/LikeTapAction.h"
 #include "community/OtherShare.h"
 #include "community/ui/VoiceRecorder.h"
+#include "service/Endpoints.h"
 #include "service/ItemApi.h"
 #include "service/LocalUserInfo.h"
 #include "service/UserInfoApi.h"
@@ -326,11 +327,11 @@ bool Community::isInstalled(int tag) const { return OtherShare::isInstalled(tag)
 
 QString Community::contactText() const {
   return QStringLiteral("如果您对容点有什么好的意见，或者合作请联系我。") +
-         QString::fromUtf8(rd::build::kContactEmail);
+         Endpoints::onServer(QString::fromUtf8(rd::build::kContactEmail));
 }
 
 QString Community::reviewUrl() const {
-  return QString::fromUtf8(rd::build::kStoreReviewUrl)
+  return Endpoints::onServer(QString::fromUtf8(rd::build::kStoreReviewUrl))
       .replace(QStringLiteral("{id}"), QString::fromUtf8(rd::build::kStoreId));
 }
 

@@ -8,7 +8,6 @@
 #include <QTemporaryDir>
 #include <QTimeZone>
 
-#include "BuildConfig.h"
 #include "community/AccountChecks.h"
 #include "community/CommentRules.h"
 #include "community/FeedCellText.h"

@@ -1,6 +1,5 @@
-// POST /api?cmd=NAME: the ten commands of the app.
+// POST /api?cmd=NAME: the ten commands of the app, from one table (Api::kCommands).
 #include <iostream>
-#include <unordered_set>
 
 #include "BuildConfig.h"
 #include "Services.h"
@@ -256,29 +255,28 @@ class Api {
   }
 
  private:
-  static const std::unordered_set<std::string>& commands() {
-    static const std::unordered_set<std::string> names = {
-        "rd_add_item",     "rd_list_items",    "rd_get_item",      "rd_remove_item", "rd_like_item",
-        "rd_add_comments", "rd_list_comments", "rd_register_user", "rd_login_user",  "rd_get_user"};
-    return names;
-  }
+  // The ten commands: what each runs, and whether it is processor-bound
+  // (sign-ups and logins hash passwords, publishing decodes and scores the photo).
+  using Run = json::value (Api::*)(const Body&, http::Context&);
+  struct Command {
+    std::string_view name;
+    Run run;
+    bool heavy = false;
+  };
+  static const Command kCommands[];
 
+ public:
+  static const Command* command(std::string_view name);
+
+ private:
   static std::string label_for(const std::string& cmd) {
-    return commands().count(cmd) ? "api:" + cmd : "api:unknown";
+    return command(cmd) ? "api:" + cmd : "api:unknown";
   }
 
   json::value dispatch(const std::string& cmd, const Body& b, http::Context& ctx) {
-    if (cmd == "rd_list_items") return list_items(b);
-    if (cmd == "rd_get_item") return get_item();
-    if (cmd == "rd_like_item") return like_item(b);
-    if (cmd == "rd_add_comments") return add_comment(b);
-    if (cmd == "rd_list_comments") return list_comments(b);
-    if (cmd == "rd_add_item") return add_item(b);
-    if (cmd == "rd_remove_item") return remove_item(b);
-    if (cmd == "rd_register_user") return register_user(b, ctx);
-    if (cmd == "rd_login_user") return login_user(b, ctx);
-    if (cmd == "rd_get_user") return get_user(b);
-    fail("unknown_command", "不支持的操作");
+    const Command* c = command(cmd);
+    if (!c) fail("unknown_command", "不支持的操作");
+    return (this->*(c->run))(b, ctx);
   }
 
   // What the reply is kept under: the newest feed's and the ranking's first
@@ -296,7 +294,8 @@ class Api {
     auto key = feed_key(cmd, b);
     if (!key) return std::nullopt;
     return replies_.reply(*key, store_, [&] {
-      return json::serialize(cmd == "rd_get_item" ? get_item() : list_items(b));
+      http::Context none;
+      return json::serialize(cmd == "rd_get_item" ? get_item(b, none) : list_items(b, none));
     });
   }
 
@@ -316,7 +315,7 @@ class Api {
     return {(page - 1) * capped, capped};
   }
 
-  json::value list_items(const Body& b) {
+  json::value list_items(const Body& b, http::Context&) {
     auto [offset, limit] = paging(b);
     store::ItemQuery q;
     q.offset = offset;
@@ -342,13 +341,13 @@ class Api {
     return json::object{{"items", std::move(items)}};
   }
 
-  json::value get_item() {
+  json::value get_item(const Body&, http::Context&) {
     auto it = store_.top_item(!s_.config.hide_disabled);
     if (!it) fail("no_items", "还没人有发表");
     return item_json(*it);
   }
 
-  json::value add_item(const Body& b) {
+  json::value add_item(const Body& b, http::Context&) {
     auto user = session_user(b);
     store::Item it;
     it.user_id = user.id;
@@ -394,7 +393,7 @@ class Api {
     return ref->key;
   }
 
-  json::value remove_item(const Body& b) {
+  json::value remove_item(const Body& b, http::Context&) {
     auto id = b.item_id();
     auto user = session_user(b);
     store::RemovedItem removed;
@@ -420,7 +419,7 @@ class Api {
     return json::object{{"status", "ok"}, {"id", id}};
   }
 
-  json::value like_item(const Body& b) {
+  json::value like_item(const Body& b, http::Context&) {
     auto id = b.item_id();
     bool like = b.boolean("is_liked");
     auto user = session_user(b);
@@ -437,7 +436,7 @@ class Api {
     return item_json(*v.item);
   }
 
-  json::value add_comment(const Body& b) {
+  json::value add_comment(const Body& b, http::Context&) {
     auto id = b.item_id();
     auto text = b.text("comments", 2, 60);
     auto user = session_user(b);
@@ -459,7 +458,7 @@ class Api {
     return comment_json(added->comment);
   }
 
-  json::value list_comments(const Body& b) {
+  json::value list_comments(const Body& b, http::Context&) {
     auto id = b.item_id();
     auto [offset, limit] = paging(b);
     if (!store_.item(id)) fail("unknown_item", "照片不存在或已删除");
@@ -495,7 +494,7 @@ class Api {
       store_.add_device(user_id, *token, platform.value_or(""), now_ms());
   }
 
-  json::value register_user(const Body& b, const http::Context& ctx) {
+  json::value register_user(const Body& b, http::Context& ctx) {
     auto mobile = checked_mobile(b);
     rate_limit(mobile, ctx);
     auto password = b.text("password", 1, 128);
@@ -513,7 +512,7 @@ class Api {
     return user_json(u);
   }
 
-  json::value login_user(const Body& b, const http::Context& ctx) {
+  json::value login_user(const Body& b, http::Context& ctx) {
     auto mobile = checked_mobile(b);
     rate_limit(mobile, ctx);
     auto password = b.text("password", 1, 128);
@@ -541,7 +540,7 @@ class Api {
     return user_json(*u);
   }
 
-  json::value get_user(const Body& b) { return user_json(session_user(b)); }
+  json::value get_user(const Body& b, http::Context&) { return user_json(session_user(b)); }
 
   Services& s_;
   store::Store& store_;
@@ -551,6 +550,20 @@ class Api {
   LoginThrottle logins_;
   ReplyCache replies_;
 };
+
+const Api::Command Api::kCommands[] = {
+    {"rd_add_item", &Api::add_item, true},     {"rd_list_items", &Api::list_items},
+    {"rd_get_item", &Api::get_item},           {"rd_remove_item", &Api::remove_item},
+    {"rd_like_item", &Api::like_item},         {"rd_add_comments", &Api::add_comment},
+    {"rd_list_comments", &Api::list_comments}, {"rd_register_user", &Api::register_user, true},
+    {"rd_login_user", &Api::login_user, true}, {"rd_get_user", &Api::get_user},
+};
+
+const Api::Command* Api::command(std::string_view name) {
+  for (const auto& c : kCommands)
+    if (c.name == name) return &c;
+  return nullptr;
+}
 
 }  // namespace
 
@@ -566,13 +579,12 @@ void install(Services& s) {
       http::bhttp::verb::post, "/api",
       [api](const http::Request& req, http::Context& ctx) { return api->handle(req, ctx); }, "api",
       kBodyLimit);
-  // Sign-ups and logins hash passwords, publishing decodes and scores the
-  // photo; a request that names its command only in the body counts as such.
+  // A request that names its command only in the body counts as heavy.
   s.router.set_heavy(http::bhttp::verb::post, "/api",
                      [](const http::Request&, const http::Context& ctx) {
                        const std::string* cmd = ctx.param("cmd");
-                       return !cmd || *cmd == "rd_login_user" || *cmd == "rd_register_user" ||
-                              *cmd == "rd_add_item";
+                       const auto* c = cmd ? Api::command(*cmd) : nullptr;
+                       return !cmd || (c && c->heavy);
                      });
   s.router.add_quick(
       http::bhttp::verb::post, "/api",

@@ -166,6 +166,11 @@ TEST(Connections, AtTheCapTheLongestIdleOneMakesRoom) {
 }
 
 TEST(Connections, OutOfDescriptorsTheServerWaitsInsteadOfSpinning) {
+#ifdef __SANITIZE_ADDRESS__
+  // The sanitizers probe memory through a pipe of their own; with no
+  // descriptor left they report false errors. The plain build runs this.
+  GTEST_SKIP() << "needs descriptors the sanitizers take for themselves";
+#endif
   rdtest::ServerProcess s({"--max-connections", "10000"});
   ASSERT_TRUE(s.ok()) << s.startup_output();
   // Few descriptors for the running server: the accepts below fail.

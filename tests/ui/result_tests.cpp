@@ -13,6 +13,8 @@
 #include <QTemporaryDir>
 
 #include "UiTestSupport.h"
+#include "community/OtherShare.h"
+#include "community/ui/Community.h"
 #include "face/FaceScoring.h"
 #include "face/FaceppClient.h"
 #include "face/Ka_Json.h"
@@ -27,24 +29,17 @@ using namespace uitest;
 
 namespace {
 
-// The worked example: total 6434, eyes 90, nose 95, mouth 97, 气质 76.
-const char* const kFace = kExampleFace;
-
 FaceInfoPtr exampleFace() {
-  return Ka_Json::jsonToFaceInfo(QJsonDocument::fromJson(kFace).object());
-}
-
-QImage examplePhoto() {
-  QImage img(200, 250, QImage::Format_RGB32);
-  img.fill(QColor(0xf5, 0xcf, 0xa8));
-  return img;
+  return Ka_Json::jsonToFaceInfo(QJsonDocument::fromJson(kExampleFace).object());
 }
 
 ResultViewController* showResult(const ResultHandOver& h) {
   // The splash swallows taps until it is gone.
   waitUntil([] { return !app().delegate()->splashPictureShown(); }, 10000);
   auto* vc = new ResultViewController;
-  vc->setHandOver(h, exampleFace(), examplePhoto(), false);
+  QImage photo(200, 250, QImage::Format_RGB32);
+  photo.fill(QColor(0xf5, 0xcf, 0xa8));
+  vc->setHandOver(h, exampleFace(), photo, false);
   app().delegate()->pushScreen("ResultViewController", {{"vc", QVariant::fromValue<QObject*>(vc)}});
   waitUntil([] { return top() && top()->objectName() == "ResultViewController"; });
   spin(600);  // the push transition
@@ -71,8 +66,6 @@ QString labels(QQuickItem* s) {
 }  // namespace
 
 TEST(Result, CountsUpThenFillsBarsAndLabels) {
-  app();
-  waitUntil([] { return !app().delegate()->splashPictureShown(); }, 10000);
   ResultViewController* vc = showResult(example());
   QQuickItem* s = top();
   ASSERT_EQ(s->objectName(), "ResultViewController");
@@ -107,7 +100,7 @@ TEST(Result, CountsUpThenFillsBarsAndLabels) {
   ASSERT_TRUE(waitUntil([] { return top() == home(); }));
 }
 
-TEST(Result, OffTheChartHelpSheetAndTheOwnPhoto) {
+TEST(Result, OffTheChartHelpSheetOwnPhotoAndSharing) {
   app();
   ResultHandOver h = example();
   h.eyePoint = 100;
@@ -121,14 +114,37 @@ TEST(Result, OffTheChartHelpSheetAndTheOwnPhoto) {
   auto* alerts = AlertCenter::instance();
   ASSERT_TRUE(alerts->sheetVisible());
   EXPECT_EQ(alerts->sheetTitle(), ResultViewController::kHelpText);
-  EXPECT_TRUE(alerts->sheetTitle().startsWith("问题1:很多人容点都在5000左右"));
   ASSERT_EQ(alerts->sheetButtons().size(), 1);
   EXPECT_EQ(alerts->sheetButtons()[0].toMap()["text"].toString(), " ");
   alerts->answerSheet(0);
 
-  ProgressHud::instance()->clearHistory();
+  auto* hud = ProgressHud::instance();
+  hud->clearHistory();
   click(item(s, "imgHead"));
-  EXPECT_EQ(ProgressHud::instance()->history(), QStringList{"error:主人，不要点自己啦"});
+  EXPECT_EQ(hud->history(), QStringList{"error:主人，不要点自己啦"});
+
+  // Sharing: a missing app keeps the panel open with its message; an
+  // installed one closes it and gets the picture of the whole screen.
+  click(item(s, "shareButton"));
+  QQuickItem* panel = item(s, "popShardView");
+  ASSERT_TRUE(waitUntil([&] { return shown(panel); }));
+  spin(400);  // fading in
+  hud->clearHistory();
+  click(item(panel, "shareButton3001"));
+  EXPECT_EQ(hud->history(), QStringList{"error:未安装QQ客户端"});
+  EXPECT_TRUE(shown(panel));
+  OtherShare::setInstalledForTesting(false, false, true);
+  click(item(panel, "shareButton3004"));
+  ASSERT_TRUE(waitUntil([] { return Community::instance()->sentRequests() == 1; }));
+  OtherShare::resetInstalled();
+  EXPECT_FALSE(shown(panel));
+  EXPECT_EQ(Community::instance()->lastRequest().scene, 1);
+  const QImage sent = QImage::fromData(Community::instance()->lastRequest().jpeg);
+  ASSERT_EQ(sent.size(), s->size().toSize());
+  // The photo as on screen, not dimmed by the panel.
+  const QColor photo = sent.pixelColor(item(s, "imgHead")->mapToItem(s, {20, 20}).toPoint());
+  EXPECT_NEAR(photo.red(), 0xf5, 12);
+  EXPECT_NEAR(photo.blue(), 0xa8, 12);
 }
 
 TEST(Result, MessagePopUpTakesOneToHundredCharacters) {
@@ -185,7 +201,7 @@ class FakeDetection {
         buffer_.clear();
         QJsonObject answer{{"img_width", 200},
                            {"img_height", 250},
-                           {"face", QJsonArray{QJsonDocument::fromJson(kFace).object()}}};
+                           {"face", QJsonArray{QJsonDocument::fromJson(kExampleFace).object()}}};
         const QByteArray body = QJsonDocument(answer).toJson(QJsonDocument::Compact);
         s->write(
             "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nConnection: close\r\n"

@@ -296,7 +296,7 @@ QVariantMap Community::sharOtherAction(int tag, const QVariant& picture) {
     out[QStringLiteral("message")] = message;
     return out;
   }
-  OtherShare::requestFor(tag, picture.value<QImage>());
+  lastRequest_ = OtherShare::requestFor(tag, picture.value<QImage>());
   ++sent_;
   out[QStringLiteral("installed")] = true;
   return out;

@@ -14,6 +14,8 @@
 #include <QVariant>
 #include <QVariantMap>
 
+#include "community/OtherShare.h"
+
 class Community : public QObject {
   Q_OBJECT
   Q_PROPERTY(bool loggedIn READ loggedIn NOTIFY sessionChanged)
@@ -91,6 +93,7 @@ class Community : public QObject {
   Q_INVOKABLE bool isInstalled(int tag) const;
   Q_INVOKABLE QString lastSavedPicture() const { return lastSaved_; }
   Q_INVOKABLE int sentRequests() const { return sent_; }
+  const OtherShare::Request& lastRequest() const { return lastRequest_; }
 
   // Settings: the contact text (with the contact address) and the store's
   // review page of the app.
@@ -121,4 +124,5 @@ class Community : public QObject {
   void call(QJSValue cb, const QJSValueList& args);
   QString lastSaved_;
   int sent_ = 0;
+  OtherShare::Request lastRequest_;
 };

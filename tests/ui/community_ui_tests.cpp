@@ -270,11 +270,35 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   EXPECT_EQ(text(item(mine, "rightBtn")), "完成");
   spin(300);
   screenshot("community_my_photos");
+  const QString gone = Community::instance()->toMap(rowOf(myTable, 0))["itemId"].toString();
   ProgressHud::instance()->clearHistory();
   press(item(mine, "deleteButton0"));
+  // The own list reloads without it ("itemDleteSucceed"), the message stays
+  // up, and the home feed drops it too.
   ASSERT_TRUE(waitUntil([&] { return myTable->property("count").toInt() == 1; }));
-  EXPECT_EQ(hudSaid("waiting:删除战场中..."), "waiting:删除战场中...");
-  EXPECT_EQ(hudSaid("success:删除成功"), "success:删除成功");
+  EXPECT_EQ(ProgressHud::instance()->history(),
+            (QStringList{"waiting:删除战场中...", "waiting:加载中...", "success:删除成功"}));
+  ASSERT_EQ(showTable->property("count").toInt(), 1);
+  EXPECT_NE(Community::instance()->toMap(rowOf(showTable, 0))["itemId"], gone);
+
+  // The other photo goes from another phone; liking it in the feed shows
+  // the server's message and the numbers of before.
+  const QVariantMap other = Community::instance()->toMap(rowOf(showTable, 0));
+  bool removed = false;
+  ItemApi::deleteItem(other["itemId"].toString(), "rd_remove_item", [&](bool ok) { removed = ok; });
+  ASSERT_TRUE(waitUntil([&] { return removed; }));
+  back();
+  back();
+  cells.clear();
+  collect(item("showTableView"), "ShowCell", cells);
+  ASSERT_EQ(cells.size(), 1);
+  QQuickItem* heart = item(cells.last(), "btnLike");
+  const QString likesShown = text(heart), scoreShown = text(item(cells.last(), "labScore"));
+  press(heart);
+  ASSERT_TRUE(waitUntil([&] { return bar->description() == "照片不存在或已删除"; }));
+  ASSERT_TRUE(waitUntil([&] { return heart->isEnabled(); }));
+  EXPECT_EQ(text(heart), likesShown);
+  EXPECT_EQ(text(item(cells.last(), "labScore")), scoreShown);
 }
 
 TEST(CommunityUi, SignUpChecksNamePopupAndTheOneTimePasswordReset) {

@@ -58,6 +58,14 @@ BaseViewController {
         input.focus = false
     }
 
+    // The same item changed elsewhere, or a refused like put its numbers back.
+    Connections {
+        target: Community
+        function onItemChanged(changed) {
+            if (changed.itemId !== undefined && changed.itemId === screen.itemInfo.itemId)
+                screen.itemInfo = Object.assign({}, screen.itemInfo, changed)
+        }
+    }
     CommentTableView {
         id: comments
         itemID: screen.itemInfo.itemId || ""

@@ -28,12 +28,9 @@ BaseViewController {
                            "itemInfo": item
                        })
     }
+    // A deleted photo leaves every list through "itemDleteSucceed".
     function deleteRow(row) {
-        const item = Community.toMap(table.get(row))
-        Community.deleteItem(item.itemId, function (ok) {
-            if (ok)
-                table.removeRecord(row)
-        })
+        Community.deleteItem(Community.toMap(table.get(row)).itemId, null)
     }
 
     MyFaceTableView {
@@ -43,7 +40,7 @@ BaseViewController {
     }
     Connections {
         target: Community
-        function onItemDleteSucceed() { table.refreshData() }
+        function onItemDleteSucceed(itemId) { table.refreshData() }
         function onItemChanged(changed) { table.updateRecords("itemId", changed) }
     }
     FeedList {

@@ -11,6 +11,7 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
+#include <QTest>
 
 #include "UiTestSupport.h"
 #include "community/OtherShare.h"
@@ -162,8 +163,19 @@ TEST(Result, MessagePopUpTakesOneToHundredCharacters) {
   vc->addMessage();
   ASSERT_TRUE(waitUntil([] { return item("AddMessageViewController") != nullptr; }));
   QQuickItem* popup = item("AddMessageViewController");
-  EXPECT_EQ(item(popup, "textMessage")->property("placeholderText").toString(),
-            "写句话，让大家给你点赞吧！1个赞增加100容点哟：）");
+  // The placeholder whole on its lines; Escape leaves without publishing.
+  QQuickItem* hint = item(popup, "placeholder");
+  EXPECT_EQ(text(hint), "写句话，让大家给你点赞吧！1个赞增加100容点哟：）");
+  EXPECT_TRUE(shown(hint));
+  EXPECT_GT(hint->property("lineCount").toInt(), 1);
+  EXPECT_LE(hint->mapToItem(popup, {hint->width(), 0}).x(), popup->width());
+  EXPECT_TRUE(item(popup, "textMessage")->hasActiveFocus());
+  QTest::keyClick(app().window(), Qt::Key_Escape);
+  ASSERT_TRUE(waitUntil([] { return !shown(item("popupHost")); }));
+  EXPECT_FALSE(vc->publishing());
+  vc->addMessage();
+  ASSERT_TRUE(waitUntil(
+      [&] { return (popup = item("popupHost")->property("popup").value<QQuickItem*>()); }));
   auto* hud = ProgressHud::instance();
   auto send = [&](const QString& t) {
     hud->clearHistory();

@@ -406,7 +406,9 @@ TEST(CommunityUi, NewestFeedPagesToTheEndAndTheRankingNeedsTheMenu) {
   ASSERT_TRUE(server.process.ok());
   startApp(server);
   ASSERT_TRUE(signUp("13800000003", "韩梅梅"));
-  for (int i = 0; i < 25; ++i) ASSERT_TRUE(publish(QString("照片%1").arg(i), 9990 + i));
+  const QString longMessage = QString("今天拍得不错，").repeated(14);  // 98 characters
+  for (int i = 0; i < 25; ++i)
+    ASSERT_TRUE(publish(i == 24 ? longMessage : QString("照片%1").arg(i), 9990 + i));
   QMetaObject::invokeMethod(feeds(), "reloadShowTableview", Q_ARG(QVariant, false));
   QQuickItem* list = item("showTableView");
   QObject* table = tableOf(list);
@@ -442,7 +444,18 @@ TEST(CommunityUi, NewestFeedPagesToTheEndAndTheRankingNeedsTheMenu) {
   EXPECT_FALSE(item(cells[0], "lablookScorNum")->isVisible());
   EXPECT_EQ(text(item(cells[3], "lablookScorNum")), "4名");
   EXPECT_EQ(text(item(cells[0], "labScore")), "10014");
+  // The rank's title and the message side by side, and the message whole on its page.
+  QQuickItem* message = item(cells[0], "labMessage");
+  EXPECT_LE(message->x() + message->width(), item(cells[0], "teachLabel")->x());
   screenshot("community_ranking");
+  QMetaObject::invokeMethod(feeds(), "openItem", Q_ARG(QVariant, cells[0]->property("shown")));
+  ASSERT_TRUE(onScreen("CommentViewController"));
+  message = item(top(), "labMessage");
+  EXPECT_EQ(text(message), longMessage);
+  EXPECT_GT(message->property("lineCount").toInt(), 1);
+  EXPECT_FALSE(message->property("truncated").toBool());
+  EXPECT_LE(message->y() + message->height(), message->parentItem()->height());
+  back();
   // "最新榜": back to page one.
   QMetaObject::invokeMethod(home(), "dismissMenu", Q_ARG(QVariant, 4));
   ASSERT_TRUE(waitUntil([&] { return pager->property("contentX").toDouble() == 0; }));

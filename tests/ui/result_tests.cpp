@@ -232,6 +232,7 @@ class FakeDetection {
 };
 
 TEST(Capture, AlbumPhotoThroughCropToTheCountedUpResult) {
+  qputenv("QT_QUICK_CONTROLS_HOVER_ENABLED", "1");  // as on a desktop
   FakeDetection detection;
   app(AppShell::Options{detection.url(), false});
   waitUntil([] { return !app().delegate()->splashPictureShown(); }, 10000);
@@ -259,6 +260,18 @@ TEST(Capture, AlbumPhotoThroughCropToTheCountedUpResult) {
   EXPECT_NEAR(cr.center().x(), 320, 2);
   EXPECT_NEAR(cr.height(), 480, 2);
   screenshot("crop");
+  // The waiting text keeps off the frame; under the mouse "确定" stays white on dark.
+  auto sceneRect = [](QQuickItem* i) { return i->mapRectToScene(i->boundingRect()).toRect(); };
+  EXPECT_TRUE(shown(item("hudBox")));
+  EXPECT_FALSE(sceneRect(item("hudBox")).intersects(sceneRect(item(crop, "cropFrame"))));
+  QQuickItem* ok = item(crop, "cropOK");
+  QTest::mouseMove(app().window(), sceneRect(ok).center());
+  ASSERT_TRUE(waitUntil([&] { return ok->property("hovered").toBool(); }));
+  const QImage okShot = app().window()->grabWindow().copy(sceneRect(ok));
+  qint64 lightness = 0;
+  for (int y = 0; y < okShot.height(); ++y)
+    for (int x = 0; x < okShot.width(); ++x) lightness += okShot.pixelColor(x, y).lightness();
+  EXPECT_LT(lightness / (okShot.width() * okShot.height()), 100);
 
   ResultViewController* vc = nullptr;
   QObject::connect(capture, &CaptureController::resultPresented,

@@ -83,7 +83,8 @@ BaseViewController {
                                screen.allkeyboardWillHide() // commentScrollChang
         header: Rectangle {
             width: list.width
-            height: 300
+            // The message is read whole: as many lines as it takes.
+            height: labMessage.text.length > 0 ? labMessage.y + labMessage.height + 10 : 300
             color: "white"
             MouseArea {
                 anchors.fill: parent
@@ -114,12 +115,14 @@ BaseViewController {
                 font.bold: true
             }
             Label {
-                x: 110
-                y: 270
-                width: parent.width - 230
-                elide: Text.ElideRight
+                id: labMessage
+                objectName: "labMessage"
+                x: 12
+                y: 298
+                width: parent.width - 24
+                wrapMode: Text.Wrap
                 text: screen.itemInfo.imgmessage || ""
-                font.pixelSize: 13
+                font.pixelSize: 14
             }
             LikeButton {
                 id: btnLike

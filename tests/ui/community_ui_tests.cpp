@@ -399,6 +399,22 @@ TEST(CommunityUi, SignUpChecksNamePopupAndTheOneTimePasswordReset) {
   EXPECT_FALSE(item(set, "lablikeName")->isVisible());
   press(item(set, "entry_myself"));
   EXPECT_EQ(hudSaid("error:主人,请注册或登录"), "error:主人,请注册或登录");
+
+  // "联系我们" and "给容点评分" lead to pages of the app's own server.
+  press(item(set, "entry_two"));
+  ASSERT_TRUE(waitUntil([&] { return alerts->sheetVisible(); }));
+  const QString contact = alerts->sheetTitle();
+  alerts->answerSheet(0);
+  ASSERT_TRUE(contact.startsWith("如果您对容点有什么好的意见，或者合作请联系我。" + server.url()));
+  for (const QUrl page :
+       {QUrl(contact.mid(contact.indexOf("http"))), QUrl(Community::instance()->reviewUrl())}) {
+    const auto reply = rdtest::http_request(
+        server.process.port(), "GET",
+        page.toString(QUrl::RemoveScheme | QUrl::RemoveAuthority | QUrl::RemoveFragment)
+            .toStdString());
+    EXPECT_EQ(reply.status, 200) << page.toString().toStdString();
+    EXPECT_NE(reply.body.find("联系我们"), std::string::npos);
+  }
 }
 
 TEST(CommunityUi, NewestFeedPagesToTheEndAndTheRankingNeedsTheMenu) {

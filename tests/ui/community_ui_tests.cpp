@@ -406,7 +406,7 @@ TEST(CommunityUi, SignUpChecksNamePopupAndTheOneTimePasswordReset) {
   const QString contact = alerts->sheetTitle();
   alerts->answerSheet(0);
   ASSERT_TRUE(contact.startsWith("如果您对容点有什么好的意见，或者合作请联系我。" + server.url()));
-  for (const QUrl page :
+  for (const QUrl& page :
        {QUrl(contact.mid(contact.indexOf("http"))), QUrl(Community::instance()->reviewUrl())}) {
     const auto reply = rdtest::http_request(
         server.process.port(), "GET",

@@ -67,8 +67,17 @@ BaseViewController {
                 width: 70
                 height: parent.height
                 text: "删除"
-                palette.button: "#e05a5a"
-                palette.buttonText: "white"
+                // White on red, as the style's own panel washes the red out.
+                contentItem: Label {
+                    text: deleteButton.text
+                    color: "white"
+                    font.pixelSize: 15
+                    horizontalAlignment: Text.AlignHCenter
+                    verticalAlignment: Text.AlignVCenter
+                }
+                background: Rectangle {
+                    color: deleteButton.down ? "#c04848" : "#e05a5a"
+                }
                 onClicked: screen.deleteRow(index)
             }
         }

@@ -1,7 +1,8 @@
 // The one like/dislike operation of every item view. A like adds 100 to the
 // item's score, a dislike takes 100 away; both add 1 to the like count (the
 // dislike count is never touched). The change is made at once and kept
-// whatever the backend answers.
+// unless the backend refuses the vote (the photo is gone): then the item's
+// views go back to the numbers of before.
 #pragma once
 
 #include <QString>

@@ -131,6 +131,13 @@ void ItemApi::deleteItem(const QString& itemId, const QString& cmd, BoolBlock bl
 
 void ItemApi::isLikeItem(const QString& /*unused*/, const QString& itemId, bool isLike,
                          const QString& cmd, BoolBlock block) {
+  likeItem(itemId, isLike, cmd, [block](Vote vote) {
+    if (block) block(vote == Vote::Counted);
+  });
+}
+
+void ItemApi::likeItem(const QString& itemId, bool isLike, const QString& cmd,
+                       std::function<void(Vote)> block) {
   QJsonObject body = commandBody(cmd);
   setIfGiven(body, "item_id", itemId);
   setIfGiven(body, "user_id", LocalUserInfo::getUserInfo().userinfoId);
@@ -140,14 +147,14 @@ void ItemApi::isLikeItem(const QString& /*unused*/, const QString& itemId, bool 
       [block](const QJsonValue& reply) {
         if (hasError(reply)) {
           MessageBar::show(QStringLiteral("温馨提示"), messageOf(reply), MessageBar::Type::Error);
-          if (block) block(false);
+          if (block) block(Vote::Refused);
           return;
         }
-        if (block) block(!reply.isUndefined());
+        if (block) block(reply.isUndefined() ? Vote::Unanswered : Vote::Counted);
       },
       [block](int, const QString&) {
         ProgressDisplay::showErrorWithStatus(HeadApi::kNetworkErrorText);
-        if (block) block(false);
+        if (block) block(Vote::Unanswered);
       });
 }
 

@@ -45,6 +45,11 @@ class ItemApi {
   // on an error reply (shown in the message bar) and on a transport failure.
   static void isLikeItem(const QString& unused, const QString& itemId, bool isLike,
                          const QString& cmd, BoolBlock block);
+  // The same, telling a vote the backend refused (an error reply: the photo
+  // is gone, a repeated vote) from one that never reached it.
+  enum class Vote { Counted, Refused, Unanswered };
+  static void likeItem(const QString& itemId, bool isLike, const QString& cmd,
+                       std::function<void(Vote)> block);
 };
 
 class CommentApi {

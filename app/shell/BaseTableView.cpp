@@ -172,6 +172,23 @@ bool BaseTableView::removeRecord(int row) {
   return true;
 }
 
+int BaseTableView::removeRecords(const QString& keyField, const QVariant& value) {
+  const QMetaObject* mo = recordType();
+  const int key = mo ? mo->indexOfProperty(keyField.toUtf8().constData()) : -1;
+  if (key < 0) return 0;
+  const QString wanted = value.toString();
+  int removed = 0;
+  for (int row = static_cast<int>(arrlist_.size()) - 1; row >= 0; --row) {
+    if (mo->property(key).readOnGadget(arrlist_.at(row).constData()).toString() != wanted) continue;
+    beginRemoveRows({}, row, row);
+    arrlist_.removeAt(row);
+    endRemoveRows();
+    ++removed;
+  }
+  if (removed > 0) emit countChanged();
+  return removed;
+}
+
 int BaseTableView::updateRecords(const QString& keyField, const QVariantMap& fields) {
   const QMetaObject* mo = recordType();
   if (!mo || !fields.contains(keyField)) return 0;

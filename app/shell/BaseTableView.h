@@ -56,6 +56,9 @@ class BaseTableView : public QAbstractListModel {
   const QVariantList& rows() const { return arrlist_; }
   // Takes one row away (a deleted record); false when there is no such row.
   Q_INVOKABLE bool removeRecord(int row);
+  // Takes away every row whose `keyField` equals `value` (a record deleted
+  // elsewhere); returns how many went.
+  Q_INVOKABLE int removeRecords(const QString& keyField, const QVariant& value);
   // Records are shared with the screens that change them (a like on the item
   // page, a comment count): writes `fields` into every row whose `keyField`
   // equals fields[keyField]. Returns the number of rows changed.

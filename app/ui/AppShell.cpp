@@ -69,7 +69,9 @@ void AppShell::installAdapters() {
         hud->showErrorWithStatus(text);
         break;
       case ProgressDisplay::Kind::Dismiss:
-        hud->dismiss();
+        // Lists dismiss when their load ends; a message shown meanwhile (a
+        // list's error, a deletion's success) stays readable.
+        hud->dismissWaiting();
         break;
     }
   });

@@ -1,6 +1,7 @@
 // The 容点 app.
 //   rongdian [--server URL] [--quit-when-ready]
 //   rongdian --headless-result PHOTO --out FILE.png [--server URL]
+//   rongdian --help | --version
 // --server (or RONGDIAN_SERVER) points every client at one rongdian-server.
 // The headless form runs the main job under the offscreen platform: the photo
 // cropped to 0.8 in the middle, the analysis, the result screen after its
@@ -9,6 +10,7 @@
 // --quit-when-ready exits as soon as the home screen is drawn and takes input
 // (the splash gone), printing {"firstFrameMs":…,"usableMs":…} counted from the
 // start of main(); the start-up benchmark uses it.
+#include <QCommandLineParser>
 #include <QElapsedTimer>
 #include <QFont>
 #include <QGuiApplication>
@@ -25,16 +27,30 @@
 
 namespace {
 
-QString argValue(int argc, char** argv, const char* name) {
-  for (int i = 1; i + 1 < argc; ++i)
-    if (qstrcmp(argv[i], name) == 0) return QString::fromLocal8Bit(argv[i + 1]);
-  return {};
-}
+const QCommandLineOption kServer(QStringLiteral("server"),
+                                 QStringLiteral("The rongdian-server to use, e.g. "
+                                                "http://127.0.0.1:8080 (default: RONGDIAN_SERVER, "
+                                                "else the addresses the app was built with)."),
+                                 QStringLiteral("URL"));
+const QCommandLineOption kQuitWhenReady(
+    QStringLiteral("quit-when-ready"),
+    QStringLiteral("Exit as soon as the home screen takes input, printing the start-up times "
+                   "as JSON."));
+const QCommandLineOption kHeadless(
+    QStringLiteral("headless-result"),
+    QStringLiteral("Without a window: score PHOTO, write the result screen to the --out file "
+                   "and print the score as JSON."),
+    QStringLiteral("PHOTO"));
+const QCommandLineOption kOut(QStringLiteral("out"),
+                              QStringLiteral("The PNG file --headless-result writes."),
+                              QStringLiteral("FILE"));
 
-bool hasFlag(int argc, char** argv, const char* name) {
-  for (int i = 1; i < argc; ++i)
-    if (qstrcmp(argv[i], name) == 0) return true;
-  return false;
+void describe(QCommandLineParser& parser) {
+  parser.setApplicationDescription(
+      QStringLiteral("容点: photograph a face, get its score, share it with friends."));
+  parser.addHelpOption();
+  parser.addVersionOption();
+  parser.addOptions({kServer, kQuitWhenReady, kHeadless, kOut});
 }
 
 QElapsedTimer g_sinceMain;
@@ -140,34 +156,51 @@ void runHeadless(AppShell& shell, const QString& photo, const QString& out) {
 
 int main(int argc, char** argv) {
   g_sinceMain.start();
-  const QString headlessPhoto = argValue(argc, argv, "--headless-result");
-  const QString out = argValue(argc, argv, "--out");
-  if (!headlessPhoto.isEmpty()) {
-    if (out.isEmpty()) {
-      std::fprintf(stderr,
-                   "usage: rongdian --headless-result PHOTO --out FILE.png [--server URL]\n");
-      return 2;
-    }
-    qputenv("QT_QPA_PLATFORM", "offscreen");
+  QCoreApplication::setApplicationName(QStringLiteral("rongdian"));
+  QCoreApplication::setOrganizationName(QStringLiteral("rongdian"));
+  QCoreApplication::setApplicationVersion(QStringLiteral("2.3"));
+
+  // A first look at the options before the application object: --help and
+  // --version need no display, and the headless form the offscreen platform.
+  // Mistakes are told after Qt took its own options (-platform, ...) away.
+  QCommandLineParser parser;
+  describe(parser);
+  QStringList raw;
+  for (int i = 0; i < argc; ++i) raw << QString::fromLocal8Bit(argv[i]);
+  parser.parse(raw);
+  if (parser.isSet(QStringLiteral("help")) || parser.isSet(QStringLiteral("version"))) {
+    QCoreApplication plain(argc, argv);
+    parser.process(plain);  // prints and exits
   }
+  const bool headless = parser.isSet(kHeadless);
+  if (headless) qputenv("QT_QPA_PLATFORM", "offscreen");
+
   QGuiApplication app(argc, argv);
-  app.setApplicationName(QStringLiteral("rongdian"));
-  app.setOrganizationName(QStringLiteral("rongdian"));
-  app.setApplicationVersion(QStringLiteral("2.3"));
   app.setDesktopFileName(QStringLiteral("rongdian"));
+  parser.process(app);  // an unknown option: told, exit status 1
+  if (!parser.positionalArguments().isEmpty()) {
+    std::fprintf(stderr, "rongdian: unexpected argument %s (see rongdian --help)\n",
+                 qPrintable(parser.positionalArguments().first()));
+    return 2;
+  }
+  const QString headlessPhoto = parser.value(kHeadless);
+  const QString out = parser.value(kOut);
+  if (headless && (headlessPhoto.isEmpty() || out.isEmpty())) {
+    std::fprintf(stderr, "usage: rongdian --headless-result PHOTO --out FILE.png [--server URL]\n");
+    return 2;
+  }
   QGuiApplication::setFont(QFont(QStringLiteral("Noto Sans CJK SC")));
 
   AppShell::Options options;
   options.serverUrl = qEnvironmentVariable("RONGDIAN_SERVER");
-  const QString server = argValue(argc, argv, "--server");
-  if (!server.isEmpty()) options.serverUrl = server;
-  options.push = headlessPhoto.isEmpty();
+  if (parser.isSet(kServer)) options.serverUrl = parser.value(kServer);
+  options.push = !headless;
 
   AppShell shell;
   if (!shell.start(options)) return 1;
-  if (!headlessPhoto.isEmpty())
+  if (headless)
     runHeadless(shell, headlessPhoto, out);
-  else if (hasFlag(argc, argv, "--quit-when-ready"))
+  else if (parser.isSet(kQuitWhenReady))
     quitWhenReady(shell);
   return app.exec();
 }

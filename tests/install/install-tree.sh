@@ -2,7 +2,8 @@
 # `cmake --install` into a temporary DESTDIR, then the installed tree on its
 # own: the files are there, the desktop entry validates, the installed server
 # starts with its installed models and answers, the installed rongdian-score
-# scores that server's answer and the installed app starts on it.
+# scores that server's answer and the installed app tells its options and
+# starts on it.
 #   install-tree.sh BUILD_DIR SOURCE_DIR DETECT_KEY DETECT_SECRET
 set -euo pipefail
 build=$1
@@ -82,8 +83,12 @@ curl -fsS -m 60 -o "$work/answer.json" \
 grep -q '"allResultPoint":"[0-9]*"' "$work/score.json" || fail "score: $(cat "$work/score.json")"
 echo "score: $(cat "$work/score.json")"
 
-# The installed app (screens and pictures compiled in, Qt's QML modules from
-# the system) comes up on that server and its home screen takes input.
+# The installed app tells its options without a display, then (screens and
+# pictures compiled in, Qt's QML modules from the system) comes up on that
+# server and its home screen takes input.
+env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM timeout 10 "$p/bin/rongdian" --help \
+  >"$work/help.out" 2>&1 && grep -q -- '--headless-result <PHOTO>' "$work/help.out" ||
+  { cat "$work/help.out" >&2; fail "rongdian --help"; }
 ready=$(env XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data" XDG_CACHE_HOME="$work/cache" \
   QT_QPA_PLATFORM=offscreen timeout 60 "$p/bin/rongdian" --quit-when-ready --server "$url" \
   2>"$work/app.err") || { cat "$work/app.err" >&2; fail "the installed app did not come up"; }

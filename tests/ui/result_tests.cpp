@@ -11,8 +11,11 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
+#include <QTest>
 
 #include "UiTestSupport.h"
+#include "community/OtherShare.h"
+#include "community/ui/Community.h"
 #include "face/FaceScoring.h"
 #include "face/FaceppClient.h"
 #include "face/Ka_Json.h"
@@ -27,39 +30,25 @@ using namespace uitest;
 
 namespace {
 
-// The worked example: total 6434, eyes 90, nose 95, mouth 97, 气质 76.
-const char* const kFace = kExampleFace;
-
 FaceInfoPtr exampleFace() {
-  return Ka_Json::jsonToFaceInfo(QJsonDocument::fromJson(kFace).object());
-}
-
-QImage examplePhoto() {
-  QImage img(200, 250, QImage::Format_RGB32);
-  img.fill(QColor(0xf5, 0xcf, 0xa8));
-  return img;
+  return Ka_Json::jsonToFaceInfo(QJsonDocument::fromJson(kExampleFace).object());
 }
 
 ResultViewController* showResult(const ResultHandOver& h) {
   // The splash swallows taps until it is gone.
   waitUntil([] { return !app().delegate()->splashPictureShown(); }, 10000);
   auto* vc = new ResultViewController;
-  vc->setHandOver(h, exampleFace(), examplePhoto(), false);
+  QImage photo(200, 250, QImage::Format_RGB32);
+  photo.fill(QColor(0xf5, 0xcf, 0xa8));
+  vc->setHandOver(h, exampleFace(), photo, false);
   app().delegate()->pushScreen("ResultViewController", {{"vc", QVariant::fromValue<QObject*>(vc)}});
   waitUntil([] { return top() && top()->objectName() == "ResultViewController"; });
   spin(600);  // the push transition
   return vc;
 }
 
-ResultHandOver example() {
-  ResultHandOver h;
-  h.allResultPoint = "6434";
-  h.eyePoint = 90.3429;
-  h.mouthPoint = 97.5789;
-  h.nosePoint = 95.76;
-  h.otherPoint = 76.087;
-  return h;
-}
+// The worked example: total 6434, eyes 90, nose 95, mouth 97, 气质 76.
+ResultHandOver example() { return {"6434", 90.3429, 97.5789, 95.76, 76.087}; }
 
 QString labels(QQuickItem* s) {
   QStringList out;
@@ -71,8 +60,6 @@ QString labels(QQuickItem* s) {
 }  // namespace
 
 TEST(Result, CountsUpThenFillsBarsAndLabels) {
-  app();
-  waitUntil([] { return !app().delegate()->splashPictureShown(); }, 10000);
   ResultViewController* vc = showResult(example());
   QQuickItem* s = top();
   ASSERT_EQ(s->objectName(), "ResultViewController");
@@ -107,7 +94,7 @@ TEST(Result, CountsUpThenFillsBarsAndLabels) {
   ASSERT_TRUE(waitUntil([] { return top() == home(); }));
 }
 
-TEST(Result, OffTheChartHelpSheetAndTheOwnPhoto) {
+TEST(Result, OffTheChartHelpSheetOwnPhotoAndSharing) {
   app();
   ResultHandOver h = example();
   h.eyePoint = 100;
@@ -121,14 +108,34 @@ TEST(Result, OffTheChartHelpSheetAndTheOwnPhoto) {
   auto* alerts = AlertCenter::instance();
   ASSERT_TRUE(alerts->sheetVisible());
   EXPECT_EQ(alerts->sheetTitle(), ResultViewController::kHelpText);
-  EXPECT_TRUE(alerts->sheetTitle().startsWith("问题1:很多人容点都在5000左右"));
   ASSERT_EQ(alerts->sheetButtons().size(), 1);
   EXPECT_EQ(alerts->sheetButtons()[0].toMap()["text"].toString(), " ");
   alerts->answerSheet(0);
 
-  ProgressHud::instance()->clearHistory();
+  auto* hud = ProgressHud::instance();
+  hud->clearHistory();
   click(item(s, "imgHead"));
-  EXPECT_EQ(ProgressHud::instance()->history(), QStringList{"error:主人，不要点自己啦"});
+  EXPECT_EQ(hud->history(), QStringList{"error:主人，不要点自己啦"});
+
+  // Sharing: a missing app keeps the panel open with its message; an
+  // installed one closes it and gets the picture of the whole screen.
+  click(item(s, "shareButton"));
+  QQuickItem* panel = item(s, "popShardView");
+  ASSERT_TRUE(waitUntil([&] { return shown(panel) && panel->opacity() == 1; }));
+  hud->clearHistory();
+  click(item(panel, "shareButton3001"));
+  EXPECT_EQ(hud->history(), QStringList{"error:未安装QQ客户端"});
+  EXPECT_TRUE(shown(panel));
+  OtherShare::setInstalledForTesting(false, false, true);
+  click(item(panel, "shareButton3004"));
+  ASSERT_TRUE(waitUntil([] { return Community::instance()->sentRequests() == 1; }));
+  OtherShare::resetInstalled();
+  EXPECT_FALSE(shown(panel));
+  const QImage sent = QImage::fromData(Community::instance()->lastRequest().jpeg);
+  ASSERT_EQ(sent.size(), s->size().toSize());
+  // The photo as on screen, not dimmed by the panel.
+  const QColor photo = sent.pixelColor(item(s, "imgHead")->mapToItem(s, {20, 20}).toPoint());
+  EXPECT_LT(qAbs(photo.red() - 0xf5) + qAbs(photo.blue() - 0xa8), 24);
 }
 
 TEST(Result, MessagePopUpTakesOneToHundredCharacters) {
@@ -146,16 +153,25 @@ TEST(Result, MessagePopUpTakesOneToHundredCharacters) {
   vc->addMessage();
   ASSERT_TRUE(waitUntil([] { return item("AddMessageViewController") != nullptr; }));
   QQuickItem* popup = item("AddMessageViewController");
-  EXPECT_EQ(item(popup, "textMessage")->property("placeholderText").toString(),
-            "写句话，让大家给你点赞吧！1个赞增加100容点哟：）");
+  // The placeholder whole on its lines; Escape leaves without publishing.
+  QQuickItem* hint = item(popup, "placeholder");
+  EXPECT_EQ(text(hint), "写句话，让大家给你点赞吧！1个赞增加100容点哟：）");
+  EXPECT_TRUE(shown(hint));
+  EXPECT_GT(hint->property("lineCount").toInt(), 1);
+  EXPECT_LE(hint->mapToItem(popup, {hint->width(), 0}).x(), popup->width());
+  EXPECT_TRUE(item(popup, "textMessage")->hasActiveFocus());
+  QTest::keyClick(app().window(), Qt::Key_Escape);
+  ASSERT_TRUE(waitUntil([] { return !shown(item("popupHost")); }));
+  EXPECT_FALSE(vc->publishing());
+  vc->addMessage();
+  ASSERT_TRUE(waitUntil(
+      [&] { return (popup = item("popupHost")->property("popup").value<QQuickItem*>()); }));
   auto* hud = ProgressHud::instance();
   auto send = [&](const QString& t) {
     hud->clearHistory();
     popup->setProperty("text", t);
     click(item(popup, "btnOK"));
   };
-  send("");
-  EXPECT_EQ(hud->history(), QStringList{"error:主人，请输入内容"});
   send(QString(101, QChar(0x8d5e)));
   EXPECT_EQ(hud->history(), QStringList{"error:主人，请删除一些内容"});
   // 100 characters close the pop-up and start publishing.
@@ -185,7 +201,7 @@ class FakeDetection {
         buffer_.clear();
         QJsonObject answer{{"img_width", 200},
                            {"img_height", 250},
-                           {"face", QJsonArray{QJsonDocument::fromJson(kFace).object()}}};
+                           {"face", QJsonArray{QJsonDocument::fromJson(kExampleFace).object()}}};
         const QByteArray body = QJsonDocument(answer).toJson(QJsonDocument::Compact);
         s->write(
             "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nConnection: close\r\n"
@@ -204,6 +220,7 @@ class FakeDetection {
 };
 
 TEST(Capture, AlbumPhotoThroughCropToTheCountedUpResult) {
+  qputenv("QT_QUICK_CONTROLS_HOVER_ENABLED", "1");  // as on a desktop
   FakeDetection detection;
   app(AppShell::Options{detection.url(), false});
   waitUntil([] { return !app().delegate()->splashPictureShown(); }, 10000);
@@ -231,6 +248,17 @@ TEST(Capture, AlbumPhotoThroughCropToTheCountedUpResult) {
   EXPECT_NEAR(cr.center().x(), 320, 2);
   EXPECT_NEAR(cr.height(), 480, 2);
   screenshot("crop");
+  // The waiting text keeps off the frame; under the mouse "确定" stays white on dark.
+  auto sceneRect = [](QQuickItem* i) { return i->mapRectToScene(i->boundingRect()).toRect(); };
+  EXPECT_TRUE(shown(item("hudBox")));
+  EXPECT_FALSE(sceneRect(item("hudBox")).intersects(sceneRect(item(crop, "cropFrame"))));
+  QQuickItem* ok = item(crop, "cropOK");
+  QTest::mouseMove(app().window(), sceneRect(ok).center());
+  ASSERT_TRUE(waitUntil([&] { return ok->property("hovered").toBool(); }));
+  const QImage okShot = app().window()->grabWindow().copy(sceneRect(ok));
+  const QColor average =
+      okShot.scaled(1, 1, Qt::IgnoreAspectRatio, Qt::SmoothTransformation).pixelColor(0, 0);
+  EXPECT_LT(average.lightness(), 100);
 
   ResultViewController* vc = nullptr;
   QObject::connect(capture, &CaptureController::resultPresented,

@@ -58,6 +58,14 @@ BaseViewController {
         input.focus = false
     }
 
+    // The same item changed elsewhere, or a refused like put its numbers back.
+    Connections {
+        target: Community
+        function onItemChanged(changed) {
+            if (changed.itemId !== undefined && changed.itemId === screen.itemInfo.itemId)
+                screen.itemInfo = Object.assign({}, screen.itemInfo, changed)
+        }
+    }
     CommentTableView {
         id: comments
         itemID: screen.itemInfo.itemId || ""
@@ -75,7 +83,8 @@ BaseViewController {
                                screen.allkeyboardWillHide() // commentScrollChang
         header: Rectangle {
             width: list.width
-            height: 300
+            // The message is read whole: as many lines as it takes.
+            height: labMessage.text.length > 0 ? labMessage.y + labMessage.height + 10 : 300
             color: "white"
             MouseArea {
                 anchors.fill: parent
@@ -106,12 +115,14 @@ BaseViewController {
                 font.bold: true
             }
             Label {
-                x: 110
-                y: 270
-                width: parent.width - 230
-                elide: Text.ElideRight
+                id: labMessage
+                objectName: "labMessage"
+                x: 12
+                y: 298
+                width: parent.width - 24
+                wrapMode: Text.Wrap
                 text: screen.itemInfo.imgmessage || ""
-                font.pixelSize: 13
+                font.pixelSize: 14
             }
             LikeButton {
                 id: btnLike

@@ -45,16 +45,6 @@ QVariantMap gadgetMap(const T& g) {
   return m;
 }
 
-Item itemFrom(const QVariantMap& m) {
-  Item it;
-  const QMetaObject& mo = Item::staticMetaObject;
-  for (auto i = m.cbegin(); i != m.cend(); ++i) {
-    const int idx = mo.indexOfProperty(i.key().toLatin1().constData());
-    if (idx >= 0) mo.property(idx).writeOnGadget(&it, i.value());
-  }
-  return it;
-}
-
 }  // namespace
 
 Community* Community::instance() {
@@ -75,7 +65,7 @@ Community::Community(QObject* parent) : QObject(parent) {
     emit userloginsucceed();
   });
   nc.addObserver(Notifications::itemDleteSucceed, this,
-                 [this](const Notification&) { emit itemDleteSucceed(); });
+                 [this](const Notification& n) { emit itemDleteSucceed(n.object.toString()); });
   nc.addObserver(Notifications::fadeViewAction, this,
                  [this](const Notification&) { emit fadeViewAction(); });
 }
@@ -218,21 +208,29 @@ void Community::loadSetData(const QJSValue& cb) {
 }
 
 QVariantMap Community::likeAction(const QVariant& itemVar, bool isLike, const QJSValue& cb) {
-  QVariantMap item = toMap(itemVar);
+  const QVariantMap before = toMap(itemVar);
+  QVariantMap item = before;
   const auto next = LikeTapAction::nextValues(item.value("lookscorebasis").toString(),
                                               item.value("like").toString(), isLike);
   item["lookscorebasis"] = next.score;
   item["like"] = next.like;
   const QString name = item.value("userlikename").toString();
-  const Item it = itemFrom(item);
-  ItemApi::isLikeItem(LocalUserInfo::getUserInfo().userinfoId, it.itemId, isLike,
-                      QStringLiteral("rd_like_item"), [this, cb, name, next](bool ok) {
-                        if (ok)
-                          MessageBarModel::instance()->showMessage(LikeTapAction::thanksTitle(),
-                                                                   LikeTapAction::thanksText(name),
-                                                                   MessageBarModel::Success);
-                        call(cb, {ok, next.score, next.like});
-                      });
+  ItemApi::likeItem(item.value("itemId").toString(), isLike, QStringLiteral("rd_like_item"),
+                    [this, cb, name, next, before](ItemApi::Vote vote) {
+                      if (vote == ItemApi::Vote::Counted)
+                        MessageBarModel::instance()->showMessage(LikeTapAction::thanksTitle(),
+                                                                 LikeTapAction::thanksText(name),
+                                                                 MessageBarModel::Success);
+                      if (vote != ItemApi::Vote::Refused) {
+                        call(cb, {vote == ItemApi::Vote::Counted, next.score, next.like});
+                        return;
+                      }
+                      // Not counted (the photo is gone, a repeated vote): every
+                      // view shows the numbers of before again.
+                      emit itemChanged(before);
+                      call(cb, {false, before.value("lookscorebasis").toString(),
+                                before.value("like").toString()});
+                    });
   emit itemChanged(item);
   return item;
 }
@@ -281,8 +279,12 @@ void Community::logIn(const QString& number, const QString& password, bool reset
 
 void Community::deleteItem(const QString& itemId, const QJSValue& cb) {
   ProgressHud::instance()->showWithStatus(QStringLiteral("删除战场中..."));
-  ItemApi::deleteItem(itemId, QStringLiteral("rd_remove_item"), [this, cb](bool ok) {
-    if (ok) ProgressHud::instance()->showSuccessWithStatus(QStringLiteral("删除成功"));
+  ItemApi::deleteItem(itemId, QStringLiteral("rd_remove_item"), [this, cb, itemId](bool ok) {
+    if (ok) {
+      // Every list drops the photo (the own list reloads), then the message.
+      NotificationCenter::defaultCenter().postNotification(Notifications::itemDleteSucceed, itemId);
+      ProgressHud::instance()->showSuccessWithStatus(QStringLiteral("删除成功"));
+    }
     call(cb, {ok});
   });
 }
@@ -296,7 +298,7 @@ QVariantMap Community::sharOtherAction(int tag, const QVariant& picture) {
     out[QStringLiteral("message")] = message;
     return out;
   }
-  OtherShare::requestFor(tag, picture.value<QImage>());
+  lastRequest_ = OtherShare::requestFor(tag, picture.value<QImage>());
   ++sent_;
   out[QStringLiteral("installed")] = true;
   return out;

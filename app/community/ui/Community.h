@@ -14,6 +14,8 @@
 #include <QVariant>
 #include <QVariantMap>
 
+#include "community/OtherShare.h"
+
 class Community : public QObject {
   Q_OBJECT
   Q_PROPERTY(bool loggedIn READ loggedIn NOTIFY sessionChanged)
@@ -66,7 +68,9 @@ class Community : public QObject {
   Q_INVOKABLE void loadSetData(const QJSValue& cb);
   // The like of every item view: changes `item` (a map of the Item's fields)
   // at once and returns it; the backend is told, and cb(ok, score, like) runs
-  // when it answered. On success the thank-you bar shows.
+  // when it answered. On success the thank-you bar shows; a vote the backend
+  // refuses shows its message and puts the numbers of before back
+  // (itemChanged, and score and like of before to cb).
   Q_INVOKABLE QVariantMap likeAction(const QVariant& item, bool isLike, const QJSValue& cb);
   // "评论中..." and the comment; cb(ok).
   Q_INVOKABLE void createComment(const QString& itemId, const QString& text, const QJSValue& cb);
@@ -76,7 +80,8 @@ class Community : public QObject {
   // "加载中..." and the log-in; "登录成功" and the first-log-in flag on success; cb(ok).
   Q_INVOKABLE void logIn(const QString& number, const QString& password, bool reset,
                          const QJSValue& cb);
-  // "删除战场中..." and the removal; "删除成功" on success; cb(ok).
+  // "删除战场中..." and the removal; on success "itemDleteSucceed" with the
+  // item id and "删除成功"; cb(ok).
   Q_INVOKABLE void deleteItem(const QString& itemId, const QJSValue& cb);
 
   // Sharing: by tag, {installed, message}; when installed the request is
@@ -91,6 +96,7 @@ class Community : public QObject {
   Q_INVOKABLE bool isInstalled(int tag) const;
   Q_INVOKABLE QString lastSavedPicture() const { return lastSaved_; }
   Q_INVOKABLE int sentRequests() const { return sent_; }
+  const OtherShare::Request& lastRequest() const { return lastRequest_; }
 
   // Settings: the contact text (with the contact address) and the store's
   // review page of the app.
@@ -113,7 +119,8 @@ class Community : public QObject {
   void clearAllNewsNum();
   void updataNewsNum();
   void userloginsucceed();
-  void itemDleteSucceed();
+  // An own photo was deleted (its item id): the lists showing it drop it.
+  void itemDleteSucceed(const QString& itemId);
   void fadeViewAction();
 
  private:
@@ -121,4 +128,5 @@ class Community : public QObject {
   void call(QJSValue cb, const QJSValueList& args);
   QString lastSaved_;
   int sent_ = 0;
+  OtherShare::Request lastRequest_;
 };

@@ -64,6 +64,16 @@ Item {
             showTable.updateRecords("itemId", changed)
             valueTable.updateRecords("itemId", changed)
         }
+        // A photo its owner deleted leaves both feeds; when it was the top
+        // item, the next one takes its place.
+        function onItemDleteSucceed(itemId) {
+            showTable.removeRecords("itemId", itemId)
+            valueTable.removeRecords("itemId", itemId)
+            if (feeds.arrHead.length > 0 && feeds.arrHead[0].itemId === itemId) {
+                feeds.arrHead = []
+                feeds.loadFristPoint()
+            }
+        }
     }
     ShowTableView {
         id: showTable

@@ -28,12 +28,9 @@ BaseViewController {
                            "itemInfo": item
                        })
     }
+    // A deleted photo leaves every list through "itemDleteSucceed".
     function deleteRow(row) {
-        const item = Community.toMap(table.get(row))
-        Community.deleteItem(item.itemId, function (ok) {
-            if (ok)
-                table.removeRecord(row)
-        })
+        Community.deleteItem(Community.toMap(table.get(row)).itemId, null)
     }
 
     MyFaceTableView {
@@ -43,7 +40,7 @@ BaseViewController {
     }
     Connections {
         target: Community
-        function onItemDleteSucceed() { table.refreshData() }
+        function onItemDleteSucceed(itemId) { table.refreshData() }
         function onItemChanged(changed) { table.updateRecords("itemId", changed) }
     }
     FeedList {
@@ -70,8 +67,17 @@ BaseViewController {
                 width: 70
                 height: parent.height
                 text: "删除"
-                palette.button: "#e05a5a"
-                palette.buttonText: "white"
+                // White on red, as the style's own panel washes the red out.
+                contentItem: Label {
+                    text: deleteButton.text
+                    color: "white"
+                    font.pixelSize: 15
+                    horizontalAlignment: Text.AlignHCenter
+                    verticalAlignment: Text.AlignVCenter
+                }
+                background: Rectangle {
+                    color: deleteButton.down ? "#c04848" : "#e05a5a"
+                }
                 onClicked: screen.deleteRow(index)
             }
         }

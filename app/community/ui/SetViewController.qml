@@ -41,7 +41,12 @@ BaseViewController {
     }
     function oneAction() { App.pushScreen("FeedbackViewController", {}) }
     function twoAction() { Alerts.actionSheet(Community.contactText(), [], "取消") }
-    function threwAction() { Qt.openUrlExternally(Community.reviewUrl()) }
+    // The review page in the browser; without one, its address to type in.
+    function threwAction() {
+        const url = Community.reviewUrl()
+        if (!Qt.openUrlExternally(url))
+            Hud.showErrorWithStatus("没有可打开网页的浏览器，请访问 " + url)
+    }
     function logoutAlert() { Alerts.alert("温馨提示", "是否退出登录", ["取消", "确定"]) }
     function fourAction() {
         if (Community.loggedIn)

@@ -18,36 +18,12 @@ BaseViewController {
 
     function shardAction() { panel.showAnima() }
     function updataCommenView(c) { comment = Community.toMap(c) }
-    // Runs `then(picture)` with the picture of the photo and its comment.
-    function grabShareInfo(then) {
-        shareInfoView.grabToImage(function (result) { then(result.image) })
-    }
-    function sharOtherAction(tag) {
-        if (!Community.isShareTag(tag))
-            return
-        if (!Community.isInstalled(tag)) {
-            Community.sharOtherAction(tag, null) // the target's message
-            return
-        }
-        editBtn.visible = false
-        editBtn2.visible = false
-        panel.disAble()
-        grabShareInfo(function (picture) {
-            Community.sharOtherAction(tag, picture)
-            if (screen.arrComment.length !== 1) {
-                editBtn.visible = true
-                editBtn2.visible = true
-            }
-        })
-    }
-    function saveAction() {
-        editBtn.visible = false
-        editBtn2.visible = false
-        grabShareInfo(function (picture) {
-            Community.savePicture(picture)
-            editBtn.visible = screen.arrComment.length !== 1
-            editBtn2.visible = screen.arrComment.length !== 1
-        })
+    function sharOtherAction(tag) { panel.sharOtherAction(tag) }
+    // The edit buttons stay out of the picture; they come back unless the
+    // item has exactly one comment.
+    function showEditButtons(show) {
+        editBtn.visible = show
+        editBtn2.visible = show
     }
     function editAction() {
         App.pushScreen("SelectCommentViewController", {
@@ -121,8 +97,8 @@ BaseViewController {
     }
     SharePanel {
         id: panel
-        onSharOtherAction: tag => screen.sharOtherAction(tag)
-        onSaveAction: screen.saveAction()
-        onCopyAction: Community.copyText(3002)
+        picture: shareInfoView
+        onPictureTaking: screen.showEditButtons(false)
+        onPictureTaken: screen.showEditButtons(screen.arrComment.length !== 1)
     }
 }

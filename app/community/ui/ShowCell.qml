@@ -112,7 +112,8 @@ Rectangle {
         objectName: "labMessage"
         x: 92
         y: 44
-        width: parent.width - 100
+        // In the ranking it ends before the rank's title or number.
+        width: (cell.ranking ? Math.min(teachLabel.x, lablookScorNum.x) - 8 : parent.width - 8) - x
         elide: Text.ElideRight
         text: cell.shown.imgmessage || ""
         font.pixelSize: 14
@@ -163,6 +164,7 @@ Rectangle {
         font.pixelSize: 11
     }
     Label {
+        id: teachLabel
         objectName: "teachLabel"
         visible: cell.ranking
         anchors.right: parent.right
@@ -173,6 +175,7 @@ Rectangle {
         font.pixelSize: 14
     }
     Label {
+        id: lablookScorNum
         objectName: "lablookScorNum"
         visible: cell.ranking && cell.rankInfo.numberVisible
         anchors.right: parent.right

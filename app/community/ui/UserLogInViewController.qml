@@ -53,6 +53,7 @@ Rectangle {
             objectName: "textName"
             width: parent.width
             placeholderText: "手机号"
+            focus: true
         }
         TextField {
             id: textpassword

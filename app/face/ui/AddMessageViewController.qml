@@ -37,15 +37,29 @@ Rectangle {
         ScrollView {
             width: parent.width
             height: 120
+            focus: true
             TextArea {
                 id: textMessage
                 objectName: "textMessage"
-                placeholderText: "写句话，让大家给你点赞吧！1个赞增加100容点哟：）"
                 wrapMode: TextEdit.Wrap
                 font.pixelSize: 15
+                focus: true
                 background: Rectangle {
                     border.color: "#dddddd"
                     radius: 6
+                }
+                // The placeholder, wrapped over as many lines as it takes
+                // (the control's own stays on one line and is cut off).
+                Label {
+                    objectName: "placeholder"
+                    x: textMessage.leftPadding
+                    y: textMessage.topPadding
+                    width: textMessage.width - textMessage.leftPadding - textMessage.rightPadding
+                    visible: textMessage.length === 0 && textMessage.preeditText.length === 0
+                    text: "写句话，让大家给你点赞吧！1个赞增加100容点哟：）"
+                    wrapMode: Text.Wrap
+                    font: textMessage.font
+                    color: "#999999"
                 }
             }
         }

@@ -13,11 +13,15 @@ Rectangle {
     color: "black"
 
     readonly property real areaHeight: height - 64
-    // The frame: 90% of the width or of the height, whichever is smaller.
-    readonly property real frameWidth: Math.min(width * 0.9, areaHeight * 0.9 * ratio)
+    // The top band stays free for the waiting text ("计算中...") that is up
+    // while the photo is cropped.
+    readonly property real topBand: 48
+    // The frame: 90% of the width or of the height below the band, whichever
+    // is smaller.
+    readonly property real frameWidth: Math.min(width * 0.9, (areaHeight - topBand) * 0.9 * ratio)
     readonly property real frameHeight: frameWidth / ratio
     readonly property real frameX: (width - frameWidth) / 2
-    readonly property real frameY: (areaHeight - frameHeight) / 2
+    readonly property real frameY: topBand + (areaHeight - topBand - frameHeight) / 2
     // Smallest zoom: the photo covers the frame.
     readonly property real minScale: photo.implicitWidth > 0 ? Math.max(frameWidth / photo.implicitWidth, frameHeight / photo.implicitHeight) : 1
 
@@ -104,28 +108,35 @@ Rectangle {
             border.width: 2
         }
     }
+    // White on the dark bar, under the mouse and pressed too.
+    component CropButton: Button {
+        id: button
+        width: parent.width / 2
+        height: parent.height
+        font.pixelSize: 17
+        contentItem: Label {
+            text: button.text
+            font: button.font
+            color: "white"
+            horizontalAlignment: Text.AlignHCenter
+            verticalAlignment: Text.AlignVCenter
+        }
+        background: Rectangle {
+            color: button.down ? "#40ffffff" : (button.hovered ? "#26ffffff" : "transparent")
+        }
+    }
     Row {
         anchors.bottom: parent.bottom
         width: parent.width
         height: 64
-        Button {
+        CropButton {
             objectName: "cropCancel"
-            width: parent.width / 2
-            height: parent.height
-            flat: true
             text: "取消"
-            palette.buttonText: "white"
-            font.pixelSize: 17
             onClicked: Capture.cropCancelled()
         }
-        Button {
+        CropButton {
             objectName: "cropOK"
-            width: parent.width / 2
-            height: parent.height
-            flat: true
             text: "确定"
-            palette.buttonText: "white"
-            font.pixelSize: 17
             onClicked: {
                 const r = crop.cropRect()
                 Capture.cropImage(crop.imageUrl, r.x, r.y, r.width, r.height)

@@ -1,6 +1,6 @@
 // The result screen: the photo with rounded corners, the counting number,
 // the attribute lines, the sub-scores as labels and bars, " ? " for help,
-// publishing with a message and the share panel. `vc` is its ResultLogic.
+// publishing with a message and sharing. `vc` is its ResultLogic.
 import QtQuick
 import QtQuick.Controls
 import Rongdian
@@ -12,14 +12,15 @@ BaseViewController {
     rightText: "再测一次"
     onRightClicked: vc.rightBtnAction()
 
-    // The share panel's senders come with the sharing screens.
-    signal shareRequested(string target)
-
-    function showAnima() {
-        popShardView.shown = true
+    // Sharing sends or saves the picture of the whole screen.
+    function sharAction() {
+        popShardView.showAnima()
     }
     function disAble() {
-        popShardView.shown = false
+        popShardView.disAble()
+    }
+    function sharOtherAction(tag) {
+        popShardView.sharOtherAction(tag)
     }
 
     Component.onCompleted: vc.viewDidLoad()
@@ -151,87 +152,14 @@ BaseViewController {
                     text: "分享"
                     implicitWidth: 120
                     font.pixelSize: 16
-                    onClicked: screen.showAnima()
+                    onClicked: screen.sharAction()
                 }
             }
         }
     }
 
-    // The share panel, hidden until showAnima().
-    Item {
+    SharePanel {
         id: popShardView
-        objectName: "popShardView"
-        property bool shown: false
-        anchors.fill: parent
-        visible: opacity > 0
-        opacity: shown ? 1 : 0
-        Behavior on opacity {
-            NumberAnimation {
-                duration: 300
-            }
-        }
-        Rectangle {
-            anchors.fill: parent
-            color: "#66000000"
-            MouseArea {
-                anchors.fill: parent
-                onClicked: screen.disAble()
-            }
-        }
-        Rectangle {
-            anchors.bottom: parent.bottom
-            width: parent.width
-            height: 170
-            color: "white"
-            Label {
-                objectName: "popShardViewtitle"
-                x: 14
-                y: 12
-                text: "分享到"
-                font.pixelSize: 15
-                color: "#333333"
-            }
-            Rectangle {
-                objectName: "popShardViewLine"
-                y: 40
-                width: parent.width
-                height: 1
-                color: "#eeeeee"
-            }
-            Row {
-                y: 52
-                anchors.horizontalCenter: parent.horizontalCenter
-                spacing: 14
-                Repeater {
-                    model: [["popShardViewQQ", "QQ"], ["popShardViewWX", "微信"], ["popShardViewPY", "朋友圈"], ["popShardViewSina", "微博"]]
-                    delegate: Button {
-                        objectName: modelData[0]
-                        text: modelData[1]
-                        implicitWidth: 62
-                        font.pixelSize: 13
-                        onClicked: {
-                            screen.disAble()
-                            screen.shareRequested(modelData[0])
-                        }
-                    }
-                }
-            }
-            Rectangle {
-                objectName: "popShardViewLine2"
-                y: 108
-                width: parent.width
-                height: 1
-                color: "#eeeeee"
-            }
-            Button {
-                objectName: "popShardViewCancleBtn"
-                y: 118
-                anchors.horizontalCenter: parent.horizontalCenter
-                text: "取消"
-                flat: true
-                font.pixelSize: 15
-                onClicked: screen.disAble() // cancleAtion
-            }
-        }
+        picture: screen
     }
 }

@@ -1,9 +1,11 @@
 // Pop-ups presented over a dimmed background (App.presentPopup). Tapping the
 // background posts "fadeViewAction"; the screens that care dismiss the pop-up.
+// Escape or the back key leaves a pop-up without effect. The pop-up gets the
+// keyboard: its field marked `focus: true` is the one typed into.
 import QtQuick
 import Rongdian
 
-Item {
+FocusScope {
     id: host
     objectName: "popupHost"
     visible: loader.item !== null
@@ -11,10 +13,15 @@ Item {
 
     function present(url, properties) {
         loader.setSource(url, properties)
+        host.forceActiveFocus()
     }
     function dismiss() {
         loader.source = ""
+        host.focus = false
     }
+
+    Keys.onEscapePressed: App.dismissPopup()
+    Keys.onBackPressed: App.dismissPopup()
 
     Rectangle {
         anchors.fill: parent
@@ -27,5 +34,6 @@ Item {
     Loader {
         id: loader
         anchors.centerIn: parent
+        focus: true
     }
 }

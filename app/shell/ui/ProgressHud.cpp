@@ -30,6 +30,15 @@ void ProgressHud::showSuccessWithStatus(const QString& status) { apply(Success, 
 void ProgressHud::showErrorWithStatus(const QString& status) { apply(Error, status, 0); }
 void ProgressHud::dismiss() { apply(Hidden, QString(), 0); }
 
+void ProgressHud::dismissWaiting() {
+  if (QThread::currentThread() != thread()) {
+    QMetaObject::invokeMethod(
+        this, [this] { dismissWaiting(); }, Qt::QueuedConnection);
+    return;
+  }
+  if (mode_ == Waiting || mode_ == Progress) dismiss();
+}
+
 void ProgressHud::apply(Mode mode, const QString& status, double progress) {
   if (QThread::currentThread() != thread()) {
     QMetaObject::invokeMethod(

@@ -36,6 +36,9 @@ class ProgressHud : public QObject {
   Q_INVOKABLE void showSuccessWithStatus(const QString& status);
   Q_INVOKABLE void showErrorWithStatus(const QString& status);
   Q_INVOKABLE void dismiss();
+  // Takes down a waiting or progress display; a success or error text stays
+  // its time (a list's load that ends after a message was shown).
+  void dismissWaiting();
 
   // Every state shown, as "mode:text" ("waiting:计算中...", "error:请重新登录",
   // "hidden:"), oldest first; for tests and logs.

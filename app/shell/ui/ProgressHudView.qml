@@ -9,8 +9,9 @@ Item {
     objectName: "progressHud"
     visible: Hud.visible
 
-    // While a photo is being cropped the display waits at the top and lets
-    // the crop screen take the touches.
+    // While a photo is being cropped the display waits as a single line in
+    // the band the crop screen keeps free at its top (not over the face) and
+    // lets the crop screen take the touches.
     readonly property bool cropping: typeof Capture !== "undefined" && Capture.cropping
 
     MouseArea {
@@ -19,10 +20,11 @@ Item {
         visible: enabled
     }
     Rectangle {
+        objectName: "hudBox"
         anchors.horizontalCenter: parent.horizontalCenter
-        y: root.cropping ? 30 : (root.height - height) / 2
+        y: root.cropping ? 8 : (root.height - height) / 2
         width: Math.max(110, Math.min(root.width - 60, label.implicitWidth + 32))
-        height: column.implicitHeight + 28
+        height: column.implicitHeight + (root.cropping ? 12 : 28)
         radius: 10
         color: "#d9000000"
         Column {
@@ -31,7 +33,7 @@ Item {
             spacing: 10
             BusyIndicator {
                 anchors.horizontalCenter: parent.horizontalCenter
-                visible: Hud.mode === ProgressHud.Waiting
+                visible: Hud.mode === ProgressHud.Waiting && !root.cropping
                 running: visible
                 width: 36
                 height: 36

@@ -286,6 +286,7 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   ASSERT_TRUE(waitUntil([&] { return heart->isEnabled(); }));
   EXPECT_EQ(text(heart), likesShown);
   EXPECT_EQ(text(item(cells.last(), "labScore")), scoreShown);
+  EXPECT_FALSE(heart->property("liked").toBool());
 }
 
 TEST(CommunityUi, SignUpChecksNamePopupAndTheOneTimePasswordReset) {

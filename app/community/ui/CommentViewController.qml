@@ -134,9 +134,11 @@ BaseViewController {
                 onClicked: {
                     btnLike.enabled = false
                     btnLike.liked = true
-                    screen.itemInfo = Community.likeAction(screen.itemInfo, true, function (ok, score, like) {
+                    screen.itemInfo = Community.likeAction(screen.itemInfo, true, function (ok, score, like, refused) {
                         // The labels follow itemInfo, which holds the new values.
                         btnLike.enabled = true
+                        if (refused)
+                            btnLike.liked = false
                     })
                 }
             }

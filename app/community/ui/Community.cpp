@@ -222,14 +222,14 @@ QVariantMap Community::likeAction(const QVariant& itemVar, bool isLike, const QJ
                                                                  LikeTapAction::thanksText(name),
                                                                  MessageBarModel::Success);
                       if (vote != ItemApi::Vote::Refused) {
-                        call(cb, {vote == ItemApi::Vote::Counted, next.score, next.like});
+                        call(cb, {vote == ItemApi::Vote::Counted, next.score, next.like, false});
                         return;
                       }
                       // Not counted (the photo is gone, a repeated vote): every
                       // view shows the numbers of before again.
                       emit itemChanged(before);
                       call(cb, {false, before.value("lookscorebasis").toString(),
-                                before.value("like").toString()});
+                                before.value("like").toString(), true});
                     });
   emit itemChanged(item);
   return item;

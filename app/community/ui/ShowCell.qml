@@ -38,8 +38,10 @@ Rectangle {
     function likeAction(isLike, button) {
         button.enabled = false
         button.liked = true
-        cell.changed = Community.likeAction(cell.shown, isLike, function (ok, score, like) {
+        cell.changed = Community.likeAction(cell.shown, isLike, function (ok, score, like, refused) {
             button.enabled = true
+            if (refused)
+                button.liked = false // the vote did not count: the button as it was
             // The score and like labels follow the item, which already holds
             // the answer's values; the dislike title shows the like count.
             if (ok && !isLike)

@@ -21,6 +21,7 @@ class ScriptedList : public BaseTableView {
  public:
   QList<int> pagesAsked;
   PageBlock pending;
+  FailBlock unreachable;
   void answer(std::optional<QVariantList> records) {
     ASSERT_TRUE(pending);
     PageBlock p = std::move(pending);
@@ -39,9 +40,10 @@ class ScriptedList : public BaseTableView {
 
  protected:
   const QMetaObject* recordType() const override { return &Item::staticMetaObject; }
-  void sendRequest(int, int page, PageBlock done) override {
+  void sendRequest(int, int page, PageBlock done, FailBlock failed) override {
     pagesAsked << page;
     pending = std::move(done);
+    unreachable = std::move(failed);
   }
 };
 
@@ -113,12 +115,70 @@ TEST_F(PagedList, EndOfDataAndRollBack) {
   scrollPast(5);                   // paging is off now
   EXPECT_EQ(list.pagesAsked.size(), 2);
 
-  // A reload that fails leaves page 1 (never lowered) and empties the rows.
+  // A reload keeps the rows until its answer: none leaves page 1 (never
+  // lowered) and no rows.
   list.refreshData();
-  EXPECT_EQ(list.rowCount(), 0);
+  EXPECT_TRUE(list.reloading());
+  EXPECT_EQ(list.rowCount(), 10);
   list.answer(std::nullopt);
+  EXPECT_FALSE(list.reloading());
+  EXPECT_EQ(list.rowCount(), 0);
   EXPECT_EQ(list.page(), 1);
   EXPECT_EQ(list.footerText(), "已经到底了哈！");
+}
+
+TEST_F(PagedList, UnreachableServerKeepsTheRowsAndTheFooterRetries) {
+  QSignalSpy finished(&list, &BaseTableView::refreshFinished);
+  list.refreshData();
+  list.unreachable();  // nothing shown yet: the footer says why
+  EXPECT_TRUE(list.loadFailed());
+  EXPECT_EQ(list.footerText(), "网络环境差，请稍候再试！：）");
+  EXPECT_FALSE(list.reloading());
+  EXPECT_EQ(finished.size(), 1);
+  list.retry();
+  EXPECT_EQ(list.pagesAsked, (QList<int>{1, 1}));
+  EXPECT_EQ(list.footerText(), "正在加载...");
+  list.answer(ScriptedList::items(10));
+  scrollPast(1);
+  list.unreachable();  // page 2: asked for again by the retry
+  EXPECT_EQ(list.page(), 1);
+  EXPECT_EQ(list.rowCount(), 10);
+  list.retry();
+  EXPECT_EQ(list.pagesAsked.last(), 2);
+  list.answer(ScriptedList::items(10));
+  list.refreshData();
+  list.unreachable();  // a failed reload leaves the rows shown
+  EXPECT_EQ(list.rowCount(), 20);
+  list.retry();
+  EXPECT_EQ(list.pagesAsked.last(), 1);
+}
+
+// The view of a scrolled list reports a scroll whenever its rows change.
+TEST_F(PagedList, RefreshOfAScrolledListLoadsPageOneOnce) {
+  const auto report = [this] { list.tableViewDidScroll(list.rowCount() * 100, 400, 2100, false); };
+  QObject::connect(&list, &QAbstractItemModel::modelReset, report);
+  QObject::connect(&list, &QAbstractItemModel::rowsInserted, report);
+  list.refreshData();
+  list.answer(ScriptedList::items(10));
+  scrollPast(1);
+  list.answer(ScriptedList::items(10));
+  scrollPast(1);
+  list.answer(ScriptedList::items(5));
+  list.pagesAsked.clear();
+  list.refreshData();
+  EXPECT_EQ(list.pagesAsked, QList<int>{1});
+  EXPECT_EQ(list.rowCount(), 25);
+  list.answer(ScriptedList::items(10));
+  EXPECT_EQ(list.pagesAsked, QList<int>{1});
+  EXPECT_EQ(list.rowCount(), 10);
+  // A next page still under way when a reload starts: its answer is dropped.
+  scrollPast(1);
+  auto late = std::move(list.pending);
+  list.refreshData();
+  late(ScriptedList::items(10));
+  list.answer(ScriptedList::items(3));
+  EXPECT_EQ(list.rowCount(), 3);
+  EXPECT_EQ(list.footerText(), "上拉加载更多");
 }
 
 TEST_F(PagedList, EmptyPageRollsBackButKeepsPaging) {

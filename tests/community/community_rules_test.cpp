@@ -219,7 +219,7 @@ namespace {
 class ThreeItems : public BaseTableView {
  protected:
   const QMetaObject* recordType() const override { return &Item::staticMetaObject; }
-  void sendRequest(int, int page, PageBlock done) override {
+  void sendRequest(int, int page, PageBlock done, FailBlock) override {
     if (page > 1) return done(std::nullopt);
     QVariantList rows;
     for (const char* id : {"a", "b", "c"}) {

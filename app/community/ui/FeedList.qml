@@ -1,5 +1,7 @@
 // A server-backed list on a BaseTableView model: pull down past the top to
 // reload, scroll past the bottom for the next page, the footer's text below.
+// While a reload runs a bar at the top says so; a load that could not reach
+// the server leaves its text in the footer, and a tap there asks again.
 import QtQuick
 import QtQuick.Controls
 import Rongdian
@@ -11,6 +13,19 @@ ListView {
     clip: true
     boundsBehavior: Flickable.DragOverBounds
     property bool pulling: false
+    // What a tap on the footer of a failed load does.
+    property var retry: function () {
+        table.retry()
+    }
+
+    // A reload's rows show page 1 from its top; paging is still closed while
+    // the view moves there.
+    Connections {
+        target: list.table
+        function onRowsReplaced() {
+            list.positionViewAtBeginning()
+        }
+    }
 
     onContentYChanged: {
         if (!table)
@@ -34,24 +49,79 @@ ListView {
         color: "#888888"
         font.pixelSize: 12
     }
-    footer: Item {
+    Rectangle {
+        objectName: "refreshIndicator"
+        parent: list
         width: list.width
-        height: 44
-        visible: list.table !== null && list.table.footerText.length > 0
+        height: 32
+        z: 2
+        visible: list.table !== null && list.table.reloading
+        color: "#f0ffffff"
         Row {
             anchors.centerIn: parent
             spacing: 6
             BusyIndicator {
-                running: list.table !== null && list.table.footerSpinning
-                visible: running
+                running: parent.parent.visible
                 width: 20
                 height: 20
             }
             Label {
-                objectName: "footerLabel"
-                text: list.table ? list.table.footerText : ""
+                anchors.verticalCenter: parent.verticalCenter
+                text: "加载中..."
                 color: "#888888"
                 font.pixelSize: 13
+            }
+        }
+    }
+    footer: Item {
+        id: footerView
+        objectName: "footerView"
+        readonly property bool failed: list.table !== null && list.table.loadFailed
+        // A failed load with nothing above it fills the view.
+        readonly property bool alone: failed && list.count === 0
+        width: list.width
+        height: alone ? Math.max(list.height - (list.headerItem ? list.headerItem.height : 0), 200)
+                      : footerColumn.height + 24
+        visible: list.table !== null && list.table.footerText.length > 0
+        MouseArea {
+            anchors.fill: parent
+            enabled: footerView.failed
+            onClicked: list.retry()
+        }
+        Column {
+            id: footerColumn
+            anchors.centerIn: parent
+            spacing: 10
+            Image {
+                anchors.horizontalCenter: parent.horizontalCenter
+                visible: footerView.alone
+                source: "qrc:/pictures/location.png"
+                width: 96
+                height: 120
+            }
+            Row {
+                anchors.horizontalCenter: parent.horizontalCenter
+                spacing: 6
+                BusyIndicator {
+                    running: list.table !== null && list.table.footerSpinning
+                    visible: running
+                    width: 20
+                    height: 20
+                }
+                Label {
+                    objectName: "footerLabel"
+                    anchors.verticalCenter: parent.verticalCenter
+                    text: list.table ? list.table.footerText : ""
+                    color: "#888888"
+                    font.pixelSize: 13
+                }
+            }
+            Label {
+                anchors.horizontalCenter: parent.horizontalCenter
+                visible: footerView.failed
+                text: "轻点这里或下拉，再试一次"
+                color: "#aaaaaa"
+                font.pixelSize: 12
             }
         }
     }

@@ -101,6 +101,42 @@ QString screenshot(const QString& name) {
 QQuickItem* home() { return qobject_cast<QQuickItem*>(app().delegate()->menuVC()); }
 QQuickItem* top() { return app().currentScreen(); }
 
+QQuickItem* withText(QQuickItem* root, const QString& t) {
+  if (!root) return nullptr;
+  if (root->property("text").toString() == t) return root;
+  for (QQuickItem* c : root->childItems())
+    if (QQuickItem* found = withText(c, t)) return found;
+  return nullptr;
+}
+
+QQuickItem* openAlbum() {
+  QMetaObject::invokeMethod(home(), "presentMenuButtonTapped");
+  click(item(home(), "menuRow1"));
+  QQuickItem* files = nullptr;
+  waitUntil([&] { return (files = item(QStringLiteral("fileDialogListView"))) && shown(files); });
+  spin(300);  // its opening transition
+  return files;
+}
+
+QQuickItem* albumDialog(QQuickItem* files) {
+  QQuickItem* p = files;
+  while (p && p->parentItem() && !p->parentItem()->inherits("QQuickOverlay")) p = p->parentItem();
+  return p;
+}
+
+bool pickInAlbum(QQuickItem* files, const QString& fileName) {
+  QQuickItem* row = nullptr;
+  if (!files) return false;
+  waitUntil([&] {
+    for (QQuickItem* c : files->property("contentItem").value<QQuickItem*>()->childItems())
+      if (c->property("fileName").toString() == fileName) row = c;
+    return row != nullptr;
+  });
+  click(row);
+  click(withText(albumDialog(files), QStringLiteral("打开")));
+  return row && waitUntil([&] { return !shown(files); });
+}
+
 QString uploadPhoto() {
   static int uploads = 0;
   const QString key = QStringLiteral("ui-photo-%1.jpeg").arg(++uploads);

@@ -50,6 +50,15 @@ QString screenshot(const QString& name);
 QQuickItem* home();
 QQuickItem* top();
 
+// The album as a person uses it: the home screen's menu row "相册" opens the
+// file dialog (its list of files is returned once shown, in the Pictures
+// folder); the photo's row, then "打开" (true once the dialog has closed).
+QQuickItem* openAlbum();
+QQuickItem* albumDialog(QQuickItem* files);  // the whole dialog
+bool pickInAlbum(QQuickItem* files, const QString& fileName);
+// The first item under root whose "text" is `text`.
+QQuickItem* withText(QQuickItem* root, const QString& text);
+
 // A photo uploaded with the app's uploader to the server Endpoints point at
 // (an item needs one of its own); its public URL, empty on failure.
 QString uploadPhoto();

@@ -5,6 +5,8 @@
 
 #include <QFile>
 #include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QQmlProperty>
 #include <QSettings>
 
@@ -12,9 +14,11 @@
 #include "UiTestSupport.h"
 #include "community/ui/Community.h"
 #include "service/Endpoints.h"
+#include "service/HeadApi.h"
 #include "service/ItemApi.h"
 #include "service/LocalUserInfo.h"
 #include "service/UserInfoApi.h"
+#include "shell/BaseTableView.h"
 #include "shell/NotificationCenter.h"
 #include "shell/ui/AlertCenter.h"
 #include "shell/ui/AppDelegate.h"
@@ -382,16 +386,47 @@ TEST(CommunityUi, NewestFeedPagesToTheEndAndTheRankingNeedsTheMenu) {
   QObject* table = tableOf(list);
   ASSERT_TRUE(waitUntil([&] { return table->property("count").toInt() == 10; }));
   EXPECT_DOUBLE_EQ(item("aScrollView")->property("contentWidth").toDouble(), list->width());
-  for (int round = 0; round < 6 && table->property("footerText").toString() != "已经到底了哈！";
-       ++round) {
+  auto* base = qobject_cast<BaseTableView*>(table);
+  const auto pageOnce = [&] {
     QMetaObject::invokeMethod(list, "positionViewAtEnd");
-    spin(100);
-    const double y = list->property("contentY").toDouble();
-    list->setProperty("contentY", y + 80);  // past the bottom edge
-    waitUntil([&] { return !table->property("isLoadingMore").toBool(); }, 5000);
-  }
-  EXPECT_EQ(table->property("count").toInt(), 25);
-  EXPECT_EQ(table->property("footerText").toString(), "已经到底了哈！");
+    list->setProperty("contentY", list->property("contentY").toDouble() + 80);  // past the end
+    waitUntil([&] { return !base->isLoadingMore(); }, 5000);
+  };
+  pageOnce();
+  ASSERT_EQ(base->rowCount(), 20);
+
+  // A refresh of the scrolled list: its rows stay, under the bar saying it
+  // runs, until one load of page 1 replaces them. One that cannot reach the
+  // server leaves them, and a tap on the footer asks again. Then to the end.
+  QQuickItem* bar = item(list, "refreshIndicator");
+  QList<int> counts;  // the row counts the view is told of
+  int barShown = 0, listLoads = 0;
+  QObject::connect(base, &BaseTableView::countChanged, [&] { counts << base->rowCount(); });
+  QObject::connect(bar, &QQuickItem::visibleChanged, [&] { barShown += bar->isVisible(); });
+  QObject::connect(HeadApi::manager(), &QNetworkAccessManager::finished,
+                   [&](QNetworkReply* r) { listLoads += r->url().query().contains("list_items"); });
+  const auto listsUnderWay = [] {
+    for (QNetworkReply* r : HeadApi::manager()->findChildren<QNetworkReply*>())
+      if (!r->isFinished() && r->url().query().contains("list_items")) return true;
+    return false;
+  };
+  const auto reloadOnce = [&](const std::function<void()>& start, const QList<int>& changes) {
+    counts.clear();
+    barShown = listLoads = 0;
+    start();
+    ASSERT_TRUE(waitUntil([&] { return listLoads > 0 && !listsUnderWay() && !shown(bar); }));
+    EXPECT_EQ(listLoads, 1);
+    EXPECT_EQ(barShown, 1);
+    EXPECT_EQ(counts, changes);
+  };
+  Endpoints::setServerUrl("http://127.0.0.1:1");
+  reloadOnce([&] { base->refreshTriggered(); }, {});
+  EXPECT_EQ(base->footerText(), "网络环境差，请稍候再试！：）");
+  Endpoints::setServerUrl(server.url());
+  QMetaObject::invokeMethod(list, "positionViewAtEnd");
+  reloadOnce([&] { click(item(list, "footerView")); }, {10});
+  for (int round = 0; round < 6 && base->footerText() != "已经到底了哈！"; ++round) pageOnce();
+  EXPECT_EQ(base->rowCount(), 25);
   screenshot("community_newest_end");
 
   // "容点榜": two pages, the ranking loaded, the pager on page two.

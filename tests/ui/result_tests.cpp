@@ -3,6 +3,7 @@
 // a stand-in detection service.
 #include <gtest/gtest.h>
 
+#include <QDir>
 #include <QHostAddress>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -207,17 +208,34 @@ TEST(Capture, AlbumPhotoThroughCropToTheCountedUpResult) {
   FakeDetection detection;
   app(AppShell::Options{detection.url(), false});
   waitUntil([] { return !app().delegate()->splashPictureShown(); }, 10000);
+  // The person's Pictures folder holds a camera's photo.
   QTemporaryDir dir;
-  const QString path = dir.filePath("face.jpg");
+  qputenv("HOME", dir.path().toUtf8());
+  qputenv("XDG_CONFIG_HOME", dir.filePath(".config").toUtf8());
+  ASSERT_TRUE(QDir(dir.path()).mkpath("Pictures"));
   QImage wide(640, 480, QImage::Format_RGB32);
   wide.fill(Qt::darkCyan);
-  ASSERT_TRUE(wide.save(path));
+  ASSERT_TRUE(wide.save(dir.filePath("Pictures/DSC0001.JPG"), "JPEG"));
 
   CaptureController* capture = app().capture();
   EXPECT_EQ(CaptureController::centredCropRect(QSize(640, 480), 0.8), QRect(128, 0, 384, 480));
   EXPECT_EQ(CaptureController::centredCropRect(QSize(400, 800), 0.8), QRect(0, 150, 400, 500));
 
-  capture->libraryPicked(QUrl::fromLocalFile(path));
+  // The album: Qt's file dialog in Chinese, in the Pictures folder, inside
+  // the window and with room for each file's size and date.
+  QQuickItem* files = openAlbum();
+  ASSERT_TRUE(files);
+  QQuickItem* dialog = albumDialog(files);
+  for (const char* t : {"打开", "取消", "类型"}) EXPECT_TRUE(withText(dialog, t)) << t;
+  EXPECT_EQ(
+      home()->findChild<QObject*>("imagePicker")->property("currentFolder").toUrl().toLocalFile(),
+      dir.filePath("Pictures"));
+  const QRectF box = dialog->mapRectToScene(dialog->boundingRect());
+  EXPECT_TRUE(QRectF(QPointF(), app().window()->size()).contains(box));
+  ASSERT_TRUE(waitUntil([&] { return item(files, "fileDialogDelegate0"); }));
+  EXPECT_GE(item(files, "fileDialogDelegate0")->property("fileDetailRowWidth").toInt(), 200);
+  screenshot("album");
+  ASSERT_TRUE(pickInAlbum(files, "DSC0001.JPG"));
   ASSERT_TRUE(waitUntil([] { return top()->objectName() == "CropViewController"; }));
   EXPECT_EQ(ProgressHud::instance()->status(), "计算中...");
   EXPECT_TRUE(capture->cropping());

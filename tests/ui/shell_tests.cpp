@@ -49,6 +49,20 @@ TEST(StartUp, RunsInOrderAndRemovesTheSplashOnceAfterItsFade) {
   spin(3 * AppDelegate::kSplashTickMs);
   EXPECT_EQ(d->splashRemovals(), 1);
   EXPECT_EQ(d->temptime(), ticks);  // the timer is gone
+
+  // No server: the newest feed says so where its rows would be, and a tap
+  // there asks again.
+  QQuickItem* feed = item("showTableView");
+  QQuickItem* footer = item(feed, "footerLabel");
+  ASSERT_TRUE(waitUntil([&] { return text(footer) == "网络环境差，请稍候再试！：）"; }));
+  EXPECT_TRUE(shown(footer));
+  screenshot("home-without-server");
+  ProgressHud::instance()->clearHistory();
+  click(item(feed, "footerView"));
+  EXPECT_TRUE(waitUntil([] {
+    return ProgressHud::instance()->history().contains("error:网络环境差，请稍候再试！：）");
+  }));
+  EXPECT_TRUE(waitUntil([&] { return shown(footer) && text(footer).startsWith("网络"); }));
 }
 
 TEST(StartUp, SplashTitleKeepsItsPlaceOnlyOnThe640x1136Screen) {

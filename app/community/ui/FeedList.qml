@@ -12,6 +12,7 @@ ListView {
     model: table
     clip: true
     boundsBehavior: Flickable.DragOverBounds
+    flickableDirection: Flickable.VerticalFlick // a pull also when nothing is shown
     property bool pulling: false
     // What a tap on the footer of a failed load does.
     property var retry: function () {

@@ -369,6 +369,11 @@ TEST(CommunityUi, NewestFeedPagesToTheEndAndTheRankingNeedsTheMenu) {
   QObject* table = tableOf(list);
   ASSERT_TRUE(waitUntil([&] { return table->property("count").toInt() == 10; }));
   EXPECT_DOUBLE_EQ(item("aScrollView")->property("contentWidth").toDouble(), list->width());
+  // A top card that comes after the rows shows above them.
+  feeds()->setProperty("arrHead", QVariantList{});
+  QMetaObject::invokeMethod(feeds(), "loadFristPoint");
+  ASSERT_TRUE(waitUntil([&] { return list->property("originY").toDouble() < 0; }));
+  EXPECT_DOUBLE_EQ(list->property("contentY").toDouble(), list->property("originY").toDouble());
   auto* base = qobject_cast<BaseTableView*>(table);
   const auto pageOnce = [&] {
     QMetaObject::invokeMethod(list, "positionViewAtEnd");

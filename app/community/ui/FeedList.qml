@@ -20,13 +20,17 @@ ListView {
     }
 
     // A reload's rows show page 1 from its top; paging is still closed while
-    // the view moves there.
+    // the view moves there. A header that comes while the rows are at their
+    // top shows above them.
     Connections {
         target: list.table
         function onRowsReplaced() {
-            list.positionViewAtBeginning()
+            if (!list.atYBeginning)
+                list.positionViewAtBeginning()
         }
     }
+    onHeaderItemChanged: if (headerItem && contentY <= 0)
+                             positionViewAtBeginning()
 
     onContentYChanged: {
         if (!table)
@@ -43,6 +47,7 @@ ListView {
     }
     Label {
         // In the list's content: just above the first row.
+        parent: list.contentItem
         y: list.originY - height - 6
         x: (list.width - width) / 2
         visible: list.contentY < list.originY - 10
@@ -51,13 +56,19 @@ ListView {
         font.pixelSize: 12
     }
     Rectangle {
+        // Over the list, at its top.
         objectName: "refreshIndicator"
-        parent: list
         width: list.width
         height: 32
         z: 2
         visible: list.table !== null && list.table.reloading
-        color: "#f0ffffff"
+        color: "#fafafa"
+        Rectangle {
+            anchors.bottom: parent.bottom
+            width: parent.width
+            height: 1
+            color: "#eeeeee"
+        }
         Row {
             anchors.centerIn: parent
             spacing: 6

@@ -19,7 +19,7 @@ class CommentTableView : public BaseTableView {
 
  protected:
   const QMetaObject* recordType() const override;
-  void sendRequest(int limit, int page, PageBlock done) override;
+  void sendRequest(int limit, int page, PageBlock done, FailBlock failed) override;
 };
 
 class SelectCommentTableView : public CommentTableView {

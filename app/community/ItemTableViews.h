@@ -18,7 +18,7 @@ class ItemTableView : public BaseTableView {
   const QMetaObject* recordType() const override;
   // Sends "rd_list_items" with the given rank and ids.
   void listItems(int limit, int page, const QString& rank, const QString& userId,
-                 const QString& itemId, PageBlock done);
+                 const QString& itemId, PageBlock done, FailBlock failed);
 };
 
 class ShowTableView : public ItemTableView {
@@ -31,7 +31,7 @@ class ShowTableView : public ItemTableView {
   void pagerPageRequested(int page);
 
  protected:
-  void sendRequest(int limit, int page, PageBlock done) override;
+  void sendRequest(int limit, int page, PageBlock done, FailBlock failed) override;
   QString refreshProgressText() const override { return {}; }
   void afterLoad() override { emit pagerPageRequested(0); }
 };
@@ -45,7 +45,7 @@ class ValueTableView : public ItemTableView {
   void pagerPageRequested(int page);
 
  protected:
-  void sendRequest(int limit, int page, PageBlock done) override;
+  void sendRequest(int limit, int page, PageBlock done, FailBlock failed) override;
   void afterLoad() override { emit pagerPageRequested(1); }
 };
 
@@ -65,5 +65,5 @@ class MyFaceTableView : public ItemTableView {
   void idsChanged();
 
  protected:
-  void sendRequest(int limit, int page, PageBlock done) override;
+  void sendRequest(int limit, int page, PageBlock done, FailBlock failed) override;
 };

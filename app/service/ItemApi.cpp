@@ -32,6 +32,14 @@ void showNetworkError(int, const QString&) {
   ProgressDisplay::showErrorWithStatus(HeadApi::kNetworkErrorText);
 }
 
+// The network text, then the caller's own step when it has one.
+HeadApi::FailureHandler networkError(std::function<void()> failed) {
+  return [failed = std::move(failed)](int status, const QString& error) {
+    showNetworkError(status, error);
+    if (failed) failed();
+  };
+}
+
 QJsonObject commandBody(const QString& cmd) {
   QJsonObject body;
   body.insert(QStringLiteral("cmd"), cmd);
@@ -66,7 +74,8 @@ void ItemApi::createItem(const QString& userId, const QString& imgUrl,
 }
 
 void ItemApi::listItem(int limit, int page, const QString& rank, const QString& userId,
-                       const QString& itemId, const QString& cmd, ItemsBlock block) {
+                       const QString& itemId, const QString& cmd, ItemsBlock block,
+                       std::function<void()> failed) {
   QJsonObject body = commandBody(cmd);
   body.insert(QStringLiteral("limit"), limit);
   body.insert(QStringLiteral("page"), page);
@@ -93,7 +102,7 @@ void ItemApi::listItem(int limit, int page, const QString& rank, const QString& 
         for (const QJsonValue& v : items) list.append(KADO_JSON::jsonToItem(v));
         if (block) block(list);
       },
-      showNetworkError);
+      networkError(std::move(failed)));
 }
 
 void ItemApi::getMaxpointItem(const QString& cmd, ItemsBlock block) {
@@ -178,7 +187,7 @@ void CommentApi::createComment(const QString& /*unused*/, const QString& itemID,
 }
 
 void CommentApi::listItemComment(int limit, int page, const QString& itemID, const QString& cmd,
-                                 CommentsBlock block) {
+                                 CommentsBlock block, std::function<void()> failed) {
   QJsonObject body = commandBody(cmd);
   setIfGiven(body, "item_id", itemID);
   body.insert(QStringLiteral("limit"), limit);
@@ -195,5 +204,5 @@ void CommentApi::listItemComment(int limit, int page, const QString& itemID, con
         for (const QJsonValue& v : comments.toArray()) list.append(KADO_JSON::jsonToComment(v));
         if (block) block(list);
       },
-      showNetworkError);
+      networkError(std::move(failed)));
 }

@@ -34,8 +34,10 @@ class ItemApi {
                          const QString& imgMessage, const QString& cmd, BoolBlock block);
   // "rd_list_items": `rank` "lookscorbasis" sorts by score ("sort_by" sent),
   // anything else by time. Delivers nil for an empty page or an error reply.
+  // A transport failure calls `failed` (when given) after its message.
   static void listItem(int limit, int page, const QString& rank, const QString& userId,
-                       const QString& itemId, const QString& cmd, ItemsBlock block);
+                       const QString& itemId, const QString& cmd, ItemsBlock block,
+                       std::function<void()> failed = {});
   // "rd_get_item": the top item as a one-element list, or nil (no message).
   static void getMaxpointItem(const QString& cmd, ItemsBlock block);
   // "rd_remove_item" for the stored user. false on an error reply, and on a
@@ -59,9 +61,10 @@ class CommentApi {
   static void createComment(const QString& unused, const QString& itemID,
                             const QString& userLikename, const QString& commentMessage,
                             const QString& cmd, BoolBlock block);
-  // "rd_list_comments": nil when the page is empty or on any error (no message).
+  // "rd_list_comments": nil when the page is empty or on an error reply (no
+  // message); `failed` as for listItem.
   static void listItemComment(int limit, int page, const QString& itemID, const QString& cmd,
-                              CommentsBlock block);
+                              CommentsBlock block, std::function<void()> failed = {});
 };
 
 // Score commands: none.

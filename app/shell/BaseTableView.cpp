@@ -2,6 +2,7 @@
 
 #include <QMetaProperty>
 
+#include "service/HeadApi.h"
 #include "shell/MainThread.h"
 #include "shell/ProgressDisplay.h"
 
@@ -155,14 +156,6 @@ void BaseTableView::setFooter(const QString& text, bool spinning) {
   emit footerChanged();
 }
 
-void BaseTableView::clearRows() {
-  if (arrlist_.isEmpty()) return;
-  beginResetModel();
-  arrlist_.clear();
-  endResetModel();
-  emit countChanged();
-}
-
 bool BaseTableView::removeRecord(int row) {
   if (row < 0 || row >= arrlist_.size()) return false;
   beginRemoveRows({}, row, row);
@@ -219,37 +212,97 @@ void BaseTableView::appendRecords(const QVariantList& records) {
   emit countChanged();
 }
 
+void BaseTableView::replaceRows(const QVariantList& records) {
+  beginResetModel();
+  arrlist_ = records;
+  endResetModel();
+  emit countChanged();
+}
+
+void BaseTableView::setReloading(bool v) {
+  if (reloading_ == v) return;
+  reloading_ = v;
+  emit stateChanged();
+}
+
+void BaseTableView::retry() {
+  if (failedReload_)
+    refreshData();
+  else
+    loadMore();
+}
+
 void BaseTableView::loadData() {
   page_ += 1;
-  if (isRefreshing_) {
-    clearRows();
+  const bool reload = isRefreshing_;
+  if (reload) {
+    // The rows stay on screen until the reply takes their place: emptying
+    // them now would make the view report a scroll that starts a load.
     page_ = 1;
+    ++generation_;
     setCanLoadMore(false);
     setIsLoadingMore(false);
+    setReloading(true);
+  }
+  if (loadFailed_) {
+    loadFailed_ = false;
+    setFooter(kLoadingText, true);
   }
   emit stateChanged();
   std::weak_ptr<bool> alive = alive_;
-  sendRequest(limit_, page_, [this, alive](std::optional<QVariantList> records) {
-    if (alive.expired() || !*alive.lock()) return;
-    bool rollBack = false;
-    if (!records) {
-      setCanLoadMore(false);
-      rollBack = true;
-    } else {
-      setCanLoadMore(true);
-      setIsLoadingMore(true);
-      if (records->isEmpty())
-        rollBack = true;
-      else
-        appendRecords(*records);
-    }
-    // The same page is asked for again next time; page 1 is never lowered.
-    if (rollBack && page_ >= 2) page_ -= 1;
-    emit stateChanged();
-    finishRefreshControl();
-    loadMoreCompleting();
-    afterLoad();
-    ProgressDisplay::dismiss();
-    emit loaded();
-  });
+  const int generation = generation_;
+  auto current = [this, alive, generation] {
+    return !alive.expired() && *alive.lock() && generation == generation_;
+  };
+  sendRequest(
+      limit_, page_,
+      [this, current, reload](std::optional<QVariantList> records) {
+        if (current()) loadCompleted(reload, std::move(records));
+      },
+      [this, current, reload] {
+        if (current()) loadFailedToReach(reload);
+      });
+}
+
+void BaseTableView::loadCompleted(bool reload, std::optional<QVariantList> records) {
+  bool rollBack = false;
+  if (!records) {
+    setCanLoadMore(false);
+    rollBack = true;
+  } else {
+    setCanLoadMore(true);
+    setIsLoadingMore(true);
+    if (records->isEmpty()) rollBack = true;
+  }
+  if (reload) {
+    // Paging is still closed here (isLoadingMore, or canLoadMore false), so
+    // the scroll the view reports for the new rows starts nothing.
+    replaceRows(records ? *records : QVariantList());
+    setReloading(false);
+    emit rowsReplaced();
+  } else if (records) {
+    appendRecords(*records);
+  }
+  // The same page is asked for again next time; page 1 is never lowered.
+  if (rollBack && page_ >= 2) page_ -= 1;
+  emit stateChanged();
+  finishRefreshControl();
+  loadMoreCompleting();
+  afterLoad();
+  ProgressDisplay::dismiss();
+  emit loaded();
+}
+
+void BaseTableView::loadFailedToReach(bool reload) {
+  // The request layer has shown the network text; the rows shown stay and
+  // the footer offers the same load again.
+  if (!reload && page_ >= 2) page_ -= 1;
+  setCanLoadMore(false);
+  setIsLoadingMore(false);
+  setReloading(false);
+  failedReload_ = reload;
+  loadFailed_ = true;
+  setFooter(HeadApi::kNetworkErrorText, false);
+  emit stateChanged();
+  finishRefreshControl();
 }

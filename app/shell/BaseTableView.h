@@ -11,8 +11,13 @@
 //     which starts the next page when the user drags past the bottom edge;
 //   - the pull-to-refresh control calls refreshTriggered() and stops when
 //     refreshFinished() is emitted (finishRefreshControl);
-//   - the footer shows footerText, with a spinner while footerSpinning.
-// Rows are appended page by page; a reload empties them when it starts.
+//   - the footer shows footerText, with a spinner while footerSpinning; after
+//     a load that could not reach the server (loadFailed) it shows the
+//     network text and a tap on it calls retry();
+//   - while `reloading` a reload from page 1 is under way: the rows shown
+//     stay until its reply replaces them (rowsReplaced), or stay for good
+//     when it fails.
+// Rows are appended page by page.
 #pragma once
 
 #include <QAbstractListModel>
@@ -34,6 +39,8 @@ class BaseTableView : public QAbstractListModel {
   Q_PROPERTY(bool hasRefreshControl READ hasRefreshControl NOTIFY stateChanged)
   Q_PROPERTY(QString footerText READ footerText NOTIFY footerChanged)
   Q_PROPERTY(bool footerSpinning READ footerSpinning NOTIFY footerChanged)
+  Q_PROPERTY(bool loadFailed READ loadFailed NOTIFY footerChanged)
+  Q_PROPERTY(bool reloading READ reloading NOTIFY stateChanged)
   Q_PROPERTY(int page READ page NOTIFY stateChanged)
   Q_PROPERTY(int limit READ limit WRITE setLimit NOTIFY stateChanged)
   Q_PROPERTY(int count READ rowCount NOTIFY countChanged)
@@ -70,6 +77,10 @@ class BaseTableView : public QAbstractListModel {
   Q_INVOKABLE virtual void refreshDataSyn();
   Q_INVOKABLE virtual void loadMoreData();
 
+  // Asks again for what the last load could not get: page 1 after a failed
+  // reload, else the page that failed.
+  Q_INVOKABLE void retry();
+
   // Pull-to-refresh: false drops the control for good; true does nothing.
   Q_INVOKABLE void setIsCanRefresh(bool can);
   Q_INVOKABLE void refreshTriggered() { refreshData(); }
@@ -102,6 +113,8 @@ class BaseTableView : public QAbstractListModel {
   bool hasRefreshControl() const { return hasRefreshControl_; }
   QString footerText() const { return footerText_; }
   bool footerSpinning() const { return footerSpinning_; }
+  bool loadFailed() const { return loadFailed_; }
+  bool reloading() const { return reloading_; }
   int page() const { return page_; }
   int limit() const { return limit_; }
   void setLimit(int l);
@@ -115,14 +128,19 @@ class BaseTableView : public QAbstractListModel {
   void refreshFinished();
   // A load's completion ran (rows, flags and footer updated).
   void loaded();
+  // A reload's reply took the place of the rows, before paging is open again:
+  // a view shows page 1 from its top here.
+  void rowsReplaced();
 
  protected:
   // What a subclass provides: the gadget type of its records, its request
-  // (calls `done` with the page's records, or nullopt), the progress text of
-  // refreshData (empty: none) and the step after each load.
+  // (calls `done` with the page's records, or nullopt; or `failed` when the
+  // server could not be reached), the progress text of refreshData (empty:
+  // none) and the step after each load.
   using PageBlock = std::function<void(std::optional<QVariantList> records)>;
+  using FailBlock = std::function<void()>;
   virtual const QMetaObject* recordType() const = 0;
-  virtual void sendRequest(int limit, int page, PageBlock done) = 0;
+  virtual void sendRequest(int limit, int page, PageBlock done, FailBlock failed) = 0;
   virtual QString refreshProgressText() const { return kRefreshText; }
   virtual void afterLoad() {}
 
@@ -133,7 +151,10 @@ class BaseTableView : public QAbstractListModel {
  private:
   void setFooter(const QString& text, bool spinning);
   void appendRecords(const QVariantList& records);
-  void clearRows();
+  void replaceRows(const QVariantList& records);
+  void setReloading(bool v);
+  void loadCompleted(bool reload, std::optional<QVariantList> records);
+  void loadFailedToReach(bool reload);
 
   QVariantList arrlist_;
   bool isInit_ = false;
@@ -147,6 +168,11 @@ class BaseTableView : public QAbstractListModel {
   int footerHeight_ = kFooterLoadMoreHeight;
   QString footerText_;
   bool footerSpinning_ = false;
+  bool loadFailed_ = false;
+  bool failedReload_ = false;
+  bool reloading_ = false;
+  // Bumped by every reload: replies of loads started before it are stale.
+  int generation_ = 0;
   int page_ = 1;
   int limit_ = 10;
   bool refreshing_ = false;

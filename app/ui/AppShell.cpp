@@ -21,8 +21,10 @@
 #include "shell/ui/MessageBarModel.h"
 #include "shell/ui/ProgressHud.h"
 #include "shell/ui/PushClient.h"
+#include "shell/ui/QtTexts.h"
 
 AppShell::AppShell(QObject* parent) : QObject(parent) {
+  QtTexts::install();
   registerQmlTypes();
   installAdapters();
   Community::installImageCache(&engine_);

@@ -21,6 +21,7 @@ class ScriptedList : public BaseTableView {
  public:
   QList<int> pagesAsked;
   PageBlock pending;
+  FailBlock unreachable;
   void answer(std::optional<QVariantList> records) {
     ASSERT_TRUE(pending);
     PageBlock p = std::move(pending);
@@ -39,9 +40,10 @@ class ScriptedList : public BaseTableView {
 
  protected:
   const QMetaObject* recordType() const override { return &Item::staticMetaObject; }
-  void sendRequest(int, int page, PageBlock done) override {
+  void sendRequest(int, int page, PageBlock done, FailBlock failed) override {
     pagesAsked << page;
     pending = std::move(done);
+    unreachable = std::move(failed);
   }
 };
 
@@ -58,10 +60,7 @@ class PagedList : public ::testing::Test {
 TEST_F(PagedList, FirstLoadFillsAndOffersMore) {
   EXPECT_TRUE(list.isRefreshing());
   EXPECT_FALSE(list.canLoadMore());
-  EXPECT_EQ(list.page(), 1);
-  EXPECT_EQ(list.limit(), 10);
   list.refreshData();
-  EXPECT_TRUE(list.refreshing());
   EXPECT_EQ(list.pagesAsked, QList<int>{1});
   EXPECT_EQ(hud.count(Kind::Show, "加载中..."), 1);
   QSignalSpy finished(&list, &BaseTableView::refreshFinished);
@@ -113,12 +112,64 @@ TEST_F(PagedList, EndOfDataAndRollBack) {
   scrollPast(5);                   // paging is off now
   EXPECT_EQ(list.pagesAsked.size(), 2);
 
-  // A reload that fails leaves page 1 (never lowered) and empties the rows.
+  // A reload keeps the rows until its answer: none leaves page 1 (never
+  // lowered) and no rows.
   list.refreshData();
-  EXPECT_EQ(list.rowCount(), 0);
+  EXPECT_TRUE(list.reloading());
+  EXPECT_EQ(list.rowCount(), 10);
   list.answer(std::nullopt);
+  EXPECT_EQ(list.rowCount(), 0);
   EXPECT_EQ(list.page(), 1);
   EXPECT_EQ(list.footerText(), "已经到底了哈！");
+}
+
+TEST_F(PagedList, UnreachableServerKeepsTheRowsAndTheFooterRetries) {
+  list.refreshData();
+  list.unreachable();  // nothing shown yet: the footer says why
+  EXPECT_EQ(list.footerText(), "网络环境差，请稍候再试！：）");
+  list.retry();
+  EXPECT_EQ(list.pagesAsked, (QList<int>{1, 1}));
+  EXPECT_EQ(list.footerText(), "正在加载...");
+  list.answer(ScriptedList::items(10));
+  scrollPast(1);
+  list.unreachable();  // page 2: asked for again by the retry
+  EXPECT_EQ(list.page(), 1);
+  EXPECT_EQ(list.rowCount(), 10);
+  list.retry();
+  EXPECT_EQ(list.pagesAsked.last(), 2);
+  list.answer(ScriptedList::items(10));
+  list.refreshData();
+  list.unreachable();  // a failed reload leaves the rows shown
+  EXPECT_EQ(list.rowCount(), 20);
+  list.retry();
+  EXPECT_EQ(list.pagesAsked.last(), 1);
+}
+
+// The view of a scrolled list reports a scroll whenever its rows change.
+TEST_F(PagedList, RefreshOfAScrolledListLoadsPageOneOnce) {
+  const auto report = [this] { list.tableViewDidScroll(list.rowCount() * 100, 400, 2100, false); };
+  QObject::connect(&list, &QAbstractItemModel::modelReset, report);
+  QObject::connect(&list, &QAbstractItemModel::rowsInserted, report);
+  list.refreshData();
+  list.answer(ScriptedList::items(10));
+  scrollPast(1);
+  list.answer(ScriptedList::items(10));
+  scrollPast(1);
+  list.answer(ScriptedList::items(5));
+  list.pagesAsked.clear();
+  list.refreshData();
+  EXPECT_EQ(list.rowCount(), 25);
+  list.answer(ScriptedList::items(10));
+  EXPECT_EQ(list.pagesAsked, QList<int>{1});
+  EXPECT_EQ(list.rowCount(), 10);
+  // A next page still under way when a reload starts: its answer is dropped.
+  scrollPast(1);
+  auto late = std::move(list.pending);
+  list.refreshData();
+  late(ScriptedList::items(10));
+  list.answer(ScriptedList::items(3));
+  EXPECT_EQ(list.rowCount(), 3);
+  EXPECT_EQ(list.footerText(), "上拉加载更多");
 }
 
 TEST_F(PagedList, EmptyPageRollsBackButKeepsPaging) {
@@ -160,8 +211,6 @@ TEST_F(PagedList, RefreshControlAndFooterDetails) {
   list.answer(ScriptedList::items(1));
   EXPECT_EQ(finished.size(), 0);
 
-  list.setFooterHeight(40);
-  EXPECT_EQ(list.footerLoadMoreHeight(), 40);
   list.setHasFooter(false);
   EXPECT_EQ(list.footerLoadMoreHeight(), 52);
 }

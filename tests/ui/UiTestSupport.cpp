@@ -1,5 +1,7 @@
 #include "UiTestSupport.h"
 
+#include <gtest/gtest.h>
+
 #include <QBuffer>
 #include <QDir>
 #include <QImage>
@@ -90,9 +92,7 @@ QString screenshot(const QString& name) {
   const QString dir = QStringLiteral(RD_SCREENSHOT_DIR);
   QDir().mkpath(dir);
   const QString path = dir + QLatin1Char('/') + name + QStringLiteral(".png");
-  // Not in the middle of a push or pop.
-  if (QQuickItem* nav = app().navigation())
-    waitUntil([nav] { return !nav->property("busy").toBool(); }, 3000);
+  navigationSettled();  // not in the middle of a push or pop
   spin(50);
   app().window()->grabWindow().save(path);
   return path;
@@ -100,6 +100,57 @@ QString screenshot(const QString& name) {
 
 QQuickItem* home() { return qobject_cast<QQuickItem*>(app().delegate()->menuVC()); }
 QQuickItem* top() { return app().currentScreen(); }
+
+bool navigationSettled() {
+  return waitUntil([] { return !app().navigation()->property("busy").toBool(); });
+}
+
+bool onScreen(const QString& name, int timeoutMs) {
+  return waitUntil([&] { return top() && top()->objectName() == name; }, timeoutMs);
+}
+
+void press(QQuickItem* button) {
+  ASSERT_TRUE(button);
+  QMetaObject::invokeMethod(button, "clicked");
+}
+
+QVariant rowOf(QObject* table, int row) {
+  QVariant ret;
+  QMetaObject::invokeMethod(table, "get", Q_RETURN_ARG(QVariant, ret), Q_ARG(int, row));
+  return ret;
+}
+
+QQuickItem* withText(QQuickItem* root, const QString& t) {
+  if (!root) return nullptr;
+  if (root->property("text").toString() == t) return root;
+  for (QQuickItem* c : root->childItems())
+    if (QQuickItem* found = withText(c, t)) return found;
+  return nullptr;
+}
+
+QQuickItem* openAlbum() {
+  navigationSettled();
+  QMetaObject::invokeMethod(home(), "presentMenuButtonTapped");
+  click(item(home(), "menuRow1"));
+  QQuickItem* p = nullptr;
+  waitUntil([&] { return (p = item(QStringLiteral("fileDialogListView"))) && shown(p); });
+  while (p && p->parentItem() && !p->parentItem()->inherits("QQuickOverlay")) p = p->parentItem();
+  return p;
+}
+
+bool pickInAlbum(QQuickItem* dialog, const QString& fileName) {
+  QQuickItem* files = item(dialog, QStringLiteral("fileDialogListView"));
+  QQuickItem* row = nullptr;
+  if (!files) return false;
+  waitUntil([&] {
+    for (QQuickItem* c : files->property("contentItem").value<QQuickItem*>()->childItems())
+      if (c->property("fileName").toString() == fileName) row = c;
+    return row != nullptr;
+  });
+  click(row);
+  click(withText(dialog, QStringLiteral("打开")));
+  return row && waitUntil([&] { return !shown(files); });
+}
 
 QString uploadPhoto() {
   static int uploads = 0;

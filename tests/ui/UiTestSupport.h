@@ -46,9 +46,22 @@ void click(QQuickItem* item);
 // Writes the window to <build>/screenshots/NAME.png; returns the path.
 QString screenshot(const QString& name);
 
-// The home screen, the top screen.
+// The home screen, the top screen; waits for the top screen to be `name`.
 QQuickItem* home();
 QQuickItem* top();
+bool onScreen(const QString& name, int timeoutMs = 10000);
+bool navigationSettled();  // no push or pop under way
+// A button's action (its clicked signal), whatever lies over it on screen.
+void press(QQuickItem* button);
+// The record of a paged list's row.
+QVariant rowOf(QObject* table, int row);
+
+// The album as a person uses it: the menu row "相册" opens the file dialog
+// (returned once shown); the photo's row, "打开", true once it has closed.
+QQuickItem* openAlbum();
+bool pickInAlbum(QQuickItem* dialog, const QString& fileName);
+// The first item under root whose "text" is `text`.
+QQuickItem* withText(QQuickItem* root, const QString& text);
 
 // A photo uploaded with the app's uploader to the server Endpoints point at
 // (an item needs one of its own); its public URL, empty on failure.

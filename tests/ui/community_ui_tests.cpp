@@ -5,6 +5,8 @@
 
 #include <QFile>
 #include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QQmlProperty>
 #include <QSettings>
 #include <QTest>
@@ -13,9 +15,11 @@
 #include "UiTestSupport.h"
 #include "community/ui/Community.h"
 #include "service/Endpoints.h"
+#include "service/HeadApi.h"
 #include "service/ItemApi.h"
 #include "service/LocalUserInfo.h"
 #include "service/UserInfoApi.h"
+#include "shell/BaseTableView.h"
 #include "shell/NotificationCenter.h"
 #include "shell/ui/AlertCenter.h"
 #include "shell/ui/AppDelegate.h"
@@ -32,12 +36,6 @@ struct Server {
   rdtest::ServerProcess process{{"--trust-claimed-scores"}};  // the scores here are made up
   QString url() const { return QString::fromStdString(process.url()); }
 };
-
-QVariant rowOf(QObject* table, int row) {
-  QVariant ret;
-  QMetaObject::invokeMethod(table, "get", Q_RETURN_ARG(QVariant, ret), Q_ARG(int, row));
-  return ret;
-}
 
 bool signUp(const QString& mobile, const QString& name, const QString& password = "pw") {
   bool done = false;
@@ -70,23 +68,12 @@ QString hudSaid(const QString& entry) {
 
 QQuickItem* feeds() { return item("MenusFeeds"); }
 
-// Waits for the top screen to be `name`.
-bool onScreen(const QString& name) {
-  return waitUntil([&] { return top() && top()->objectName() == name; }, 8000);
-}
-
 QObject* tableOf(QQuickItem* list) { return list->property("table").value<QObject*>(); }
 
 // The app on `server`, once the splash has gone (it covers the screens).
 void startApp(const Server& server) {
   app(AppShell::Options{server.url(), false});
   waitUntil([] { return !app().delegate()->splashPictureShown(); }, 10000);
-}
-
-// A button's action (its clicked signal), whatever lies over it on screen.
-void press(QQuickItem* button) {
-  ASSERT_TRUE(button);
-  QMetaObject::invokeMethod(button, "clicked");
 }
 
 void collect(QQuickItem* root, const QString& name, QList<QQuickItem*>& out) {
@@ -399,16 +386,41 @@ TEST(CommunityUi, NewestFeedPagesToTheEndAndTheRankingNeedsTheMenu) {
   QObject* table = tableOf(list);
   ASSERT_TRUE(waitUntil([&] { return table->property("count").toInt() == 10; }));
   EXPECT_DOUBLE_EQ(item("aScrollView")->property("contentWidth").toDouble(), list->width());
-  for (int round = 0; round < 6 && table->property("footerText").toString() != "已经到底了哈！";
-       ++round) {
+  // A top card that comes after the rows shows above them.
+  feeds()->setProperty("arrHead", QVariantList{});
+  QMetaObject::invokeMethod(feeds(), "loadFristPoint");
+  ASSERT_TRUE(waitUntil([&] { return list->property("originY").toDouble() < 0; }));
+  EXPECT_DOUBLE_EQ(list->property("contentY").toDouble(), list->property("originY").toDouble());
+  auto* base = qobject_cast<BaseTableView*>(table);
+  const auto pageOnce = [&] {
     QMetaObject::invokeMethod(list, "positionViewAtEnd");
-    spin(100);
-    const double y = list->property("contentY").toDouble();
-    list->setProperty("contentY", y + 80);  // past the bottom edge
-    waitUntil([&] { return !table->property("isLoadingMore").toBool(); }, 5000);
-  }
-  EXPECT_EQ(table->property("count").toInt(), 25);
-  EXPECT_EQ(table->property("footerText").toString(), "已经到底了哈！");
+    list->setProperty("contentY", list->property("contentY").toDouble() + 80);  // past the end
+    waitUntil([&] { return !base->isLoadingMore(); }, 5000);
+  };
+  pageOnce();
+  ASSERT_EQ(base->rowCount(), 20);
+
+  // A refresh of the scrolled list: its rows stay, under the bar saying it
+  // runs, until one load of page 1 replaces them. Then to the end.
+  QQuickItem* bar = item(list, "refreshIndicator");
+  QList<int> counts;  // the row counts the view is told of
+  int barShown = 0, listLoads = 0;
+  QObject::connect(base, &BaseTableView::countChanged, [&] { counts << base->rowCount(); });
+  QObject::connect(bar, &QQuickItem::visibleChanged, [&] { barShown += bar->isVisible(); });
+  QObject::connect(HeadApi::manager(), &QNetworkAccessManager::finished,
+                   [&](QNetworkReply* r) { listLoads += r->url().query().contains("list_items"); });
+  const auto listsUnderWay = [] {
+    for (QNetworkReply* r : HeadApi::manager()->findChildren<QNetworkReply*>())
+      if (!r->isFinished() && r->url().query().contains("list_items")) return true;
+    return false;
+  };
+  base->refreshTriggered();
+  ASSERT_TRUE(waitUntil([&] { return listLoads > 0 && !listsUnderWay() && !shown(bar); }));
+  EXPECT_EQ(listLoads, 1);
+  EXPECT_EQ(barShown, 1);
+  EXPECT_EQ(counts, QList<int>{10});
+  for (int round = 0; round < 6 && base->footerText() != "已经到底了哈！"; ++round) pageOnce();
+  EXPECT_EQ(base->rowCount(), 25);
   screenshot("community_newest_end");
 
   // "容点榜": two pages, the ranking loaded, the pager on page two.

@@ -22,10 +22,6 @@ using namespace uitest;
 
 namespace {
 
-bool onScreen(const QString& name) {
-  return waitUntil([&] { return top() && top()->objectName() == name; }, 8000);
-}
-
 bool hudShowed(const QString& entry) {
   return waitUntil([&] { return ProgressHud::instance()->history().contains(entry); }, 15000);
 }

@@ -1,5 +1,7 @@
 // A server-backed list on a BaseTableView model: pull down past the top to
 // reload, scroll past the bottom for the next page, the footer's text below.
+// While a reload runs a bar at the top says so; a load that could not reach
+// the server leaves its text in the footer, and a tap there asks again.
 import QtQuick
 import QtQuick.Controls
 import Rongdian
@@ -10,7 +12,25 @@ ListView {
     model: table
     clip: true
     boundsBehavior: Flickable.DragOverBounds
+    flickableDirection: Flickable.VerticalFlick // a pull also when nothing is shown
     property bool pulling: false
+    // What a tap on the footer of a failed load does.
+    property var retry: function () {
+        table.retry()
+    }
+
+    // A reload's rows show page 1 from its top; paging is still closed while
+    // the view moves there. A header that comes while the rows are at their
+    // top shows above them.
+    Connections {
+        target: list.table
+        function onRowsReplaced() {
+            if (!list.atYBeginning)
+                list.positionViewAtBeginning()
+        }
+    }
+    onHeaderItemChanged: if (headerItem && contentY <= 0)
+                             positionViewAtBeginning()
 
     onContentYChanged: {
         if (!table)
@@ -27,6 +47,7 @@ ListView {
     }
     Label {
         // In the list's content: just above the first row.
+        parent: list.contentItem
         y: list.originY - height - 6
         x: (list.width - width) / 2
         visible: list.contentY < list.originY - 10
@@ -34,24 +55,85 @@ ListView {
         color: "#888888"
         font.pixelSize: 12
     }
-    footer: Item {
+    Rectangle {
+        // Over the list, at its top.
+        objectName: "refreshIndicator"
         width: list.width
-        height: 44
-        visible: list.table !== null && list.table.footerText.length > 0
+        height: 32
+        z: 2
+        visible: list.table !== null && list.table.reloading
+        color: "#fafafa"
+        Rectangle {
+            anchors.bottom: parent.bottom
+            width: parent.width
+            height: 1
+            color: "#eeeeee"
+        }
         Row {
             anchors.centerIn: parent
             spacing: 6
             BusyIndicator {
-                running: list.table !== null && list.table.footerSpinning
-                visible: running
+                running: parent.parent.visible
                 width: 20
                 height: 20
             }
             Label {
-                objectName: "footerLabel"
-                text: list.table ? list.table.footerText : ""
+                anchors.verticalCenter: parent.verticalCenter
+                text: "加载中..."
                 color: "#888888"
                 font.pixelSize: 13
+            }
+        }
+    }
+    footer: Item {
+        id: footerView
+        objectName: "footerView"
+        readonly property bool failed: list.table !== null && list.table.loadFailed
+        // A failed load with nothing above it fills the view.
+        readonly property bool alone: failed && list.count === 0
+        width: list.width
+        height: alone ? Math.max(list.height - (list.headerItem ? list.headerItem.height : 0), 200)
+                      : footerColumn.height + 24
+        visible: list.table !== null && list.table.footerText.length > 0
+        MouseArea {
+            anchors.fill: parent
+            enabled: footerView.failed
+            onClicked: list.retry()
+        }
+        Column {
+            id: footerColumn
+            anchors.centerIn: parent
+            spacing: 10
+            Image {
+                anchors.horizontalCenter: parent.horizontalCenter
+                visible: footerView.alone
+                source: "qrc:/pictures/location.png"
+                width: 96
+                height: 120
+            }
+            Row {
+                anchors.horizontalCenter: parent.horizontalCenter
+                spacing: 6
+                BusyIndicator {
+                    running: list.table !== null && list.table.footerSpinning
+                    visible: running
+                    width: 20
+                    height: 20
+                }
+                Label {
+                    objectName: "footerLabel"
+                    anchors.verticalCenter: parent.verticalCenter
+                    text: list.table ? list.table.footerText : ""
+                    color: "#888888"
+                    font.pixelSize: 13
+                }
+            }
+            Label {
+                anchors.horizontalCenter: parent.horizontalCenter
+                visible: footerView.failed
+                text: "轻点这里或下拉，再试一次"
+                color: "#aaaaaa"
+                font.pixelSize: 12
             }
         }
     }

@@ -141,6 +141,13 @@ Item {
             width: pager.width
             height: pager.height
             table: showTable
+            // Nothing shown yet: the whole start-up load again, top item too.
+            retry: function () {
+                if (showTable.count === 0)
+                    feeds.reloadShowTableview(true)
+                else
+                    showTable.retry()
+            }
             header: feeds.arrHead.length > 0 ? headerComponent : null
             delegate: ShowCell {
                 width: showView.width

@@ -109,8 +109,12 @@ bool CaptureController::analysePhotoFile(const QString& path, QString* error) {
 bool CaptureController::isSourceTypeAvailable(CaptureFlow::Source source) {
   if (source == CaptureFlow::Source::Camera)
     return cameraListedForTesting_ || !QMediaDevices::videoInputs().isEmpty();
+  return QDir(libraryFolder().toLocalFile()).exists();
+}
+
+QUrl CaptureController::libraryFolder() {
   const QString pictures = QStandardPaths::writableLocation(QStandardPaths::PicturesLocation);
-  return QDir(pictures).exists() || QDir::home().exists();
+  return QUrl::fromLocalFile(QDir(pictures).exists() ? pictures : QDir::homePath());
 }
 
 bool CaptureController::isFrontCameraAvailable() {

@@ -20,6 +20,9 @@ class CaptureController : public QObject, public CaptureFlow::Screens {
   Q_PROPERTY(bool cropping READ cropping NOTIFY croppingChanged)
   Q_PROPERTY(bool frontCamera READ frontCamera NOTIFY cameraDeviceChanged)
   Q_PROPERTY(bool busy READ busy NOTIFY busyChanged)
+  // Where the album's file dialog starts: the Pictures folder, or the home
+  // folder when there is none.
+  Q_PROPERTY(QUrl libraryFolder READ libraryFolder CONSTANT)
  public:
   explicit CaptureController(QObject* parent = nullptr);
   ~CaptureController() override;
@@ -28,6 +31,7 @@ class CaptureController : public QObject, public CaptureFlow::Screens {
   bool cropping() const { return cropping_; }
   bool frontCamera() const { return device_ == CaptureFlow::CameraDevice::Front; }
   bool busy() const { return flow_->busy(); }
+  static QUrl libraryFolder();
   ResultViewController* lastResult() const { return lastResult_; }
   // Tests on machines without a camera: the camera counts as listed.
   void setCameraListedForTesting(bool listed) { cameraListedForTesting_ = listed; }

@@ -5,6 +5,7 @@
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Dialogs
+import QtQuick.Layouts
 import Rongdian
 
 BaseViewController {
@@ -58,15 +59,50 @@ BaseViewController {
         id: imagePicker
         objectName: "imagePicker"
         title: "相册"
-        nameFilters: ["照片 (*.jpg *.jpeg *.png *.bmp *.webp)"]
+        // (The dialog's matching minds the case: cameras write .JPG.)
+        nameFilters: ["照片 (*.jpg *.jpeg *.png *.bmp *.webp *.JPG *.JPEG *.PNG *.BMP *.WEBP)"]
         onAccepted: Capture.libraryPicked(selectedFile)
         onRejected: Capture.libraryCancelled()
     }
     Connections {
         target: typeof Capture !== "undefined" ? Capture : null
         function onOpenLibrary() {
+            imagePicker.currentFolder = Capture.libraryFolder
             imagePicker.open()
+            home.fitAlbumToWidth()
         }
+    }
+
+    // Qt's dialog lays its filter and both buttons on one line; at the
+    // phone's width that squeezes the filter, and with it each file's size
+    // and date, into each other. The buttons get a line of their own.
+    function fitAlbumToWidth() {
+        const box = findItem(Overlay.overlay, it => typeof it.standardButton === "function")
+        if (!box || box.Layout.row === 2)
+            return
+        box.Layout.row = 2
+        box.Layout.column = 0
+        box.Layout.columnSpan = 3
+        box.Layout.alignment = Qt.AlignRight
+        // The filter shows its name, not the patterns.
+        const filter = findItem(box.parent, it => typeof it.indexOfValue === "function")
+        if (filter) {
+            filter.Layout.columnSpan = 2
+            filter.Layout.rightMargin = 20
+            filter.contentItem.text = imagePicker.selectedNameFilter.name
+        }
+    }
+    function findItem(it, wanted) {
+        if (!it)
+            return null
+        if (wanted(it))
+            return it
+        for (let i = 0; i < it.children.length; ++i) {
+            const found = findItem(it.children[i], wanted)
+            if (found)
+                return found
+        }
+        return null
     }
 
     // Without the feeds: a picture and a hint where they would be.

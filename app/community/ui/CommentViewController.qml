@@ -132,13 +132,14 @@ BaseViewController {
                 y: 264
                 text: Community.likeTitle(screen.itemInfo.like)
                 onClicked: {
+                    const wasLiked = btnLike.liked
                     btnLike.enabled = false
                     btnLike.liked = true
                     screen.itemInfo = Community.likeAction(screen.itemInfo, true, function (ok, score, like, refused) {
                         // The labels follow itemInfo, which holds the new values.
                         btnLike.enabled = true
                         if (refused)
-                            btnLike.liked = false
+                            btnLike.liked = wasLiked
                     })
                 }
             }

@@ -36,12 +36,13 @@ Rectangle {
     objectName: header ? "ShowOneCell" : (ranking ? "ValueCell" : "ShowCell")
 
     function likeAction(isLike, button) {
+        const wasLiked = button.liked
         button.enabled = false
         button.liked = true
         cell.changed = Community.likeAction(cell.shown, isLike, function (ok, score, like, refused) {
             button.enabled = true
             if (refused)
-                button.liked = false // the vote did not count: the button as it was
+                button.liked = wasLiked // the vote did not count: the button as it was
             // The score and like labels follow the item, which already holds
             // the answer's values; the dislike title shows the like count.
             if (ok && !isLike)

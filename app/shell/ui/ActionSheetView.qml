@@ -1,21 +1,29 @@
 // An action sheet: a title and a column of buttons at the bottom of the
-// screen; a button may carry a picture instead of text.
+// screen; a button may carry a picture instead of text. Escape or the back
+// key is its cancel button.
 import QtQuick
 import QtQuick.Controls
 import Rongdian
 
-Item {
+FocusScope {
     id: root
     objectName: "actionSheet"
     visible: Alerts.sheetVisible
+    onVisibleChanged: if (visible)
+                          forceActiveFocus()
+    Keys.onEscapePressed: cancel()
+    Keys.onBackPressed: cancel()
+    function cancel() {
+        if (Alerts.sheetCancel.length > 0)
+            Alerts.answerSheet(-1)
+    }
 
     Rectangle {
         anchors.fill: parent
         color: "#66000000"
         MouseArea {
             anchors.fill: parent
-            onClicked: if (Alerts.sheetCancel.length > 0)
-                           Alerts.answerSheet(-1)
+            onClicked: root.cancel()
         }
     }
     Rectangle {
@@ -85,7 +93,7 @@ Item {
                     horizontalAlignment: Text.AlignHCenter
                     verticalAlignment: Text.AlignVCenter
                 }
-                onClicked: Alerts.answerSheet(-1)
+                onClicked: root.cancel()
             }
         }
     }

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "engine/FaceEngine.h"
+#include "engine/Layers.h"
 
 namespace rd::engine {
 
@@ -13,27 +14,27 @@ using cv::dnn::LayerParams;
 // Adds layers one after the other; every method returns the new layer's id.
 class Builder {
  public:
-  explicit Builder(const ModelWeights& w) : w_(w) {}
+  explicit Builder(const ModelWeights& w) : w_(w) { register_layers(); }
 
   cv::dnn::Net take() { return std::move(net_); }
 
   // Full convolution with bias; TF filters [kh, kw, in, out].
   int conv(int in, const std::string& prefix, int stride, const std::string& pad_mode,
            const std::string& name = {}) {
-    const Tensor& f = w_.get(prefix + "/filters", 4);
-    const Tensor& b = w_.get(prefix + "/bias", 1);
-    const int kh = f.shape[0], kw = f.shape[1], ci = f.shape[2], co = f.shape[3];
-    check(b.shape[0] == co, prefix);
-    int sizes[] = {co, ci, kh, kw};
-    cv::Mat wm(4, sizes, CV_32F);
-    float* dst = wm.ptr<float>();
-    for (int o = 0; o < co; ++o)
-      for (int i = 0; i < ci; ++i)
-        for (int y = 0; y < kh; ++y)
-          for (int x = 0; x < kw; ++x)
-            *dst++ = f.data[((static_cast<std::size_t>(y) * kw + x) * ci + i) * co + o];
-    return add_conv(in, name.empty() ? prefix : name, wm, bias(b), co, kh, kw, stride, 1, pad_mode,
-                    -1);
+    const cv::Mat wm = filters(prefix);
+    return add_conv(in, name.empty() ? prefix : name, wm, bias(w_.get(prefix + "/bias", 1)),
+                    wm.size[0], wm.size[2], wm.size[3], stride, 1, pad_mode, -1);
+  }
+
+  // 3x3 VALID convolution with bias, leaky ReLU, 2x2 max-pooling with stride 2
+  // (TF SAME), as one layer.
+  int conv_leaky_pool(int in, const std::string& prefix, float slope) {
+    const cv::Mat wm = filters(prefix);
+    check(wm.size[2] == 3 && wm.size[3] == 3, prefix);
+    LayerParams lp;
+    lp.set("negative_slope", slope);
+    lp.blobs = {wm, bias(w_.get(prefix + "/bias", 1))};
+    return add(in, kConvLeakyPool, lp, prefix);
   }
 
   // Depthwise 3x3 then pointwise 1x1, then the bias (TF separable convolution).
@@ -53,8 +54,20 @@ class Builder {
       for (int y = 0; y < kh; ++y)
         for (int x = 0; x < kw; ++x)
           *dst++ = d.data[(static_cast<std::size_t>(y) * kw + x) * c + ch];
-    int dwid =
-        add_conv(in, prefix + "/depthwise", dw, cv::Mat(), c, kh, kw, stride, c, pad_mode, pad);
+    int dwid;
+    if (kh == 3 && kw == 3 && (stride == 1 || stride == 2) && (pad >= 0 || pad_mode == "SAME")) {
+      LayerParams lp;
+      lp.set("stride", stride);
+      if (pad >= 0)
+        lp.set("pad", pad);
+      else
+        lp.set("same", true);
+      lp.blobs.push_back(dw);
+      dwid = add(in, kDepthwise, lp, prefix + "/depthwise");
+    } else {
+      dwid =
+          add_conv(in, prefix + "/depthwise", dw, cv::Mat(), c, kh, kw, stride, c, pad_mode, pad);
+    }
     int psz[] = {co, c, 1, 1};
     cv::Mat pw(4, psz, CV_32F);
     dst = pw.ptr<float>();
@@ -125,6 +138,23 @@ class Builder {
  private:
   static void check(bool ok, const std::string& what) {
     if (!ok) throw ModelError("weights of " + what + " do not fit together");
+  }
+
+  // TF filters [kh, kw, in, out] as OpenCV's [out, in, kh, kw], checked
+  // against the bias.
+  cv::Mat filters(const std::string& prefix) const {
+    const Tensor& f = w_.get(prefix + "/filters", 4);
+    const int kh = f.shape[0], kw = f.shape[1], ci = f.shape[2], co = f.shape[3];
+    check(w_.get(prefix + "/bias", 1).shape[0] == co, prefix);
+    int sizes[] = {co, ci, kh, kw};
+    cv::Mat wm(4, sizes, CV_32F);
+    float* dst = wm.ptr<float>();
+    for (int o = 0; o < co; ++o)
+      for (int i = 0; i < ci; ++i)
+        for (int y = 0; y < kh; ++y)
+          for (int x = 0; x < kw; ++x)
+            *dst++ = f.data[((static_cast<std::size_t>(y) * kw + x) * ci + i) * co + o];
+    return wm;
   }
 
   static cv::Mat bias(const Tensor& b) {
@@ -216,8 +246,7 @@ int main_block(Builder& b, int in, const std::string& prefix) {
 cv::dnn::Net build_detector(const ModelWeights& w) {
   Builder b(w);
   constexpr float kLeak = 0.1f;
-  int out = b.relu(b.conv(0, "conv0", 1, "VALID"), kLeak);
-  out = b.max_pool(out, 2, 2);
+  int out = b.conv_leaky_pool(0, "conv0", kLeak);
   for (int i = 1; i <= 5; ++i) {
     out = b.relu(b.separable(out, "conv" + std::to_string(i), 1, "", 1), kLeak);
     out = b.max_pool(out, 2, i == 5 ? 1 : 2);

@@ -1,0 +1,239 @@
+#include "engine/Layers.h"
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+#include <opencv2/dnn.hpp>
+#include <opencv2/dnn/layer.details.hpp>
+#include <vector>
+
+namespace rd::engine {
+
+namespace {
+
+using cv::dnn::MatShape;
+
+// The row loops below are plain C++ for the compiler to vectorise; on x86
+// they are built twice, for the baseline and for AVX2/FMA, and the loader
+// picks the one the CPU runs.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+#define RD_CLONES __attribute__((target_clones("arch=x86-64-v3", "default")))
+#else
+#define RD_CLONES
+#endif
+
+// Output length and leading padding of a 3-tap window along one axis.
+struct Axis {
+  int out, pad;
+};
+
+Axis same_axis(int in, int stride) {
+  const int out = (in + stride - 1) / stride;
+  const int total = std::max((out - 1) * stride + 3 - in, 0);
+  return {out, total / 2};
+}
+
+Axis padded_axis(int in, int stride, int pad) { return {(in + 2 * pad - 3) / stride + 1, pad}; }
+
+// One plane of a 3x3 depthwise convolution: src (h x w) is first copied into
+// `padded` (ph x pw, its border already zero) at (pad_y, pad_x), then every
+// output sees nine taps without bounds checks.
+RD_CLONES void depthwise_plane(const float* __restrict src, int h, int w, const float* k,
+                               int stride, int pad_y, int pad_x, float* __restrict padded, int ph,
+                               int pw, float* __restrict dst, int oh, int ow) {
+  const int rows = std::min(h, ph - pad_y), cols = std::min(w, pw - pad_x);
+  for (int y = 0; y < rows; ++y)
+    std::copy(src + y * w, src + y * w + cols, padded + (y + pad_y) * pw + pad_x);
+  const float k0 = k[0], k1 = k[1], k2 = k[2], k3 = k[3], k4 = k[4], k5 = k[5], k6 = k[6],
+              k7 = k[7], k8 = k[8];
+  for (int y = 0; y < oh; ++y) {
+    const float* r0 = padded + y * stride * pw;
+    const float* r1 = r0 + pw;
+    const float* r2 = r1 + pw;
+    float* o = dst + y * ow;
+    if (stride == 1) {
+      for (int x = 0; x < ow; ++x)
+        o[x] = k0 * r0[x] + k1 * r0[x + 1] + k2 * r0[x + 2] + k3 * r1[x] + k4 * r1[x + 1] +
+               k5 * r1[x + 2] + k6 * r2[x] + k7 * r2[x + 1] + k8 * r2[x + 2];
+    } else {
+      for (int x = 0; x < ow; ++x) {
+        const int i = 2 * x;
+        o[x] = k0 * r0[i] + k1 * r0[i + 1] + k2 * r0[i + 2] + k3 * r1[i] + k4 * r1[i + 1] +
+               k5 * r1[i + 2] + k6 * r2[i] + k7 * r2[i + 1] + k8 * r2[i + 2];
+      }
+    }
+  }
+}
+
+class DepthwiseLayer : public cv::dnn::Layer {
+ public:
+  explicit DepthwiseLayer(const cv::dnn::LayerParams& params) : Layer(params) {
+    stride_ = params.get<int>("stride", 1);
+    same_ = params.get<bool>("same", false);
+    pad_ = params.get<int>("pad", 0);
+    CV_Assert(blobs.size() == 1 && blobs[0].dims == 4 && blobs[0].size[1] == 1 &&
+              blobs[0].size[2] == 3 && blobs[0].size[3] == 3 && blobs[0].type() == CV_32F);
+    CV_Assert(stride_ == 1 || stride_ == 2);
+  }
+
+  static cv::Ptr<cv::dnn::Layer> create(cv::dnn::LayerParams& params) {
+    return cv::makePtr<DepthwiseLayer>(params);
+  }
+
+  bool getMemoryShapes(const std::vector<MatShape>& inputs, int, std::vector<MatShape>& outputs,
+                       std::vector<MatShape>& internals) const override {
+    CV_Assert(inputs.size() == 1 && inputs[0].size() == 4 && inputs[0][1] == blobs[0].size[0]);
+    const Axis ay = axis(inputs[0][2]), ax = axis(inputs[0][3]);
+    outputs = {{inputs[0][0], inputs[0][1], ay.out, ax.out}};
+    internals = {{(ay.out - 1) * stride_ + 3, (ax.out - 1) * stride_ + 3}};  // a padded plane
+    return false;
+  }
+
+  void forward(cv::InputArrayOfArrays inputs_arr, cv::OutputArrayOfArrays outputs_arr,
+               cv::OutputArrayOfArrays internals_arr) override {
+    std::vector<cv::Mat> inputs, outputs, internals;
+    inputs_arr.getMatVector(inputs);
+    outputs_arr.getMatVector(outputs);
+    internals_arr.getMatVector(internals);
+    const cv::Mat& in = inputs[0];
+    cv::Mat& out = outputs[0];
+    cv::Mat& padded = internals[0];
+    const int n = in.size[0], c = in.size[1], h = in.size[2], w = in.size[3];
+    const Axis ay = axis(h), ax = axis(w);
+    padded.setTo(0);
+    const float* weights = blobs[0].ptr<float>();
+    const std::size_t in_plane = static_cast<std::size_t>(h) * w;
+    const std::size_t out_plane = static_cast<std::size_t>(ay.out) * ax.out;
+    for (int p = 0; p < n * c; ++p)
+      depthwise_plane(in.ptr<float>() + p * in_plane, h, w, weights + (p % c) * 9, stride_, ay.pad,
+                      ax.pad, padded.ptr<float>(), padded.rows, padded.cols,
+                      out.ptr<float>() + p * out_plane, ay.out, ax.out);
+  }
+
+ private:
+  Axis axis(int in) const {
+    return same_ ? same_axis(in, stride_) : padded_axis(in, stride_, pad_);
+  }
+
+  int stride_ = 1, pad_ = 0;
+  bool same_ = false;
+};
+
+// Eight floats, one AVX register (two SSE ones in the baseline build).
+typedef float v8 __attribute__((vector_size(32)));
+
+// Row `cy` of the 3x3 VALID convolution of an RGB input for eight output
+// channels: k holds their weights (8 x 3 x 3 x 3), rows[o * cw + x] receives
+// the sums. The input of every tap is loaded once for the eight channels,
+// whose sums stay in registers.
+RD_CLONES void conv_rows8(const float* __restrict in, std::size_t plane, int w, int cy,
+                          const float* __restrict k, const float* bias, float* __restrict rows,
+                          int cw) {
+  constexpr int kTaps = 27;
+  for (int xb = 0; xb < cw; xb += 8) {
+    const int x = std::min(xb, cw - 8);  // the last block overlaps the one before
+    v8 acc[8];
+    for (int o = 0; o < 8; ++o) acc[o] = v8{} + bias[o];
+#pragma GCC unroll 3
+    for (int i = 0; i < 3; ++i)
+#pragma GCC unroll 3
+      for (int ky = 0; ky < 3; ++ky) {
+        const float* r = in + i * plane + static_cast<std::size_t>(cy + ky) * w + x;
+#pragma GCC unroll 3
+        for (int kx = 0; kx < 3; ++kx) {
+          v8 v;
+          std::memcpy(&v, r + kx, sizeof v);
+          const int t = i * 9 + ky * 3 + kx;
+#pragma GCC unroll 8
+          for (int o = 0; o < 8; ++o) acc[o] += k[o * kTaps + t] * v;
+        }
+      }
+    for (int o = 0; o < 8; ++o) std::memcpy(rows + o * cw + x, &acc[o], sizeof acc[o]);
+  }
+}
+
+// Max of the 2x2 windows of rows a and b (b may be a again), then leaky ReLU
+// as max(m, slope * m) (slope 0..1). (Leaky ReLU is increasing, so pooling
+// first gives the same numbers.)
+RD_CLONES void pool_row(float* __restrict o, const float* __restrict a, const float* __restrict b,
+                        int n, int len, float slope) {
+  auto max = [](float x, float y) { return x > y ? x : y; };
+  const int full = len / 2;  // windows with both columns
+  for (int x = 0; x < full; ++x) {
+    const float m = max(max(a[2 * x], a[2 * x + 1]), max(b[2 * x], b[2 * x + 1]));
+    o[x] = max(m, m * slope);
+  }
+  for (int x = full; x < n; ++x) {
+    const float m = max(a[2 * x], b[2 * x]);
+    o[x] = max(m, m * slope);
+  }
+}
+
+class ConvLeakyPoolLayer : public cv::dnn::Layer {
+ public:
+  explicit ConvLeakyPoolLayer(const cv::dnn::LayerParams& params) : Layer(params) {
+    slope_ = params.get<float>("negative_slope", 0.f);
+    CV_Assert(slope_ >= 0.f && slope_ <= 1.f);
+    CV_Assert(blobs.size() == 2 && blobs[0].dims == 4 && blobs[0].size[2] == 3 &&
+              blobs[0].size[3] == 3 &&
+              blobs[1].total() == static_cast<std::size_t>(blobs[0].size[0]));
+  }
+
+  static cv::Ptr<cv::dnn::Layer> create(cv::dnn::LayerParams& params) {
+    return cv::makePtr<ConvLeakyPoolLayer>(params);
+  }
+
+  bool getMemoryShapes(const std::vector<MatShape>& inputs, int, std::vector<MatShape>& outputs,
+                       std::vector<MatShape>& internals) const override {
+    const MatShape& s = inputs[0];
+    CV_Assert(inputs.size() == 1 && s.size() == 4 && s[1] == 3 && blobs[0].size[1] == 3 &&
+              s[2] >= 3 && s[3] >= 10 && blobs[0].size[0] % 8 == 0);
+    outputs = {{s[0], blobs[0].size[0], (s[2] - 1) / 2, (s[3] - 1) / 2}};
+    internals = {{2 * blobs[0].size[0], s[3] - 2}};  // two convolution rows per channel
+    return false;
+  }
+
+  void forward(cv::InputArrayOfArrays inputs_arr, cv::OutputArrayOfArrays outputs_arr,
+               cv::OutputArrayOfArrays internals_arr) override {
+    std::vector<cv::Mat> inputs, outputs, internals;
+    inputs_arr.getMatVector(inputs);
+    outputs_arr.getMatVector(outputs);
+    internals_arr.getMatVector(internals);
+    const cv::Mat& in = inputs[0];
+    cv::Mat& out = outputs[0];
+    const int n = in.size[0], h = in.size[2], w = in.size[3];
+    const int co = out.size[1], ph = out.size[2], pw = out.size[3];
+    const int ch = h - 2, cw = w - 2;  // convolution output
+    float* rows = internals[0].ptr<float>();
+    const float* weights = blobs[0].ptr<float>();
+    const float* bias = blobs[1].ptr<float>();
+    const std::size_t plane = static_cast<std::size_t>(h) * w;
+    for (int b = 0; b < n; ++b)
+      for (int y = 0; y < ph; ++y) {
+        const int pair = std::min(2, ch - 2 * y);
+        for (int k = 0; k < pair; ++k)
+          for (int o = 0; o < co; o += 8)
+            conv_rows8(in.ptr<float>(b), plane, w, 2 * y + k, weights + o * 27, bias + o,
+                       rows + (static_cast<std::size_t>(k) * co + o) * cw, cw);
+        for (int o = 0; o < co; ++o)
+          pool_row(out.ptr<float>(b, o) + static_cast<std::size_t>(y) * pw,
+                   rows + static_cast<std::size_t>(o) * cw,
+                   rows + (static_cast<std::size_t>(pair - 1) * co + o) * cw, pw, cw, slope_);
+      }
+  }
+
+ private:
+  float slope_ = 0;
+};
+
+}  // namespace
+
+void register_layers() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    cv::dnn::LayerFactory::registerLayer(kDepthwise, DepthwiseLayer::create);
+    cv::dnn::LayerFactory::registerLayer(kConvLeakyPool, ConvLeakyPoolLayer::create);
+  });
+}
+
+}  // namespace rd::engine

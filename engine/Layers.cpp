@@ -5,6 +5,7 @@
 #include <mutex>
 #include <opencv2/dnn.hpp>
 #include <opencv2/dnn/layer.details.hpp>
+#include <opencv2/dnn/shape_utils.hpp>
 #include <vector>
 
 namespace rd::engine {
@@ -89,6 +90,11 @@ class DepthwiseLayer : public cv::dnn::Layer {
     return false;
   }
 
+  int64 getFLOPS(const std::vector<MatShape>&,
+                 const std::vector<MatShape>& outputs) const override {
+    return 2 * 9 * static_cast<int64>(cv::dnn::total(outputs[0]));
+  }
+
   void forward(cv::InputArrayOfArrays inputs_arr, cv::OutputArrayOfArrays outputs_arr,
                cv::OutputArrayOfArrays internals_arr) override {
     std::vector<cv::Mat> inputs, outputs, internals;
@@ -169,6 +175,52 @@ RD_CLONES void pool_row(float* __restrict o, const float* __restrict a, const fl
   }
 }
 
+// The same for 2x2 windows with stride 1: columns x and x + 1, the last
+// window the last column alone.
+RD_CLONES void pool_row1(float* __restrict o, const float* __restrict a, const float* __restrict b,
+                         int n, float slope) {
+  auto max = [](float x, float y) { return x > y ? x : y; };
+  for (int x = 0; x + 1 < n; ++x) {
+    const float m = max(max(a[x], a[x + 1]), max(b[x], b[x + 1]));
+    o[x] = max(m, m * slope);
+  }
+  const float m = max(a[n - 1], b[n - 1]);
+  o[n - 1] = max(m, m * slope);
+}
+
+// Row y of a 3x3 depthwise convolution of one plane (h x w), padding 1.
+RD_CLONES void depthwise_row(const float* __restrict plane, int h, int w, int y, const float* k,
+                             float* __restrict out) {
+  std::fill(out, out + w, 0.f);
+  for (int ky = 0; ky < 3; ++ky) {
+    const int iy = y - 1 + ky;
+    if (iy < 0 || iy >= h) continue;
+    const float* r = plane + static_cast<std::size_t>(iy) * w;
+    const float k0 = k[ky * 3], k1 = k[ky * 3 + 1], k2 = k[ky * 3 + 2];
+    out[0] += k1 * r[0] + k2 * r[1];
+    for (int x = 1; x < w - 1; ++x) out[x] += k0 * r[x - 1] + k1 * r[x] + k2 * r[x + 1];
+    out[w - 1] += k0 * r[w - 2] + k1 * r[w - 1];
+  }
+}
+
+// A 1x1 convolution of the rows src (c x w) for eight output channels with
+// bias: k holds their weights (8 x c), rows[o * w + x] receives the sums.
+RD_CLONES void pointwise_rows8(const float* __restrict src, int c, int w, const float* __restrict k,
+                               const float* bias, float* __restrict rows) {
+  for (int xb = 0; xb < w; xb += 8) {
+    const int x = std::min(xb, w - 8);  // the last block overlaps the one before
+    v8 acc[8];
+    for (int o = 0; o < 8; ++o) acc[o] = v8{} + bias[o];
+    for (int i = 0; i < c; ++i) {
+      v8 v;
+      std::memcpy(&v, src + static_cast<std::size_t>(i) * w + x, sizeof v);
+#pragma GCC unroll 8
+      for (int o = 0; o < 8; ++o) acc[o] += k[o * c + i] * v;
+    }
+    for (int o = 0; o < 8; ++o) std::memcpy(rows + o * w + x, &acc[o], sizeof acc[o]);
+  }
+}
+
 class ConvLeakyPoolLayer : public cv::dnn::Layer {
  public:
   explicit ConvLeakyPoolLayer(const cv::dnn::LayerParams& params) : Layer(params) {
@@ -181,6 +233,11 @@ class ConvLeakyPoolLayer : public cv::dnn::Layer {
 
   static cv::Ptr<cv::dnn::Layer> create(cv::dnn::LayerParams& params) {
     return cv::makePtr<ConvLeakyPoolLayer>(params);
+  }
+
+  int64 getFLOPS(const std::vector<MatShape>& inputs, const std::vector<MatShape>&) const override {
+    const MatShape& s = inputs[0];
+    return 2 * 27 * static_cast<int64>(s[0]) * blobs[0].size[0] * (s[2] - 2) * (s[3] - 2);
   }
 
   bool getMemoryShapes(const std::vector<MatShape>& inputs, int, std::vector<MatShape>& outputs,
@@ -226,6 +283,87 @@ class ConvLeakyPoolLayer : public cv::dnn::Layer {
   float slope_ = 0;
 };
 
+class SeparableLeakyPoolLayer : public cv::dnn::Layer {
+ public:
+  explicit SeparableLeakyPoolLayer(const cv::dnn::LayerParams& params) : Layer(params) {
+    slope_ = params.get<float>("negative_slope", 0.f);
+    pool_stride_ = params.get<int>("pool_stride", 2);
+    CV_Assert(slope_ >= 0.f && slope_ <= 1.f && (pool_stride_ == 1 || pool_stride_ == 2));
+    CV_Assert(blobs.size() == 3 && blobs[0].dims == 4 && blobs[0].size[1] == 1 &&
+              blobs[0].size[2] == 3 && blobs[0].size[3] == 3 && blobs[1].dims == 4 &&
+              blobs[1].size[1] == blobs[0].size[0] && blobs[1].size[0] % 8 == 0 &&
+              blobs[2].total() == static_cast<std::size_t>(blobs[1].size[0]));
+  }
+
+  static cv::Ptr<cv::dnn::Layer> create(cv::dnn::LayerParams& params) {
+    return cv::makePtr<SeparableLeakyPoolLayer>(params);
+  }
+
+  int64 getFLOPS(const std::vector<MatShape>& inputs, const std::vector<MatShape>&) const override {
+    const MatShape& s = inputs[0];
+    const int64 pixels = static_cast<int64>(s[0]) * s[2] * s[3];
+    return 2 * pixels * s[1] * (9 + blobs[1].size[0]);
+  }
+
+  bool getMemoryShapes(const std::vector<MatShape>& inputs, int, std::vector<MatShape>& outputs,
+                       std::vector<MatShape>& internals) const override {
+    const MatShape& s = inputs[0];
+    CV_Assert(inputs.size() == 1 && s.size() == 4 && s[1] == blobs[0].size[0] && s[2] >= 2 &&
+              s[3] >= 8);
+    const int co = blobs[1].size[0];
+    const int st = pool_stride_;
+    outputs = {{s[0], co, (s[2] + st - 1) / st, (s[3] + st - 1) / st}};
+    // One depthwise row per input channel, two pointwise rows per output channel.
+    internals = {{s[1] + 2 * co, s[3]}};
+    return false;
+  }
+
+  void forward(cv::InputArrayOfArrays inputs_arr, cv::OutputArrayOfArrays outputs_arr,
+               cv::OutputArrayOfArrays internals_arr) override {
+    std::vector<cv::Mat> inputs, outputs, internals;
+    inputs_arr.getMatVector(inputs);
+    outputs_arr.getMatVector(outputs);
+    internals_arr.getMatVector(internals);
+    const cv::Mat& in = inputs[0];
+    cv::Mat& out = outputs[0];
+    const int n = in.size[0], c = in.size[1], h = in.size[2], w = in.size[3];
+    const int co = out.size[1], ph = out.size[2], pw = out.size[3];
+    float* dw = internals[0].ptr<float>();
+    float* rows = dw + static_cast<std::size_t>(c) * w;
+    const float* depthwise = blobs[0].ptr<float>();
+    const float* pointwise = blobs[1].ptr<float>();
+    const float* bias = blobs[2].ptr<float>();
+    const std::size_t plane = static_cast<std::size_t>(h) * w;
+    // Convolution row r goes to slot r % 2 of `rows`.
+    auto conv_row = [&](int batch, int r) {
+      for (int i = 0; i < c; ++i)
+        depthwise_row(in.ptr<float>(batch) + i * plane, h, w, r, depthwise + i * 9,
+                      dw + static_cast<std::size_t>(i) * w);
+      for (int o = 0; o < co; o += 8)
+        pointwise_rows8(dw, c, w, pointwise + static_cast<std::size_t>(o) * c, bias + o,
+                        rows + (static_cast<std::size_t>(r % 2) * co + o) * w);
+    };
+    auto slot = [&](int r, int o) { return rows + (static_cast<std::size_t>(r % 2) * co + o) * w; };
+    for (int b = 0; b < n; ++b)
+      for (int y = 0; y < ph; ++y) {
+        const int first = y * pool_stride_, last = std::min(first + 1, h - 1);
+        if (pool_stride_ == 2 || y == 0) conv_row(b, first);
+        if (last != first) conv_row(b, last);
+        for (int o = 0; o < co; ++o) {
+          float* dst = out.ptr<float>(b, o) + static_cast<std::size_t>(y) * pw;
+          if (pool_stride_ == 2)
+            pool_row(dst, slot(first, o), slot(last, o), pw, w, slope_);
+          else
+            pool_row1(dst, slot(first, o), slot(last, o), pw, slope_);
+        }
+      }
+  }
+
+ private:
+  float slope_ = 0;
+  int pool_stride_ = 2;
+};
+
 }  // namespace
 
 void register_layers() {
@@ -233,6 +371,7 @@ void register_layers() {
   std::call_once(once, [] {
     cv::dnn::LayerFactory::registerLayer(kDepthwise, DepthwiseLayer::create);
     cv::dnn::LayerFactory::registerLayer(kConvLeakyPool, ConvLeakyPoolLayer::create);
+    cv::dnn::LayerFactory::registerLayer(kSeparableLeakyPool, SeparableLeakyPoolLayer::create);
   });
 }
 

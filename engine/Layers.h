@@ -13,12 +13,20 @@
 //   with stride 2 (TF SAME). OpenCV runs it as three layers through a
 //   16-channel full-resolution intermediate of 11 MB that leaves the cache.
 //   Blobs: weights O x C x 3 x 3, bias 1 x O.
+//
+// - kSeparableLeakyPool: the detector's next stages in one pass: 3x3
+//   depthwise convolution (padding 1), 1x1 convolution with bias, leaky
+//   ReLU, 2x2 max-pooling (TF SAME) with "pool_stride" 2 or 1, row by row,
+//   where OpenCV writes and reads back three full-size intermediates.
+//   Blobs: depthwise weights C x 1 x 3 x 3, pointwise O x C x 1 x 1, bias
+//   1 x O.
 #pragma once
 
 namespace rd::engine {
 
 inline constexpr const char* kDepthwise = "RdDepthwise3x3";
 inline constexpr const char* kConvLeakyPool = "RdConv3x3LeakyPool";
+inline constexpr const char* kSeparableLeakyPool = "RdSeparableLeakyPool";
 
 // Makes the types above known to OpenCV DNN; once per process, thread-safe.
 void register_layers();

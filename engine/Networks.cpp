@@ -41,19 +41,8 @@ class Builder {
   // `pad` >= 0: explicit symmetric padding of the depthwise step; -1: pad_mode.
   int separable(int in, const std::string& prefix, int stride, const std::string& pad_mode,
                 int pad = -1) {
-    const Tensor& d = w_.get(prefix + "/depthwise_filter", 4);
-    const Tensor& p = w_.get(prefix + "/pointwise_filter", 4);
-    const Tensor& b = w_.get(prefix + "/bias", 1);
-    const int kh = d.shape[0], kw = d.shape[1], c = d.shape[2];
-    const int co = p.shape[3];
-    check(d.shape[3] == 1 && p.shape[2] == c && b.shape[0] == co, prefix);
-    int dsz[] = {c, 1, kh, kw};
-    cv::Mat dw(4, dsz, CV_32F);
-    float* dst = dw.ptr<float>();
-    for (int ch = 0; ch < c; ++ch)
-      for (int y = 0; y < kh; ++y)
-        for (int x = 0; x < kw; ++x)
-          *dst++ = d.data[(static_cast<std::size_t>(y) * kw + x) * c + ch];
+    Separable s = separable_weights(prefix);
+    const int c = s.depthwise.size[0], kh = s.depthwise.size[2], kw = s.depthwise.size[3];
     int dwid;
     if (kh == 3 && kw == 3 && (stride == 1 || stride == 2) && (pad >= 0 || pad_mode == "SAME")) {
       LayerParams lp;
@@ -62,18 +51,26 @@ class Builder {
         lp.set("pad", pad);
       else
         lp.set("same", true);
-      lp.blobs.push_back(dw);
+      lp.blobs.push_back(s.depthwise);
       dwid = add(in, kDepthwise, lp, prefix + "/depthwise");
     } else {
-      dwid =
-          add_conv(in, prefix + "/depthwise", dw, cv::Mat(), c, kh, kw, stride, c, pad_mode, pad);
+      dwid = add_conv(in, prefix + "/depthwise", s.depthwise, cv::Mat(), c, kh, kw, stride, c,
+                      pad_mode, pad);
     }
-    int psz[] = {co, c, 1, 1};
-    cv::Mat pw(4, psz, CV_32F);
-    dst = pw.ptr<float>();
-    for (int o = 0; o < co; ++o)
-      for (int i = 0; i < c; ++i) *dst++ = p.data[static_cast<std::size_t>(i) * co + o];
-    return add_conv(dwid, prefix + "/pointwise", pw, bias(b), co, 1, 1, 1, 1, "", 0);
+    return add_conv(dwid, prefix + "/pointwise", s.pointwise, s.bias, s.pointwise.size[0], 1, 1, 1,
+                    1, "", 0);
+  }
+
+  // The same with a 3x3 depthwise step (padding 1), then leaky ReLU and 2x2
+  // max-pooling (TF SAME), as one layer.
+  int separable_leaky_pool(int in, const std::string& prefix, float slope, int pool_stride) {
+    Separable s = separable_weights(prefix);
+    check(s.depthwise.size[2] == 3 && s.depthwise.size[3] == 3, prefix);
+    LayerParams lp;
+    lp.set("negative_slope", slope);
+    lp.set("pool_stride", pool_stride);
+    lp.blobs = {s.depthwise, s.pointwise, s.bias};
+    return add(in, kSeparableLeakyPool, lp, prefix);
   }
 
   int relu(int in, float slope = 0.f) {
@@ -155,6 +152,34 @@ class Builder {
           for (int x = 0; x < kw; ++x)
             *dst++ = f.data[((static_cast<std::size_t>(y) * kw + x) * ci + i) * co + o];
     return wm;
+  }
+
+  struct Separable {
+    cv::Mat depthwise, pointwise, bias;  // C x 1 x kh x kw, O x C x 1 x 1, 1 x O
+  };
+
+  // TF depthwise [kh, kw, C, 1] and pointwise [1, 1, C, O] filters in
+  // OpenCV's layout, checked against each other and the bias.
+  Separable separable_weights(const std::string& prefix) const {
+    const Tensor& d = w_.get(prefix + "/depthwise_filter", 4);
+    const Tensor& p = w_.get(prefix + "/pointwise_filter", 4);
+    const Tensor& b = w_.get(prefix + "/bias", 1);
+    const int kh = d.shape[0], kw = d.shape[1], c = d.shape[2];
+    const int co = p.shape[3];
+    check(d.shape[3] == 1 && p.shape[2] == c && b.shape[0] == co, prefix);
+    int dsz[] = {c, 1, kh, kw};
+    cv::Mat dw(4, dsz, CV_32F);
+    float* dst = dw.ptr<float>();
+    for (int ch = 0; ch < c; ++ch)
+      for (int y = 0; y < kh; ++y)
+        for (int x = 0; x < kw; ++x)
+          *dst++ = d.data[(static_cast<std::size_t>(y) * kw + x) * c + ch];
+    int psz[] = {co, c, 1, 1};
+    cv::Mat pw(4, psz, CV_32F);
+    dst = pw.ptr<float>();
+    for (int o = 0; o < co; ++o)
+      for (int i = 0; i < c; ++i) *dst++ = p.data[static_cast<std::size_t>(i) * co + o];
+    return {dw, pw, bias(b)};
   }
 
   static cv::Mat bias(const Tensor& b) {
@@ -247,10 +272,8 @@ cv::dnn::Net build_detector(const ModelWeights& w) {
   Builder b(w);
   constexpr float kLeak = 0.1f;
   int out = b.conv_leaky_pool(0, "conv0", kLeak);
-  for (int i = 1; i <= 5; ++i) {
-    out = b.relu(b.separable(out, "conv" + std::to_string(i), 1, "", 1), kLeak);
-    out = b.max_pool(out, 2, i == 5 ? 1 : 2);
-  }
+  for (int i = 1; i <= 5; ++i)
+    out = b.separable_leaky_pool(out, "conv" + std::to_string(i), kLeak, i == 5 ? 1 : 2);
   for (int i = 6; i <= 7; ++i)
     if (w.has("conv" + std::to_string(i) + "/depthwise_filter"))
       out = b.relu(b.separable(out, "conv" + std::to_string(i), 1, "", 1), kLeak);

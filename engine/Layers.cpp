@@ -36,6 +36,24 @@ Axis same_axis(int in, int stride) {
 
 Axis padded_axis(int in, int stride, int pad) { return {(in + 2 * pad - 3) / stride + 1, pad}; }
 
+// Scratch rows per layer: one block per thread that OpenCV may use.
+int scratch_blocks() { return std::max(1, cv::getNumThreads()); }
+
+// Runs f(block, begin, end) over `count` items split into at most `blocks`
+// contiguous parts, in parallel; block < blocks picks the scratch block.
+template <class F>
+void in_blocks(int count, int blocks, F f) {
+  blocks = std::max(1, std::min({blocks, count, scratch_blocks()}));
+  cv::parallel_for_(
+      cv::Range(0, blocks),
+      [&](const cv::Range& r) {
+        for (int b = r.start; b < r.end; ++b)
+          f(b, static_cast<int>(static_cast<long long>(count) * b / blocks),
+            static_cast<int>(static_cast<long long>(count) * (b + 1) / blocks));
+      },
+      blocks);
+}
+
 // One plane of a 3x3 depthwise convolution: src (h x w) is first copied into
 // `padded` (ph x pw, its border already zero) at (pad_y, pad_x), then every
 // output sees nine taps without bounds checks.
@@ -86,7 +104,8 @@ class DepthwiseLayer : public cv::dnn::Layer {
     CV_Assert(inputs.size() == 1 && inputs[0].size() == 4 && inputs[0][1] == blobs[0].size[0]);
     const Axis ay = axis(inputs[0][2]), ax = axis(inputs[0][3]);
     outputs = {{inputs[0][0], inputs[0][1], ay.out, ax.out}};
-    internals = {{(ay.out - 1) * stride_ + 3, (ax.out - 1) * stride_ + 3}};  // a padded plane
+    // A padded plane per block.
+    internals = {{scratch_blocks(), ((ay.out - 1) * stride_ + 3) * ((ax.out - 1) * stride_ + 3)}};
     return false;
   }
 
@@ -106,14 +125,17 @@ class DepthwiseLayer : public cv::dnn::Layer {
     cv::Mat& padded = internals[0];
     const int n = in.size[0], c = in.size[1], h = in.size[2], w = in.size[3];
     const Axis ay = axis(h), ax = axis(w);
+    const int ph = (ay.out - 1) * stride_ + 3, pw = (ax.out - 1) * stride_ + 3;
     padded.setTo(0);
     const float* weights = blobs[0].ptr<float>();
     const std::size_t in_plane = static_cast<std::size_t>(h) * w;
     const std::size_t out_plane = static_cast<std::size_t>(ay.out) * ax.out;
-    for (int p = 0; p < n * c; ++p)
-      depthwise_plane(in.ptr<float>() + p * in_plane, h, w, weights + (p % c) * 9, stride_, ay.pad,
-                      ax.pad, padded.ptr<float>(), padded.rows, padded.cols,
-                      out.ptr<float>() + p * out_plane, ay.out, ax.out);
+    in_blocks(n * c, padded.rows, [&](int block, int begin, int end) {
+      for (int p = begin; p < end; ++p)
+        depthwise_plane(in.ptr<float>() + p * in_plane, h, w, weights + (p % c) * 9, stride_,
+                        ay.pad, ax.pad, padded.ptr<float>(block), ph, pw,
+                        out.ptr<float>() + p * out_plane, ay.out, ax.out);
+    });
   }
 
  private:
@@ -246,7 +268,8 @@ class ConvLeakyPoolLayer : public cv::dnn::Layer {
     CV_Assert(inputs.size() == 1 && s.size() == 4 && s[1] == 3 && blobs[0].size[1] == 3 &&
               s[2] >= 3 && s[3] >= 10 && blobs[0].size[0] % 8 == 0);
     outputs = {{s[0], blobs[0].size[0], (s[2] - 1) / 2, (s[3] - 1) / 2}};
-    internals = {{2 * blobs[0].size[0], s[3] - 2}};  // two convolution rows per channel
+    // Two convolution rows per channel, per block.
+    internals = {{scratch_blocks(), 2 * blobs[0].size[0] * (s[3] - 2)}};
     return false;
   }
 
@@ -261,22 +284,24 @@ class ConvLeakyPoolLayer : public cv::dnn::Layer {
     const int n = in.size[0], h = in.size[2], w = in.size[3];
     const int co = out.size[1], ph = out.size[2], pw = out.size[3];
     const int ch = h - 2, cw = w - 2;  // convolution output
-    float* rows = internals[0].ptr<float>();
     const float* weights = blobs[0].ptr<float>();
     const float* bias = blobs[1].ptr<float>();
     const std::size_t plane = static_cast<std::size_t>(h) * w;
     for (int b = 0; b < n; ++b)
-      for (int y = 0; y < ph; ++y) {
-        const int pair = std::min(2, ch - 2 * y);
-        for (int k = 0; k < pair; ++k)
-          for (int o = 0; o < co; o += 8)
-            conv_rows8(in.ptr<float>(b), plane, w, 2 * y + k, weights + o * 27, bias + o,
-                       rows + (static_cast<std::size_t>(k) * co + o) * cw, cw);
-        for (int o = 0; o < co; ++o)
-          pool_row(out.ptr<float>(b, o) + static_cast<std::size_t>(y) * pw,
-                   rows + static_cast<std::size_t>(o) * cw,
-                   rows + (static_cast<std::size_t>(pair - 1) * co + o) * cw, pw, cw, slope_);
-      }
+      in_blocks(ph, internals[0].rows, [&](int block, int begin, int end) {
+        float* rows = internals[0].ptr<float>(block);
+        for (int y = begin; y < end; ++y) {
+          const int pair = std::min(2, ch - 2 * y);
+          for (int k = 0; k < pair; ++k)
+            for (int o = 0; o < co; o += 8)
+              conv_rows8(in.ptr<float>(b), plane, w, 2 * y + k, weights + o * 27, bias + o,
+                         rows + (static_cast<std::size_t>(k) * co + o) * cw, cw);
+          for (int o = 0; o < co; ++o)
+            pool_row(out.ptr<float>(b, o) + static_cast<std::size_t>(y) * pw,
+                     rows + static_cast<std::size_t>(o) * cw,
+                     rows + (static_cast<std::size_t>(pair - 1) * co + o) * cw, pw, cw, slope_);
+        }
+      });
   }
 
  private:
@@ -314,7 +339,7 @@ class SeparableLeakyPoolLayer : public cv::dnn::Layer {
     const int st = pool_stride_;
     outputs = {{s[0], co, (s[2] + st - 1) / st, (s[3] + st - 1) / st}};
     // One depthwise row per input channel, two pointwise rows per output channel.
-    internals = {{s[1] + 2 * co, s[3]}};
+    internals = {{scratch_blocks(), (s[1] + 2 * co) * s[3]}};
     return false;
   }
 
@@ -328,35 +353,39 @@ class SeparableLeakyPoolLayer : public cv::dnn::Layer {
     cv::Mat& out = outputs[0];
     const int n = in.size[0], c = in.size[1], h = in.size[2], w = in.size[3];
     const int co = out.size[1], ph = out.size[2], pw = out.size[3];
-    float* dw = internals[0].ptr<float>();
-    float* rows = dw + static_cast<std::size_t>(c) * w;
     const float* depthwise = blobs[0].ptr<float>();
     const float* pointwise = blobs[1].ptr<float>();
     const float* bias = blobs[2].ptr<float>();
     const std::size_t plane = static_cast<std::size_t>(h) * w;
-    // Convolution row r goes to slot r % 2 of `rows`.
-    auto conv_row = [&](int batch, int r) {
-      for (int i = 0; i < c; ++i)
-        depthwise_row(in.ptr<float>(batch) + i * plane, h, w, r, depthwise + i * 9,
-                      dw + static_cast<std::size_t>(i) * w);
-      for (int o = 0; o < co; o += 8)
-        pointwise_rows8(dw, c, w, pointwise + static_cast<std::size_t>(o) * c, bias + o,
-                        rows + (static_cast<std::size_t>(r % 2) * co + o) * w);
-    };
-    auto slot = [&](int r, int o) { return rows + (static_cast<std::size_t>(r % 2) * co + o) * w; };
     for (int b = 0; b < n; ++b)
-      for (int y = 0; y < ph; ++y) {
-        const int first = y * pool_stride_, last = std::min(first + 1, h - 1);
-        if (pool_stride_ == 2 || y == 0) conv_row(b, first);
-        if (last != first) conv_row(b, last);
-        for (int o = 0; o < co; ++o) {
-          float* dst = out.ptr<float>(b, o) + static_cast<std::size_t>(y) * pw;
-          if (pool_stride_ == 2)
-            pool_row(dst, slot(first, o), slot(last, o), pw, w, slope_);
-          else
-            pool_row1(dst, slot(first, o), slot(last, o), pw, slope_);
+      in_blocks(ph, internals[0].rows, [&](int block, int begin, int end) {
+        float* dw = internals[0].ptr<float>(block);
+        float* rows = dw + static_cast<std::size_t>(c) * w;
+        // Convolution row r goes to slot r % 2 of `rows`.
+        auto slot = [&](int r, int o) {
+          return rows + (static_cast<std::size_t>(r % 2) * co + o) * w;
+        };
+        auto conv_row = [&](int r) {
+          for (int i = 0; i < c; ++i)
+            depthwise_row(in.ptr<float>(b) + i * plane, h, w, r, depthwise + i * 9,
+                          dw + static_cast<std::size_t>(i) * w);
+          for (int o = 0; o < co; o += 8)
+            pointwise_rows8(dw, c, w, pointwise + static_cast<std::size_t>(o) * c, bias + o,
+                            slot(r, o));
+        };
+        for (int y = begin; y < end; ++y) {
+          const int first = y * pool_stride_, last = std::min(first + 1, h - 1);
+          if (pool_stride_ == 2 || y == begin) conv_row(first);
+          if (last != first) conv_row(last);
+          for (int o = 0; o < co; ++o) {
+            float* dst = out.ptr<float>(b, o) + static_cast<std::size_t>(y) * pw;
+            if (pool_stride_ == 2)
+              pool_row(dst, slot(first, o), slot(last, o), pw, w, slope_);
+            else
+              pool_row1(dst, slot(first, o), slot(last, o), pw, slope_);
+          }
         }
-      }
+      });
   }
 
  private:

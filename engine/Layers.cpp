@@ -393,6 +393,61 @@ class SeparableLeakyPoolLayer : public cv::dnn::Layer {
   int pool_stride_ = 2;
 };
 
+// out = max(0, in0 + in1 + ...), summed in input order.
+RD_CLONES void sum_relu_span(const float* const* in, int count, float* __restrict out,
+                             std::size_t n) {
+  std::copy(in[0], in[0] + n, out);
+  for (int i = 1; i < count; ++i) {
+    const float* __restrict src = in[i];
+    for (std::size_t x = 0; x < n; ++x) out[x] += src[x];
+  }
+  for (std::size_t x = 0; x < n; ++x) out[x] = out[x] > 0.f ? out[x] : 0.f;
+}
+
+class SumReluLayer : public cv::dnn::Layer {
+ public:
+  explicit SumReluLayer(const cv::dnn::LayerParams& params) : Layer(params) {}
+
+  static cv::Ptr<cv::dnn::Layer> create(cv::dnn::LayerParams& params) {
+    return cv::makePtr<SumReluLayer>(params);
+  }
+
+  int64 getFLOPS(const std::vector<MatShape>& inputs, const std::vector<MatShape>&) const override {
+    return static_cast<int64>(inputs.size()) * static_cast<int64>(cv::dnn::total(inputs[0]));
+  }
+
+  bool getMemoryShapes(const std::vector<MatShape>& inputs, int, std::vector<MatShape>& outputs,
+                       std::vector<MatShape>&) const override {
+    CV_Assert(!inputs.empty());
+    for (const MatShape& s : inputs) CV_Assert(s == inputs[0]);
+    outputs = {inputs[0]};
+    return false;
+  }
+
+  void forward(cv::InputArrayOfArrays inputs_arr, cv::OutputArrayOfArrays outputs_arr,
+               cv::OutputArrayOfArrays) override {
+    std::vector<cv::Mat> inputs, outputs;
+    inputs_arr.getMatVector(inputs);
+    outputs_arr.getMatVector(outputs);
+    std::vector<const float*> in;
+    for (const cv::Mat& m : inputs) in.push_back(m.ptr<float>());
+    const int count = static_cast<int>(in.size());
+    // Spans of 4096 floats, split over the threads.
+    constexpr std::size_t kSpan = 4096;
+    const std::size_t total = outputs[0].total();
+    const int spans = static_cast<int>((total + kSpan - 1) / kSpan);
+    float* out = outputs[0].ptr<float>();
+    in_blocks(spans, spans, [&](int, int begin, int end) {
+      std::vector<const float*> at(in.size());
+      for (int sp = begin; sp < end; ++sp) {
+        const std::size_t from = sp * kSpan, n = std::min(kSpan, total - from);
+        for (int i = 0; i < count; ++i) at[i] = in[i] + from;
+        sum_relu_span(at.data(), count, out + from, n);
+      }
+    });
+  }
+};
+
 }  // namespace
 
 void register_layers() {
@@ -401,6 +456,7 @@ void register_layers() {
     cv::dnn::LayerFactory::registerLayer(kDepthwise, DepthwiseLayer::create);
     cv::dnn::LayerFactory::registerLayer(kConvLeakyPool, ConvLeakyPoolLayer::create);
     cv::dnn::LayerFactory::registerLayer(kSeparableLeakyPool, SeparableLeakyPoolLayer::create);
+    cv::dnn::LayerFactory::registerLayer(kSumRelu, SumReluLayer::create);
   });
 }
 

@@ -20,6 +20,9 @@
 //   where OpenCV writes and reads back three full-size intermediates.
 //   Blobs: depthwise weights C x 1 x 3 x 3, pointwise O x C x 1 x 1, bias
 //   1 x O.
+//
+// - kSumRelu: ReLU of the sum of its inputs (all of one shape), where
+//   OpenCV's Eltwise layer takes four times as long as reading them.
 #pragma once
 
 namespace rd::engine {
@@ -27,6 +30,7 @@ namespace rd::engine {
 inline constexpr const char* kDepthwise = "RdDepthwise3x3";
 inline constexpr const char* kConvLeakyPool = "RdConv3x3LeakyPool";
 inline constexpr const char* kSeparableLeakyPool = "RdSeparableLeakyPool";
+inline constexpr const char* kSumRelu = "RdSumRelu";
 
 // Makes the types above known to OpenCV DNN; once per process, thread-safe.
 void register_layers();

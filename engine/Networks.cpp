@@ -82,12 +82,13 @@ class Builder {
   int sum(std::initializer_list<int> inputs) {
     LayerParams lp;
     lp.set("operation", "sum");
-    lp.name = "sum" + std::to_string(counter_++);
-    lp.type = "Eltwise";
-    int id = net_.addLayer(lp.name, lp.type, lp);
-    int k = 0;
-    for (int in : inputs) net_.connect(in, 0, id, k++);
-    return id;
+    return join(inputs, "Eltwise", lp);
+  }
+
+  // ReLU of the sum, as one layer.
+  int sum_relu(std::initializer_list<int> inputs) {
+    LayerParams lp;
+    return join(inputs, kSumRelu, lp);
   }
 
   int max_pool(int in, int k, int stride) {
@@ -206,6 +207,15 @@ class Builder {
     return add(in, "Convolution", lp, name);
   }
 
+  int join(std::initializer_list<int> inputs, const std::string& type, LayerParams& lp) {
+    lp.name = "sum" + std::to_string(counter_++);
+    lp.type = type;
+    int id = net_.addLayer(lp.name, lp.type, lp);
+    int k = 0;
+    for (int in : inputs) net_.connect(in, 0, id, k++);
+    return id;
+  }
+
   int add(int in, const std::string& type, LayerParams& lp, const std::string& name = {}) {
     lp.name = name.empty() ? type + std::to_string(counter_++) : name;
     lp.type = type;
@@ -233,11 +243,11 @@ int dense_block(Builder& b, int in, const std::string& prefix, bool first) {
                    : b.separable(in, prefix + "/conv0", 2, "SAME");
   out1 = b.relu(out1);
   int out2 = b.separable(out1, prefix + "/conv1", 1, "SAME");
-  int in3 = b.relu(b.sum({out1, out2}));
+  int in3 = b.sum_relu({out1, out2});
   int out3 = b.separable(in3, prefix + "/conv2", 1, "SAME");
-  int in4 = b.relu(b.sum({out1, out2, out3}));
+  int in4 = b.sum_relu({out1, out2, out3});
   int out4 = b.separable(in4, prefix + "/conv3", 1, "SAME");
-  return b.relu(b.sum({out1, out2, out3, out4}));
+  return b.sum_relu({out1, out2, out3, out4});
 }
 
 // Feature extractor shared in shape by the landmark and expression nets:

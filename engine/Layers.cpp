@@ -15,12 +15,15 @@ namespace {
 using cv::dnn::MatShape;
 
 // The row loops below are plain C++ for the compiler to vectorise; on x86
-// they are built twice, for the baseline and for AVX2/FMA, and the loader
-// picks the one the CPU runs.
+// they are built for the baseline and for AVX2/FMA, the long rows of the
+// detector's stages also for AVX-512 (the 7- to 56-pixel planes of the face
+// nets measured slower with it), and the loader picks what the CPU runs.
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
 #define RD_CLONES __attribute__((target_clones("arch=x86-64-v3", "default")))
+#define RD_CLONES_WIDE __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
 #else
 #define RD_CLONES
+#define RD_CLONES_WIDE
 #endif
 
 // Output length and leading padding of a 3-tap window along one axis.
@@ -154,9 +157,9 @@ typedef float v8 __attribute__((vector_size(32)));
 // channels: k holds their weights (8 x 3 x 3 x 3), rows[o * cw + x] receives
 // the sums. The input of every tap is loaded once for the eight channels,
 // whose sums stay in registers.
-RD_CLONES void conv_rows8(const float* __restrict in, std::size_t plane, int w, int cy,
-                          const float* __restrict k, const float* bias, float* __restrict rows,
-                          int cw) {
+RD_CLONES_WIDE void conv_rows8(const float* __restrict in, std::size_t plane, int w, int cy,
+                               const float* __restrict k, const float* bias, float* __restrict rows,
+                               int cw) {
   constexpr int kTaps = 27;
   for (int xb = 0; xb < cw; xb += 8) {
     const int x = std::min(xb, cw - 8);  // the last block overlaps the one before
@@ -183,8 +186,8 @@ RD_CLONES void conv_rows8(const float* __restrict in, std::size_t plane, int w, 
 // Max of the 2x2 windows of rows a and b (b may be a again), then leaky ReLU
 // as max(m, slope * m) (slope 0..1). (Leaky ReLU is increasing, so pooling
 // first gives the same numbers.)
-RD_CLONES void pool_row(float* __restrict o, const float* __restrict a, const float* __restrict b,
-                        int n, int len, float slope) {
+RD_CLONES_WIDE void pool_row(float* __restrict o, const float* __restrict a,
+                             const float* __restrict b, int n, int len, float slope) {
   auto max = [](float x, float y) { return x > y ? x : y; };
   const int full = len / 2;  // windows with both columns
   for (int x = 0; x < full; ++x) {
@@ -199,8 +202,8 @@ RD_CLONES void pool_row(float* __restrict o, const float* __restrict a, const fl
 
 // The same for 2x2 windows with stride 1: columns x and x + 1, the last
 // window the last column alone.
-RD_CLONES void pool_row1(float* __restrict o, const float* __restrict a, const float* __restrict b,
-                         int n, float slope) {
+RD_CLONES_WIDE void pool_row1(float* __restrict o, const float* __restrict a,
+                              const float* __restrict b, int n, float slope) {
   auto max = [](float x, float y) { return x > y ? x : y; };
   for (int x = 0; x + 1 < n; ++x) {
     const float m = max(max(a[x], a[x + 1]), max(b[x], b[x + 1]));
@@ -211,8 +214,8 @@ RD_CLONES void pool_row1(float* __restrict o, const float* __restrict a, const f
 }
 
 // Row y of a 3x3 depthwise convolution of one plane (h x w), padding 1.
-RD_CLONES void depthwise_row(const float* __restrict plane, int h, int w, int y, const float* k,
-                             float* __restrict out) {
+RD_CLONES_WIDE void depthwise_row(const float* __restrict plane, int h, int w, int y,
+                                  const float* k, float* __restrict out) {
   std::fill(out, out + w, 0.f);
   for (int ky = 0; ky < 3; ++ky) {
     const int iy = y - 1 + ky;
@@ -227,8 +230,9 @@ RD_CLONES void depthwise_row(const float* __restrict plane, int h, int w, int y,
 
 // A 1x1 convolution of the rows src (c x w) for eight output channels with
 // bias: k holds their weights (8 x c), rows[o * w + x] receives the sums.
-RD_CLONES void pointwise_rows8(const float* __restrict src, int c, int w, const float* __restrict k,
-                               const float* bias, float* __restrict rows) {
+RD_CLONES_WIDE void pointwise_rows8(const float* __restrict src, int c, int w,
+                                    const float* __restrict k, const float* bias,
+                                    float* __restrict rows) {
   for (int xb = 0; xb < w; xb += 8) {
     const int x = std::min(xb, w - 8);  // the last block overlaps the one before
     v8 acc[8];

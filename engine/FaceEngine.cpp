@@ -59,6 +59,8 @@ cv::Rect crop_rect(double x, double y, double w, double h, int img_w, int img_h)
 
 struct NetSet {
   cv::dnn::Net detector, landmarks, expressions, age_gender;
+  // Input blobs, kept from call to call so that their memory is reused.
+  cv::Mat detector_in, landmarks_in, face_in, mirror_in;
 };
 
 struct FaceEngine::Impl {
@@ -128,11 +130,8 @@ class Borrowed {
   std::unique_ptr<NetSet> set_;
 };
 
-cv::Mat face_blob(const cv::Mat& rgb, cv::Rect r) {
-  SquareSampler s(r.width, r.height, true, kFaceInput);
-  cv::Mat blob;
-  s.fill(rgb, r, kFaceMean, blob);
-  return blob;
+void face_blob(const cv::Mat& rgb, cv::Rect r, cv::Mat& blob) {
+  SquareSampler(r.width, r.height, true, kFaceInput).fill(rgb, r, kFaceMean, blob);
 }
 
 cv::Mat run(cv::dnn::Net& net, const cv::Mat& blob, const char* out) {
@@ -173,12 +172,12 @@ Analysis FaceEngine::analyze_rgb(const cv::Mat& rgb) const {
   const int w = rgb.cols, h = rgb.rows;
   const int size = options_.detector_input_size;
 
-  Borrowed nets(*impl_);
+  Borrowed borrowed(*impl_);
+  NetSet& nets = *borrowed;
 
   // 1. Detection on the whole photo, padded to a square at its end.
-  cv::Mat blob;
-  SquareSampler(w, h, false, size).fill(rgb, cv::Rect(0, 0, w, h), kDetectorMean, blob);
-  cv::Mat out = run((*nets).detector, blob, "out");  // 1 x 25 x cells x cells
+  SquareSampler(w, h, false, size).fill(rgb, cv::Rect(0, 0, w, h), kDetectorMean, nets.detector_in);
+  cv::Mat out = run(nets.detector, nets.detector_in, "out");  // 1 x 25 x cells x cells
   const int cells = out.size[2];
   const double scale = static_cast<double>(size) / std::max(w, h);
   const double resized_w = std::round(w * scale), resized_h = std::round(h * scale);
@@ -224,7 +223,8 @@ Analysis FaceEngine::analyze_rgb(const cv::Mat& rgb) const {
     // 2. Landmarks in the detector box.
     const cv::Rect det = crop_rect(bx, by, bw, bh, w, h);
     if (det.empty()) continue;
-    cv::Mat lm = run((*nets).landmarks, face_blob(rgb, det), "out");
+    face_blob(rgb, det, nets.landmarks_in);
+    cv::Mat lm = run(nets.landmarks, nets.landmarks_in, "out");
     const double lscale = static_cast<double>(kFaceInput) / std::max(det.width, det.height);
     const double in_w = det.width * lscale, in_h = det.height * lscale;
     const double pad_x = in_w < in_h ? std::abs(in_w - in_h) / 2 : 0;
@@ -249,25 +249,28 @@ Analysis FaceEngine::analyze_rgb(const cv::Mat& rgb) const {
     const cv::Rect aligned =
         crop_rect(min_x - aw * 0.1, min_y - ah * 0.1, aw * 1.2, ah * 1.2, w, h);
     if (aligned.empty()) continue;
-    const cv::Mat fblob = face_blob(rgb, aligned);
-    cv::Mat expr = run((*nets).expressions, fblob, "out");
+    const cv::Mat& fblob = nets.face_in;
+    face_blob(rgb, aligned, nets.face_in);
+    cv::Mat expr = run(nets.expressions, fblob, "out");
     for (int i = 0; i < 7; ++i)
       face.expressions[static_cast<std::size_t>(i)] = expr.ptr<float>()[i];
 
+    const std::vector<cv::String> age_gender_out = {"age", "gender"};
     std::vector<cv::Mat> ag;
-    (*nets).age_gender.setInput(fblob, "data");
-    (*nets).age_gender.forward(ag, std::vector<cv::String>{"age", "gender"});
+    nets.age_gender.setInput(fblob, "data");
+    nets.age_gender.forward(ag, age_gender_out);
     face.age = ag[0].ptr<float>()[0];
     const float male = ag[1].ptr<float>()[0];
     face.gender = male > 0.5f ? Gender::Male : Gender::Female;
     face.gender_probability = male > 0.5f ? male : 1.f - male;
 
     // Age uncertainty from the mirror image.
-    cv::Mat mirrored;
+    nets.mirror_in.create(fblob.dims, fblob.size.p, CV_32F);
+    cv::Mat mirrored = nets.mirror_in.reshape(1, 3 * kFaceInput);
     cv::flip(fblob.reshape(1, 3 * kFaceInput), mirrored, 1);
     std::vector<cv::Mat> ag2;
-    (*nets).age_gender.setInput(mirrored.reshape(1, fblob.dims, fblob.size.p), "data");
-    (*nets).age_gender.forward(ag2, std::vector<cv::String>{"age", "gender"});
+    nets.age_gender.setInput(nets.mirror_in, "data");
+    nets.age_gender.forward(ag2, age_gender_out);
     const float age2 = ag2[0].ptr<float>()[0];
     face.age_spread = std::max(2.f, std::abs(face.age - age2) + 0.1f * std::max(face.age, 0.f));
 

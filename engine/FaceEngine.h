@@ -2,9 +2,10 @@
 // 68 landmarks, age, gender and seven expression probabilities.
 //
 // Four small convolutional networks (tiny face detector, 68-point landmark
-// net, age-gender net, expression net) run on OpenCV's DNN module. Their
-// weights are read once, at construction, from the model folder (the
-// *-weights_manifest.json files and their .bin shards).
+// net, age-gender net, expression net) run on OpenCV's DNN module, with a
+// few layers of our own where OpenCV's are slow for these shapes
+// (engine/Layers.h). Their weights are read once, at construction, from the
+// model folder (the *-weights_manifest.json files and their .bin shards).
 //
 // Thread-safe: analyze() may be called from any number of threads at once;
 // each call borrows one set of network instances from a pool.

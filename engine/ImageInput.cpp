@@ -156,24 +156,49 @@ void SquareSampler::fill(const cv::Mat& rgb, cv::Rect roi, const float mean[3],
                          cv::Mat& blob) const {
   int sizes[] = {1, 3, out_, out_};
   blob.create(4, sizes, CV_32F);
-  const std::size_t plane = static_cast<std::size_t>(out_) * out_;
+  const std::size_t n = static_cast<std::size_t>(out_);
   float* dst = blob.ptr<float>();
-  auto px = [&](int row, int col, int c) -> float {
-    if (row < 0 || col < 0) return 0.f;
-    return static_cast<float>(rgb.ptr<unsigned char>(roi.y + row)[(roi.x + col) * 3 + c]);
-  };
-  for (int y = 0; y < out_; ++y) {
-    const Tap& ty = ys_[static_cast<std::size_t>(y)];
-    for (int x = 0; x < out_; ++x) {
-      const Tap& tx = xs_[static_cast<std::size_t>(x)];
+  // Horizontal pass of one source row (-1: padding), channel planes of n:
+  // left + (right - left) * fx, with the padding's taps 0.
+  auto horizontal = [&](int row, float* h) {
+    if (row < 0) {
+      std::fill(h, h + 3 * n, 0.f);
+      return;
+    }
+    const unsigned char* src = rgb.ptr<unsigned char>(roi.y + row) + roi.x * 3;
+    for (std::size_t x = 0; x < n; ++x) {
+      const Tap& t = xs_[x];
       for (int c = 0; c < 3; ++c) {
-        const float tl = px(ty.lo, tx.lo, c), tr = px(ty.lo, tx.hi, c);
-        const float bl = px(ty.hi, tx.lo, c), br = px(ty.hi, tx.hi, c);
-        const float top = tl + (tr - tl) * tx.frac;
-        const float bottom = bl + (br - bl) * tx.frac;
-        const float v = top + (bottom - top) * ty.frac;
-        dst[c * plane + static_cast<std::size_t>(y) * out_ + x] = (v - mean[c]) / 255.f;
+        const float l = t.lo < 0 ? 0.f : static_cast<float>(src[t.lo * 3 + c]);
+        const float r = t.hi < 0 ? 0.f : static_cast<float>(src[t.hi * 3 + c]);
+        h[c * n + x] = l + (r - l) * t.frac;
       }
+    }
+  };
+  // The horizontal passes of the last two source rows, reused while the
+  // output rows step between the same pair.
+  std::vector<float> rows(6 * n);
+  float* h[2] = {rows.data(), rows.data() + 3 * n};
+  int have[2] = {-2, -2};  // source rows in h[0], h[1]
+  auto pass = [&](int row, int slot) -> const float* {
+    if (have[slot] == row) return h[slot];
+    if (have[1 - slot] == row) return h[1 - slot];
+    horizontal(row, h[slot]);
+    have[slot] = row;
+    return h[slot];
+  };
+  for (std::size_t y = 0; y < n; ++y) {
+    const Tap& ty = ys_[y];
+    // The slot not holding the top row takes the bottom one.
+    const int top_slot = have[1] == ty.lo ? 1 : 0;
+    const float* top = pass(ty.lo, top_slot);
+    const float* bottom = ty.hi == ty.lo ? top : pass(ty.hi, 1 - top_slot);
+    for (int c = 0; c < 3; ++c) {
+      const float* t = top + c * n;
+      const float* b = bottom + c * n;
+      float* o = dst + c * n * n + y * n;
+      const float m = mean[c], f = ty.frac;
+      for (std::size_t x = 0; x < n; ++x) o[x] = (t[x] + (b[x] - t[x]) * f - m) / 255.f;
     }
   }
 }

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "engine/FaceEngine.h"
+#include "engine/Layers.h"
 
 namespace rd::engine {
 
@@ -13,54 +14,63 @@ using cv::dnn::LayerParams;
 // Adds layers one after the other; every method returns the new layer's id.
 class Builder {
  public:
-  explicit Builder(const ModelWeights& w) : w_(w) {}
+  explicit Builder(const ModelWeights& w) : w_(w) { register_layers(); }
 
   cv::dnn::Net take() { return std::move(net_); }
 
   // Full convolution with bias; TF filters [kh, kw, in, out].
   int conv(int in, const std::string& prefix, int stride, const std::string& pad_mode,
            const std::string& name = {}) {
-    const Tensor& f = w_.get(prefix + "/filters", 4);
-    const Tensor& b = w_.get(prefix + "/bias", 1);
-    const int kh = f.shape[0], kw = f.shape[1], ci = f.shape[2], co = f.shape[3];
-    check(b.shape[0] == co, prefix);
-    int sizes[] = {co, ci, kh, kw};
-    cv::Mat wm(4, sizes, CV_32F);
-    float* dst = wm.ptr<float>();
-    for (int o = 0; o < co; ++o)
-      for (int i = 0; i < ci; ++i)
-        for (int y = 0; y < kh; ++y)
-          for (int x = 0; x < kw; ++x)
-            *dst++ = f.data[((static_cast<std::size_t>(y) * kw + x) * ci + i) * co + o];
-    return add_conv(in, name.empty() ? prefix : name, wm, bias(b), co, kh, kw, stride, 1, pad_mode,
-                    -1);
+    const cv::Mat wm = filters(prefix);
+    return add_conv(in, name.empty() ? prefix : name, wm, bias(w_.get(prefix + "/bias", 1)),
+                    wm.size[0], wm.size[2], wm.size[3], stride, 1, pad_mode, -1);
+  }
+
+  // 3x3 VALID convolution with bias, leaky ReLU, 2x2 max-pooling with stride 2
+  // (TF SAME), as one layer.
+  int conv_leaky_pool(int in, const std::string& prefix, float slope) {
+    const cv::Mat wm = filters(prefix);
+    check(wm.size[2] == 3 && wm.size[3] == 3, prefix);
+    LayerParams lp;
+    lp.set("negative_slope", slope);
+    lp.blobs = {wm, bias(w_.get(prefix + "/bias", 1))};
+    return add(in, kConvLeakyPool, lp, prefix);
   }
 
   // Depthwise 3x3 then pointwise 1x1, then the bias (TF separable convolution).
   // `pad` >= 0: explicit symmetric padding of the depthwise step; -1: pad_mode.
   int separable(int in, const std::string& prefix, int stride, const std::string& pad_mode,
                 int pad = -1) {
-    const Tensor& d = w_.get(prefix + "/depthwise_filter", 4);
-    const Tensor& p = w_.get(prefix + "/pointwise_filter", 4);
-    const Tensor& b = w_.get(prefix + "/bias", 1);
-    const int kh = d.shape[0], kw = d.shape[1], c = d.shape[2];
-    const int co = p.shape[3];
-    check(d.shape[3] == 1 && p.shape[2] == c && b.shape[0] == co, prefix);
-    int dsz[] = {c, 1, kh, kw};
-    cv::Mat dw(4, dsz, CV_32F);
-    float* dst = dw.ptr<float>();
-    for (int ch = 0; ch < c; ++ch)
-      for (int y = 0; y < kh; ++y)
-        for (int x = 0; x < kw; ++x)
-          *dst++ = d.data[(static_cast<std::size_t>(y) * kw + x) * c + ch];
-    int dwid =
-        add_conv(in, prefix + "/depthwise", dw, cv::Mat(), c, kh, kw, stride, c, pad_mode, pad);
-    int psz[] = {co, c, 1, 1};
-    cv::Mat pw(4, psz, CV_32F);
-    dst = pw.ptr<float>();
-    for (int o = 0; o < co; ++o)
-      for (int i = 0; i < c; ++i) *dst++ = p.data[static_cast<std::size_t>(i) * co + o];
-    return add_conv(dwid, prefix + "/pointwise", pw, bias(b), co, 1, 1, 1, 1, "", 0);
+    Separable s = separable_weights(prefix);
+    const int c = s.depthwise.size[0], kh = s.depthwise.size[2], kw = s.depthwise.size[3];
+    int dwid;
+    if (kh == 3 && kw == 3 && (stride == 1 || stride == 2) && (pad >= 0 || pad_mode == "SAME")) {
+      LayerParams lp;
+      lp.set("stride", stride);
+      if (pad >= 0)
+        lp.set("pad", pad);
+      else
+        lp.set("same", true);
+      lp.blobs.push_back(s.depthwise);
+      dwid = add(in, kDepthwise, lp, prefix + "/depthwise");
+    } else {
+      dwid = add_conv(in, prefix + "/depthwise", s.depthwise, cv::Mat(), c, kh, kw, stride, c,
+                      pad_mode, pad);
+    }
+    return add_conv(dwid, prefix + "/pointwise", s.pointwise, s.bias, s.pointwise.size[0], 1, 1, 1,
+                    1, "", 0);
+  }
+
+  // The same with a 3x3 depthwise step (padding 1), then leaky ReLU and 2x2
+  // max-pooling (TF SAME), as one layer.
+  int separable_leaky_pool(int in, const std::string& prefix, float slope, int pool_stride) {
+    Separable s = separable_weights(prefix);
+    check(s.depthwise.size[2] == 3 && s.depthwise.size[3] == 3, prefix);
+    LayerParams lp;
+    lp.set("negative_slope", slope);
+    lp.set("pool_stride", pool_stride);
+    lp.blobs = {s.depthwise, s.pointwise, s.bias};
+    return add(in, kSeparableLeakyPool, lp, prefix);
   }
 
   int relu(int in, float slope = 0.f) {
@@ -72,12 +82,13 @@ class Builder {
   int sum(std::initializer_list<int> inputs) {
     LayerParams lp;
     lp.set("operation", "sum");
-    lp.name = "sum" + std::to_string(counter_++);
-    lp.type = "Eltwise";
-    int id = net_.addLayer(lp.name, lp.type, lp);
-    int k = 0;
-    for (int in : inputs) net_.connect(in, 0, id, k++);
-    return id;
+    return join(inputs, "Eltwise", lp);
+  }
+
+  // ReLU of the sum, as one layer.
+  int sum_relu(std::initializer_list<int> inputs) {
+    LayerParams lp;
+    return join(inputs, kSumRelu, lp);
   }
 
   int max_pool(int in, int k, int stride) {
@@ -127,6 +138,51 @@ class Builder {
     if (!ok) throw ModelError("weights of " + what + " do not fit together");
   }
 
+  // TF filters [kh, kw, in, out] as OpenCV's [out, in, kh, kw], checked
+  // against the bias.
+  cv::Mat filters(const std::string& prefix) const {
+    const Tensor& f = w_.get(prefix + "/filters", 4);
+    const int kh = f.shape[0], kw = f.shape[1], ci = f.shape[2], co = f.shape[3];
+    check(w_.get(prefix + "/bias", 1).shape[0] == co, prefix);
+    int sizes[] = {co, ci, kh, kw};
+    cv::Mat wm(4, sizes, CV_32F);
+    float* dst = wm.ptr<float>();
+    for (int o = 0; o < co; ++o)
+      for (int i = 0; i < ci; ++i)
+        for (int y = 0; y < kh; ++y)
+          for (int x = 0; x < kw; ++x)
+            *dst++ = f.data[((static_cast<std::size_t>(y) * kw + x) * ci + i) * co + o];
+    return wm;
+  }
+
+  struct Separable {
+    cv::Mat depthwise, pointwise, bias;  // C x 1 x kh x kw, O x C x 1 x 1, 1 x O
+  };
+
+  // TF depthwise [kh, kw, C, 1] and pointwise [1, 1, C, O] filters in
+  // OpenCV's layout, checked against each other and the bias.
+  Separable separable_weights(const std::string& prefix) const {
+    const Tensor& d = w_.get(prefix + "/depthwise_filter", 4);
+    const Tensor& p = w_.get(prefix + "/pointwise_filter", 4);
+    const Tensor& b = w_.get(prefix + "/bias", 1);
+    const int kh = d.shape[0], kw = d.shape[1], c = d.shape[2];
+    const int co = p.shape[3];
+    check(d.shape[3] == 1 && p.shape[2] == c && b.shape[0] == co, prefix);
+    int dsz[] = {c, 1, kh, kw};
+    cv::Mat dw(4, dsz, CV_32F);
+    float* dst = dw.ptr<float>();
+    for (int ch = 0; ch < c; ++ch)
+      for (int y = 0; y < kh; ++y)
+        for (int x = 0; x < kw; ++x)
+          *dst++ = d.data[(static_cast<std::size_t>(y) * kw + x) * c + ch];
+    int psz[] = {co, c, 1, 1};
+    cv::Mat pw(4, psz, CV_32F);
+    dst = pw.ptr<float>();
+    for (int o = 0; o < co; ++o)
+      for (int i = 0; i < c; ++i) *dst++ = p.data[static_cast<std::size_t>(i) * co + o];
+    return {dw, pw, bias(b)};
+  }
+
   static cv::Mat bias(const Tensor& b) {
     cv::Mat m(1, b.shape[0], CV_32F);
     for (int i = 0; i < b.shape[0]; ++i) m.at<float>(0, i) = b.data[static_cast<std::size_t>(i)];
@@ -149,6 +205,15 @@ class Builder {
     lp.blobs.push_back(weights);
     if (!b.empty()) lp.blobs.push_back(b);
     return add(in, "Convolution", lp, name);
+  }
+
+  int join(std::initializer_list<int> inputs, const std::string& type, LayerParams& lp) {
+    lp.name = "sum" + std::to_string(counter_++);
+    lp.type = type;
+    int id = net_.addLayer(lp.name, lp.type, lp);
+    int k = 0;
+    for (int in : inputs) net_.connect(in, 0, id, k++);
+    return id;
   }
 
   int add(int in, const std::string& type, LayerParams& lp, const std::string& name = {}) {
@@ -178,11 +243,11 @@ int dense_block(Builder& b, int in, const std::string& prefix, bool first) {
                    : b.separable(in, prefix + "/conv0", 2, "SAME");
   out1 = b.relu(out1);
   int out2 = b.separable(out1, prefix + "/conv1", 1, "SAME");
-  int in3 = b.relu(b.sum({out1, out2}));
+  int in3 = b.sum_relu({out1, out2});
   int out3 = b.separable(in3, prefix + "/conv2", 1, "SAME");
-  int in4 = b.relu(b.sum({out1, out2, out3}));
+  int in4 = b.sum_relu({out1, out2, out3});
   int out4 = b.separable(in4, prefix + "/conv3", 1, "SAME");
-  return b.relu(b.sum({out1, out2, out3, out4}));
+  return b.sum_relu({out1, out2, out3, out4});
 }
 
 // Feature extractor shared in shape by the landmark and expression nets:
@@ -216,12 +281,9 @@ int main_block(Builder& b, int in, const std::string& prefix) {
 cv::dnn::Net build_detector(const ModelWeights& w) {
   Builder b(w);
   constexpr float kLeak = 0.1f;
-  int out = b.relu(b.conv(0, "conv0", 1, "VALID"), kLeak);
-  out = b.max_pool(out, 2, 2);
-  for (int i = 1; i <= 5; ++i) {
-    out = b.relu(b.separable(out, "conv" + std::to_string(i), 1, "", 1), kLeak);
-    out = b.max_pool(out, 2, i == 5 ? 1 : 2);
-  }
+  int out = b.conv_leaky_pool(0, "conv0", kLeak);
+  for (int i = 1; i <= 5; ++i)
+    out = b.separable_leaky_pool(out, "conv" + std::to_string(i), kLeak, i == 5 ? 1 : 2);
   for (int i = 6; i <= 7; ++i)
     if (w.has("conv" + std::to_string(i) + "/depthwise_filter"))
       out = b.relu(b.separable(out, "conv" + std::to_string(i), 1, "", 1), kLeak);

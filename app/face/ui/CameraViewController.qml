@@ -27,21 +27,29 @@ Rectangle {
     MediaDevices {
         id: mediaDevices
     }
-    CaptureSession {
-        camera: Camera {
-            id: camera
-            cameraDevice: cameraScreen.deviceFor(Capture.frontCamera)
-            active: cameraScreen.live && mediaDevices.videoInputs.length > 0
-            onErrorOccurred: (error, errorString) => Capture.cameraFailed(errorString)
+    // The capture session only where there is a camera to run it on (a
+    // session without a device is of no use, and tearing one down in the
+    // media framework is not free); without one the screen still shows its
+    // overlay and takes frames handed to the capture.
+    Loader {
+        id: session
+        active: mediaDevices.videoInputs.length > 0
+        sourceComponent: CaptureSession {
+            camera: Camera {
+                cameraDevice: cameraScreen.deviceFor(Capture.frontCamera)
+                active: cameraScreen.live
+                onErrorOccurred: (error, errorString) => Capture.cameraFailed(errorString)
+            }
+            imageCapture: ImageCapture {
+                id: imageCapture
+                // The full-resolution frame, not the preview.
+                onImageAvailable: (requestId, frame) => Capture.cameraFrame(frame)
+                onErrorOccurred: (requestId, error, message) => Capture.cameraFailed(message)
+            }
+            videoOutput: preview
         }
-        imageCapture: ImageCapture {
-            id: imageCapture
-            // The full-resolution frame, not the preview.
-            onImageAvailable: (requestId, frame) => Capture.cameraFrame(frame)
-            onErrorOccurred: (requestId, error, message) => Capture.cameraFailed(message)
-        }
-        videoOutput: preview
     }
+    readonly property bool readyForCapture: session.item !== null && session.item.imageCapture.readyForCapture
     Item {
         id: previewParent
         anchors.fill: parent
@@ -95,8 +103,8 @@ Rectangle {
             rippleEffect.restart()
         }
         function onTakePictureRequested() {
-            if (imageCapture.readyForCapture)
-                imageCapture.capture()
+            if (cameraScreen.readyForCapture)
+                session.item.imageCapture.capture()
         }
     }
 
@@ -151,7 +159,7 @@ Rectangle {
             height: parent.height
             flat: true
             text: "拍照"
-            enabled: imageCapture.readyForCapture
+            enabled: cameraScreen.readyForCapture
             palette.buttonText: "white"
             font.pixelSize: 18
             onClicked: Capture.savePhoto()

@@ -2,7 +2,6 @@
 
 #include <QMetaProperty>
 
-#include "service/HeadApi.h"
 #include "shell/MainThread.h"
 #include "shell/ProgressDisplay.h"
 
@@ -10,6 +9,7 @@ const QString BaseTableView::kLoadingText = QStringLiteral("正在加载...");
 const QString BaseTableView::kMoreText = QStringLiteral("上拉加载更多");
 const QString BaseTableView::kNoMoreText = QStringLiteral("已经到底了哈！");
 const QString BaseTableView::kRefreshText = QStringLiteral("加载中...");
+const QString BaseTableView::kNetworkText = QStringLiteral("网络环境差，请稍候再试！：）");
 
 namespace {
 constexpr int kModelDataRole = Qt::UserRole;
@@ -302,7 +302,7 @@ void BaseTableView::loadFailedToReach(bool reload) {
   setReloading(false);
   failedReload_ = reload;
   loadFailed_ = true;
-  setFooter(HeadApi::kNetworkErrorText, false);
+  setFooter(kNetworkText, false);
   emit stateChanged();
   finishRefreshControl();
 }

@@ -11,9 +11,9 @@
 #include <optional>
 
 #include "ClientTestSupport.h"
+#include "community/FeedbackClient.h"
 #include "service/Endpoints.h"
 #include "service/LocalUserInfo.h"
-#include "shell/FeedbackClient.h"
 #include "support/DatabaseRows.h"
 #include "support/ServerProcess.h"
 

@@ -20,20 +20,19 @@
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QRegularExpression>
-#include <QSettings>
 #include <QTemporaryDir>
 #include <algorithm>
 #include <cstdio>
-#include <functional>
 #include <vector>
 
 #include "publish/PhotoPublisher.h"
 #include "service/Endpoints.h"
 #include "service/LocalUserInfo.h"
-#include "service/UserInfoApi.h"
 #include "shell/ProgressDisplay.h"
 #include "shell/ui/AppDelegate.h"
+#include "support/Seeding.h"
 #include "support/ServerProcess.h"
+#include "support/Wait.h"
 #include "ui/AppShell.h"
 
 namespace {
@@ -41,30 +40,11 @@ namespace {
 int g_runs = 5;
 int g_rows = 200;
 
-// The events the app's own loop would handle. Objects let go of with
-// deleteLater() (the rows a list view scrolled away) are deleted too: the app
-// runs app.exec(), where that happens by itself, while processEvents() called
-// from main() with no loop running leaves them alive.
-void processEvents(int ms) {
-  QCoreApplication::processEvents(QEventLoop::AllEvents, ms);
-  QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-}
+using rdtest::waitUntil;
 
-bool waitUntil(const std::function<bool()>& pred, int timeoutMs) {
-  QElapsedTimer t;
-  t.start();
-  while (!pred()) {
-    if (t.elapsed() > timeoutMs) return false;
-    processEvents(20);
-  }
-  return true;
-}
-
-void spin(int ms) {
-  QElapsedTimer t;
-  t.start();
-  while (t.elapsed() < ms) processEvents(10);
-}
+// Lets the app run for ms (QTest::qWait, which like the app's own loop also
+// deletes the objects let go of with deleteLater(), the rows scrolled away).
+void spin(int ms) { QTest::qWait(ms); }
 
 struct Stats {
   double median = 0, min = 0, max = 0;
@@ -183,27 +163,21 @@ bool seedFeed(const QString& serverUrl, const QString& workDir, int count) {
   Endpoints::setServerUrl(serverUrl);
   PhotoPublisher::setDocumentsDir(workDir + QStringLiteral("/Documents"));
   QDir().mkpath(PhotoPublisher::documentsDir());
-  bool signedUp = false;
-  UserInfoApi::UserSignin(QStringLiteral("13900000000"), QStringLiteral("pw"),
-                          QStringLiteral("测一测"), QStringLiteral("rd_register_user"),
-                          [&](const UserInfo&) { signedUp = true; });
-  if (!waitUntil([&] { return signedUp; }, 10000) || !LocalUserInfo::isLoggedIn()) return false;
+  if (!rdtest::signUp(QStringLiteral("13900000000"), QStringLiteral("pw"),
+                      QStringLiteral("测一测")))
+    return false;
   const QImage face(QStringLiteral(RD_SOURCE_DIR "/app/ui/sample-face.jpg"));
   if (face.isNull()) return false;
-  const QString token = PhotoPublisher::makeDefaultToken();
   for (int i = 0; i < count; ++i) {
     QImage photo = face.convertToFormat(QImage::Format_RGB32);
     QPainter painter(&photo);
     painter.fillRect(QRect(0, 0, photo.width(), photo.height() / 8),
                      QColor::fromHsv(i % 360, 90, 230));
     painter.end();
-    PhotoPublisher publisher(token);
-    int done = 0;
-    QObject::connect(&publisher, &PhotoPublisher::published, [&] { done = 1; });
-    QObject::connect(&publisher, &PhotoPublisher::uploadFailed, [&] { done = -1; });
-    publisher.addMessageSuccess(QStringLiteral("第%1张").arg(i + 1), photo,
-                                QString::number(5000 + i * 17 % 5000), true);
-    if (!waitUntil([&] { return done != 0; }, 20000) || done < 0) return false;
+    if (rdtest::publishPhoto(photo, QStringLiteral("第%1张").arg(i + 1),
+                             QString::number(5000 + i * 17 % 5000))
+            .isEmpty())
+      return false;
   }
   LocalUserInfo::clearUserInfo();
   return true;
@@ -286,8 +260,9 @@ void feedMemory(const rdtest::ServerProcess& server, const QString& workDir, con
       "  after browsing %s rows (%s screens, %.1f s):     RSS %7.1f MiB, peak RSS %.1f MiB\n",
       qPrintable(m.captured(1)), qPrintable(m.captured(2)), m.captured(3).toDouble() / 1000.0,
       m.captured(5).toDouble() / 1024.0, m.captured(6).toDouble() / 1024.0);
-  std::printf("  over the first page:                            %+7.1f MiB (goal: at most +25 MiB)\n",
-              (m.captured(5).toDouble() - m.captured(4).toDouble()) / 1024.0);
+  std::printf(
+      "  over the first page:                            %+7.1f MiB (goal: at most +25 MiB)\n",
+      (m.captured(5).toDouble() - m.captured(4).toDouble()) / 1024.0);
 }
 
 }  // namespace

@@ -219,19 +219,19 @@ class RealLists : public ::testing::Test {
  protected:
   void SetUp() override {
     Endpoints::setServerUrl(server.url());
-    server.handler = [](const Request& r) {
+    server.setHandler([](const Request& r) {
       const QJsonObject b = QJsonDocument::fromJson(r.body).object();
       if (b["page"].toInt() > 1) return Reply{200, "{}", false};
       if (r.target.contains("rd_list_comments"))
         return Reply{200, R"({"comments":[{"id":"c1","comments":"好"}]})", false};
       return Reply{200, R"({"items":[{"id":"i1"},{"id":"i2"}]})", false};
-    };
+    });
   }
   void TearDown() override { Endpoints::reset(); }
   QJsonObject body(int i) const {
-    return QJsonDocument::fromJson(server.requests[i].body).object();
+    return QJsonDocument::fromJson(server.requests()[i].body).object();
   }
-  FakeServer server;
+  FakeHttpServer server;
   HudRecorder hud;
 };
 
@@ -258,7 +258,7 @@ TEST_F(RealLists, EachListSendsItsRequestAndAfterLoadStep) {
   EXPECT_EQ(body(2)["user_id"], "me");
   EXPECT_FALSE(body(2).contains("sort_by"));
   EXPECT_EQ(body(3)["item_id"], "i1");
-  EXPECT_EQ(server.requests[3].target, "/api?cmd=rd_list_comments");
+  EXPECT_EQ(server.requests()[3].target, "/api?cmd=rd_list_comments");
   EXPECT_EQ(showPager.size(), 1);
   EXPECT_EQ(showPager[0][0].toInt(), 0);
   EXPECT_EQ(valuePager[0][0].toInt(), 1);
@@ -279,7 +279,7 @@ TEST_F(RealLists, EachListSendsItsRequestAndAfterLoadStep) {
   poster.userName = "";
   poster.itemId = "7";
   poster.refreshData();
-  ASSERT_TRUE(waitUntil([&] { return server.requests.size() == 6; }));
+  ASSERT_TRUE(waitUntil([&] { return server.requestCount() == 6; }));
   EXPECT_EQ(body(5)["item_id"], "7");
   EXPECT_FALSE(body(5).contains("user_id"));
 }

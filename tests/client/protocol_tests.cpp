@@ -20,6 +20,7 @@
 #include "service/Endpoints.h"
 #include "service/LocalUserInfo.h"
 #include "service/UserInfoApi.h"
+#include "support/Seeding.h"
 #include "support/ServerProcess.h"
 
 using namespace clienttest;
@@ -47,11 +48,6 @@ class Protocol : public ::testing::Test {
   }
   void TearDown() override { Endpoints::reset(); }
 
-  std::optional<UserInfo> signUp(const QString& mobile, const QString& password,
-                                 const QString& nick) {
-    return await<UserInfo>(
-        [&](auto cb) { UserInfoApi::UserSignin(mobile, password, nick, "rd_register_user", cb); });
-  }
   bool logIn(const QString& mobile, const QString& password) {
     return await<bool>([&](auto cb) {
              UserInfoApi::UserLogIn(mobile, password, "rd_login_user", false, cb);
@@ -61,7 +57,7 @@ class Protocol : public ::testing::Test {
   // Waits for the error display after a command that does not call back.
   void waitForError(int n) {
     ASSERT_TRUE(waitUntil([&] { return hud.errors().size() >= n; })) << n;
-    spin(100);
+    idleFor(100);
   }
   void expectSession(bool signedIn, const QString& token) {
     QSettings s;
@@ -69,15 +65,9 @@ class Protocol : public ::testing::Test {
     EXPECT_EQ(s.value("usertokenID").toString(), token);
   }
   // Publishes a photo as the result screen does (an item needs a stored photo of its own).
-  QString addItem(const QString& score, const QString& message) {
-    PhotoPublisher publisher(PhotoPublisher::makeDefaultToken());
-    bool published = false, failed = false;
-    QObject::connect(&publisher, &PhotoPublisher::published, [&] { published = true; });
-    QObject::connect(&publisher, &PhotoPublisher::uploadFailed, [&] { failed = true; });
-    publisher.addMessageSuccess(message, samplePhoto(), score, true);
-    EXPECT_TRUE(waitUntil([&] { return published || failed; }, 30000));
-    EXPECT_TRUE(published) << hud.errors().join("|").toStdString();
-    return message;
+  void addItem(const QString& score, const QString& message) {
+    EXPECT_FALSE(rdtest::publishPhoto(samplePhoto(), message, score).isEmpty())
+        << hud.errors().join("|").toStdString();
   }
   // Refreshes a list and scrolls past its bottom until it reports the end.
   void pageToEnd(BaseTableView& list, int limit) {
@@ -110,7 +100,7 @@ class Protocol : public ::testing::Test {
 
 TEST_F(Protocol, WholeCommunityFlow) {
   // Accounts: sign up, a second sign-up with the same number, log out, log in.
-  std::optional<UserInfo> a = signUp("13800000001", "secret-one", "甲");
+  std::optional<UserInfo> a = rdtest::signUp("13800000001", "secret-one", "甲");
   ASSERT_TRUE(a.has_value()) << hud.errors().join("|").toStdString();
   const QString aId = a->userinfoId;
   EXPECT_FALSE(aId.isEmpty());
@@ -142,15 +132,10 @@ TEST_F(Protocol, WholeCommunityFlow) {
   EXPECT_EQ(LocalUserInfo::storedUserDic().value("mobile"), "13800000001");
 
   // Publish a real photo: token, upload, item.
-  PhotoPublisher publisher(PhotoPublisher::makeDefaultToken());
-  bool published = false, uploadFailed = false;
-  QObject::connect(&publisher, &PhotoPublisher::published, [&] { published = true; });
-  QObject::connect(&publisher, &PhotoPublisher::uploadFailed, [&] { uploadFailed = true; });
-  publisher.addMessageSuccess("第一张", samplePhoto(), "95", true);
-  ASSERT_TRUE(waitUntil([&] { return published || uploadFailed; }, 30000));
-  ASSERT_TRUE(published) << hud.errors().join("|").toStdString();
-  const rdtest::HttpReply photo = rdtest::http_request(
-      server.port(), "GET", "/files/" + publisher.imgLocationName.toStdString() + ".jpeg");
+  const QString stored = rdtest::publishPhoto(samplePhoto(), "第一张", "95");
+  ASSERT_FALSE(stored.isEmpty()) << hud.errors().join("|").toStdString();
+  const rdtest::HttpReply photo =
+      rdtest::http_request(server.port(), "GET", "/files/" + stored.toStdString() + ".jpeg");
   EXPECT_EQ(photo.status, 200);
   EXPECT_EQ(photo.body.substr(0, 2), std::string("\xff\xd8"));
   EXPECT_EQ(QImage::fromData(QByteArray::fromStdString(photo.body)).size(), QSize(200, 250));
@@ -168,7 +153,7 @@ TEST_F(Protocol, WholeCommunityFlow) {
   EXPECT_EQ(newest.get(0).value<Item>().imgmessage, "五");
   EXPECT_EQ(newest.get(4).value<Item>().imgmessage, "第一张");
   EXPECT_EQ(newest.get(4).value<Item>().imgurl,
-            Endpoints::downloadPrefix() + publisher.imgLocationName + ".jpeg?attname=");
+            Endpoints::downloadPrefix() + stored + ".jpeg?attname=");
   EXPECT_EQ(newest.get(0).value<Item>().userlikename, "甲");
 
   ValueTableView ranking;
@@ -191,7 +176,7 @@ TEST_F(Protocol, WholeCommunityFlow) {
   const QString firstId = newest.get(4).value<Item>().itemId;
 
   // A second user likes one photo, dislikes another and comments.
-  std::optional<UserInfo> b = signUp("13800000002", "secret-two", "乙");
+  std::optional<UserInfo> b = rdtest::signUp("13800000002", "secret-two", "乙");
   ASSERT_TRUE(b.has_value());
   expectSession(true, b->userinfoId);
   EXPECT_EQ(await<bool>([&](auto cb) { ItemApi::isLikeItem("", topId, true, "rd_like_item", cb); }),
@@ -269,7 +254,7 @@ TEST_F(Protocol, WholeCommunityFlow) {
   ItemApi::isLikeItem("", topId, true, "rd_like_item", [&](bool v) { like = v; });
   ASSERT_TRUE(
       waitUntil([&] { return del && like && hud.count(Kind::Error, kNet) >= netBefore + 3; }));
-  spin(200);
+  idleFor(200);
   EXPECT_EQ(called, 0);
   EXPECT_EQ(hud.count(Kind::Error, kNet), netBefore + 3);
   EXPECT_FALSE(*del);

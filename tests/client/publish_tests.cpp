@@ -70,10 +70,10 @@ class Uploader : public ::testing::Test {
  protected:
   void SetUp() override {
     Endpoints::setServerUrl(server.url());
-    server.handler = [this](const Request& r) {
+    server.setHandler([this](const Request& r) {
       if (r.target == "/upload") return primary;
       return backup;
-    };
+    });
   }
   void TearDown() override { Endpoints::reset(); }
 
@@ -91,16 +91,16 @@ class Uploader : public ::testing::Test {
                      [&](const QString&, const QiniuUploadError& e) { out.error = e; });
     up.uploadFileData(data, key);
     EXPECT_TRUE(waitUntil([&] { return out.done(); }));
-    spin(100);  // nothing further arrives
+    idleFor(100);  // nothing further arrives
     return out;
   }
   QStringList targets() const {
     QStringList t;
-    for (const Request& r : server.requests) t << QString::fromLatin1(r.target);
+    for (const Request& r : server.requests()) t << QString::fromLatin1(r.target);
     return t;
   }
 
-  FakeServer server;
+  FakeHttpServer server;
   Reply primary{200, R"({"key":"k.jpeg","hash":"h"})", false};
   Reply backup{200, R"({"key":"k.jpeg","hash":"b"})", false};
 };
@@ -113,8 +113,8 @@ TEST_F(Uploader, MultipartFormAndProgress) {
   EXPECT_FALSE(o.progress.isEmpty());
   EXPECT_TRUE(o.progressBeforeEnd);
   EXPECT_DOUBLE_EQ(o.progress.last(), 1.0);
-  ASSERT_EQ(server.requests.size(), 1);
-  const Request& r = server.requests[0];
+  ASSERT_EQ(server.requestCount(), 1);
+  const Request r = server.requests()[0];
   EXPECT_EQ(r.method, "POST");
   EXPECT_TRUE(r.header("content-type").startsWith("multipart/form-data; boundary="));
   EXPECT_TRUE(r.body.contains("name=\"key\"\r\n\r\nabc.jpeg\r\n"));
@@ -126,9 +126,9 @@ TEST_F(Uploader, MultipartFormAndProgress) {
 
 TEST_F(Uploader, QuestionMarkKeyIsNotSent) {
   ASSERT_TRUE(upload("data", "?").ret);
-  EXPECT_FALSE(server.requests[0].body.contains("name=\"key\""));
+  EXPECT_FALSE(server.requests()[0].body.contains("name=\"key\""));
   ASSERT_TRUE(upload("data", QString()).ret);
-  EXPECT_FALSE(server.requests[1].body.contains("name=\"key\""));
+  EXPECT_FALSE(server.requests()[1].body.contains("name=\"key\""));
 }
 
 TEST_F(Uploader, RetriesOnceAgainstTheBackupOnlyForRetryableFailures) {
@@ -138,7 +138,7 @@ TEST_F(Uploader, RetriesOnceAgainstTheBackupOnlyForRetryableFailures) {
   EXPECT_EQ(o.ret->value("hash"), "b");
   EXPECT_EQ(targets(), (QStringList{"/upload", "/upload-backup"}));
 
-  server.requests.clear();
+  server.clearRequests();
   primary = Reply{0, {}, true};  // no answer at all
   ASSERT_TRUE(upload("d", "k.jpeg").ret);
   // (the network layer itself may reconnect once to the silent primary)
@@ -147,7 +147,7 @@ TEST_F(Uploader, RetriesOnceAgainstTheBackupOnlyForRetryableFailures) {
   EXPECT_EQ(targets().count("/upload-backup"), 1);
 
   for (int status : {579, 599, 401, 614}) {
-    server.requests.clear();
+    server.clearRequests();
     primary = Reply{status, R"({"error":"no"})", false};
     o = upload("d", "k.jpeg");
     ASSERT_TRUE(o.error) << status;
@@ -156,7 +156,7 @@ TEST_F(Uploader, RetriesOnceAgainstTheBackupOnlyForRetryableFailures) {
   }
 
   // A repeat that fails is reported, not repeated.
-  server.requests.clear();
+  server.clearRequests();
   primary = Reply{503, "{}", false};
   backup = Reply{503, "{}", false};
   o = upload("d", "k.jpeg");
@@ -170,7 +170,7 @@ class Publishing : public ::testing::Test {
     clearSettings();
     LocalUserInfo::storeSignedIn(QJsonDocument::fromJson(R"({"id":"owner-1"})").object());
     Endpoints::setServerUrl(server.url());
-    server.handler = [this](const Request& r) {
+    server.setHandler([this](const Request& r) {
       if (r.target.startsWith("/upload")) {
         if (uploadFails) return Reply{401, R"({"error":"bad token"})", false};
         const qsizetype at = r.body.indexOf("name=\"key\"\r\n\r\n") + 14;
@@ -178,7 +178,7 @@ class Publishing : public ::testing::Test {
         return Reply{200, R"({"key":")" + key + R"("})", false};
       }
       return Reply{200, R"({"id":"owner-1"})", false};
-    };
+    });
   }
   void TearDown() override { Endpoints::reset(); }
   QImage photo() {
@@ -186,7 +186,7 @@ class Publishing : public ::testing::Test {
     img.fill(QColor(200, 120, 80));
     return img;
   }
-  FakeServer server;
+  FakeHttpServer server;
   HudRecorder hud;
   bool uploadFails = false;
 };
@@ -210,11 +210,11 @@ TEST_F(Publishing, SavesUploadsAndRegistersTheItem) {
   EXPECT_EQ(reader.size(), QSize(200, 250));
   EXPECT_EQ(pub.imgLocationName.size(), 32 + 10);
 
-  ASSERT_EQ(server.requests.size(), 2);
-  EXPECT_TRUE(server.requests[0].body.contains("name=\"key\"\r\n\r\n" +
-                                               pub.imgLocationName.toLatin1() + ".jpeg\r\n"));
-  EXPECT_EQ(server.requests[1].target, "/api?cmd=rd_add_item");
-  const QJsonObject item = QJsonDocument::fromJson(server.requests[1].body).object();
+  ASSERT_EQ(server.requestCount(), 2);
+  EXPECT_TRUE(server.requests()[0].body.contains("name=\"key\"\r\n\r\n" +
+                                                 pub.imgLocationName.toLatin1() + ".jpeg\r\n"));
+  EXPECT_EQ(server.requests()[1].target, "/api?cmd=rd_add_item");
+  const QJsonObject item = QJsonDocument::fromJson(server.requests()[1].body).object();
   EXPECT_EQ(item["base_image_url"],
             server.url() + "/files/" + pub.imgLocationName + ".jpeg?attname=");
   EXPECT_EQ(item["user_id"], "owner-1");
@@ -240,9 +240,9 @@ TEST_F(Publishing, FailedUploadSendsNothingToTheBackend) {
   QObject::connect(&pub, &PhotoPublisher::published, [&] { published = true; });
   pub.addMessageSuccess("x", photo(), "60", false);
   ASSERT_TRUE(waitUntil([&] { return failed; }));
-  spin(100);
+  idleFor(100);
   EXPECT_FALSE(published);
-  EXPECT_EQ(server.requests.size(), 1);  // 401: no retry, no item
+  EXPECT_EQ(server.requestCount(), 1);  // 401: no retry, no item
   EXPECT_EQ(hud.errors(), QStringList{"呀，网络不好，稍候再试"});
   EXPECT_TRUE(QFile::exists(PhotoPublisher::documentsDir() + "/" + pub.imgLocationName));
 }

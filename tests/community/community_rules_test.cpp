@@ -173,7 +173,9 @@ TEST(Sharing, RequestsCarryTheJpegAndTheirFields) {
 
   const auto qq = OtherShare::requestFor(OtherShare::QQ, picture);
   EXPECT_EQ(qq.title, "容点 APP");
-  EXPECT_EQ(qq.text, OtherShare::kQQDescription);
+  EXPECT_EQ(qq.text,
+            "我正在使用 @容点 APP，这里面有好多小伙伴在测自己的容点。给自己的脸打一个分吧。"
+            "赶快找你的小伙伴比容点吧。在app store，搜索”容点“即可下载。");
   EXPECT_EQ(qq.jpeg, jpeg);
   EXPECT_EQ(OtherShare::requestFor(3003, picture).scene, 0);
   EXPECT_EQ(OtherShare::requestFor(3004, picture).scene, 1);

@@ -55,10 +55,18 @@ bool hudSaid(const QString& entry) {
 
 QString hudHistory() { return ProgressHud::instance()->history().join(" | "); }
 
+// A row's photo on screen, arrived (not its placeholder).
+bool photoShown(QQuickItem* root) {
+  if (!root || !shown(root)) return false;
+  if (root->objectName() == "imgHead" && root->property("ready").toBool()) return true;
+  for (QQuickItem* c : root->childItems())
+    if (photoShown(c)) return true;
+  return false;
+}
+
 QQuickItem* popup(const QString& name) {
   QQuickItem* p = nullptr;
   waitUntil([&] { return (p = item(name)) != nullptr && shown(p); });
-  spin(300);  // its transition
   return p;
 }
 
@@ -113,7 +121,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   ASSERT_TRUE(onScreen("CameraViewController"));
   capture->cameraFrame(videoFrame(face));
   ASSERT_TRUE(onScreen("CropViewController"));
-  spin(600);
+  ASSERT_TRUE(waitUntil([] { return item(top(), "cropPhoto")->property("status").toInt() == 1; }));
   screenshot("02-camera-crop");
   press(item(top(), "cropOK"));
   ASSERT_TRUE(waitUntil([&] { return vc != nullptr; }, 30000)) << hudHistory().toStdString();
@@ -129,7 +137,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   screenshot("03-album");
   ASSERT_TRUE(pickInAlbum(album, "IMG_0001.JPG"));
   ASSERT_TRUE(onScreen("CropViewController"));
-  spin(600);
+  ASSERT_TRUE(waitUntil([] { return item(top(), "cropPhoto")->property("status").toInt() == 1; }));
   screenshot("04-crop");
 
   // Analysis by the server's engine, then the result counted up.
@@ -144,7 +152,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   ASSERT_GT(score.toInt(), 0);
   ASSERT_TRUE(waitUntil([&] { return vc->pointsFilled(); }, 10000));
   EXPECT_EQ(text(item(result, "textLayer")).toInt(), FaceScoring::countUpTarget(score));
-  spin(700);
+  ASSERT_TRUE(waitUntil([&] { return barsGrown(result); }));
   screenshot("05-result");
 
   // (Sharing the result comes here, before publishing.)
@@ -153,7 +161,6 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   press(item(result, "publishButton"));
   ASSERT_TRUE(onScreen("LoginViewController"));
   QQuickItem* login = top();
-  spin(400);
   screenshot("06-sign-up");
   item(login, "textEail")->setProperty("text", "13800000001");
   item(login, "textPassword")->setProperty("text", "pw1");
@@ -202,7 +209,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   const QVariantMap row = Community::instance()->toMap(rowOf(showTable, 0));
   EXPECT_EQ(row["imgmessage"].toString(), "第一次来，给个赞吧");
   EXPECT_EQ(row["lookscorebasis"].toString(), score);
-  spin(800);  // the photo arrives
+  ASSERT_TRUE(waitUntil([] { return photoShown(item("showTableView")); }));
   screenshot("09-newest-feed");
 
   // The app's push token belongs to the account from its first log-in; sign
@@ -233,7 +240,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   ASSERT_TRUE(popupGone("UserLogInViewController"));
   for (int i = 0; i < 4 && top() != uitest::home(); ++i) {
     app().delegate()->popScreen();
-    spin(400);
+    navigationSettled();
   }
   ASSERT_TRUE(onScreen("MenusViewController"));
 
@@ -267,7 +274,6 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   EXPECT_EQ(Community::instance()->toMap(rowOf(showTable, 0))["like"].toString(), "1");
   EXPECT_EQ(Community::instance()->toMap(rowOf(showTable, 0))["lookscorebasis"].toString(),
             QString::number(score.toInt() + 100));
-  spin(500);
   screenshot("11-home-badge");
 
   // Own photos: the badges clear; delete the photo.
@@ -275,7 +281,6 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   ASSERT_TRUE(onScreen("SetViewController"));
   set = top();
   ASSERT_TRUE(waitUntil([&] { return item(set, "unredRedImg")->isVisible(); }));
-  spin(300);
   screenshot("12-settings");
   press(item(set, "entry_myself"));
   ASSERT_TRUE(onScreen("MyFaceViewController"));
@@ -284,7 +289,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   QObject* myTable = mine->property("myFaceTableView").value<QObject*>();
   ASSERT_TRUE(waitUntil([&] { return myTable->property("count").toInt() == 1; }));
   press(item(mine, "rightBtn"));
-  spin(400);
+  ASSERT_TRUE(waitUntil([&] { return shown(item(mine, "deleteButton0")); }));
   screenshot("13-my-photos");
   ProgressHud::instance()->clearHistory();
   press(item(mine, "deleteButton0"));

@@ -71,9 +71,10 @@ class RecordingScreens : public CaptureFlow::Screens {
 class CaptureFlowTest : public ::testing::Test {
  protected:
   void SetUp() override {
+    server.setReply({200, oneFaceAnswer()});
     FaceppClient::reset();
     CaptureFlow::setUpDetectionClient();
-    FaceppClient::setServer(server.baseUrl());
+    FaceppClient::setServer(server.url() + "/v2/");
   }
   void TearDown() override { FaceppClient::reset(); }
 
@@ -85,7 +86,7 @@ class CaptureFlowTest : public ::testing::Test {
     return !done.isEmpty() && done.first().first().toBool();
   }
 
-  FakeDetectServer server;
+  rdtest::FakeHttpServer server;
   AlertRecorder alerts;
 };
 
@@ -104,7 +105,7 @@ TEST_F(CaptureFlowTest, PhotoToResultScreen) {
   EXPECT_GE(screens.dismissAt - screens.resultAt, 90);
 
   // What went out: an upright 200×250 JPEG.
-  const QList<SeenRequest> seen = server.requests();
+  const QList<rdtest::Request> seen = server.requests();
   ASSERT_EQ(seen.size(), 1);
   const QByteArray body = seen[0].body;
   const qsizetype start = body.indexOf("\r\n\r\n") + 4;
@@ -137,20 +138,20 @@ TEST_F(CaptureFlowTest, FailuresEndWithTheAlertAndTheIndicatorGone) {
   const QImage photo = samplePortrait();
   struct Case {
     const char* what;
-    CannedAnswer answer;
+    rdtest::Reply answer;
     QString alert;
   };
   const QList<Case> cases = {
-      {"two faces", {CannedAnswer::Http, 200, twoFacesAnswer()}, "当前版本,仅支持单人测试"},
-      {"no face", {CannedAnswer::Http, 200, noFaceAnswer()}, "换一个图片，稍后再试：)"},
+      {"two faces", {200, twoFacesAnswer()}, "当前版本,仅支持单人测试"},
+      {"no face", {200, noFaceAnswer()}, "换一个图片，稍后再试：)"},
       {"service error",
-       {CannedAnswer::Http, 500, R"({"error":"INTERNAL_ERROR","error_code":1001})"},
+       {500, R"({"error":"INTERNAL_ERROR","error_code":1001})"},
        "换一个图片，稍后再试：)"},
-      {"no answer", {CannedAnswer::CloseWithoutAnswer, 0, {}}, "换一个图片，稍后再试：)"},
+      {"no answer", {0, {}, true}, "换一个图片，稍后再试：)"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
-    server.setAnswer(c.answer);
+    server.setReply(c.answer);
     RecordingScreens screens;
     CaptureFlow flow(&screens);
     const auto before = alerts.alerts().size();
@@ -162,7 +163,7 @@ TEST_F(CaptureFlowTest, FailuresEndWithTheAlertAndTheIndicatorGone) {
   }
   // A failed result outside debug mode: no result either, and no alert.
   FaceppAPI::setDebugMode(false);
-  server.setAnswer({CannedAnswer::Http, 500, R"({"error":"INTERNAL_ERROR","error_code":1001})"});
+  server.setReply({500, R"({"error":"INTERNAL_ERROR","error_code":1001})"});
   RecordingScreens screens;
   CaptureFlow flow(&screens);
   const auto before = alerts.alerts().size();
@@ -239,7 +240,7 @@ TEST_F(CaptureFlowTest, CommandLinePhotoMode) {
     ASSERT_TRUE(f.open(QIODevice::WriteOnly));
     f.write(withExifOrientation(FacePhoto::jpegData(storedFor(samplePortrait(), 8), 0.9), 8));
   }
-  const QString base = server.baseUrl().chopped(4);  // http://127.0.0.1:PORT
+  const QString base = server.url();
   auto score = [&](const QStringList& args, QByteArray* out, QByteArray* err) {
     QProcess p;
     p.start(QStringLiteral(RD_SCORE_BINARY), args);
@@ -259,7 +260,7 @@ TEST_F(CaptureFlowTest, CommandLinePhotoMode) {
   ASSERT_FALSE(server.requests().isEmpty());
   EXPECT_TRUE(server.requests().last().target.startsWith("/v2/detection/detect?"));
 
-  server.setAnswer({CannedAnswer::Http, 200, twoFacesAnswer()});
+  server.setReply({200, twoFacesAnswer()});
   EXPECT_EQ(score({photo, "--server", base}, &out, &err), 2);
   EXPECT_TRUE(out.isEmpty());
   EXPECT_TRUE(QString::fromUtf8(err).contains("当前版本,仅支持单人测试"));

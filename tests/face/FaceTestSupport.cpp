@@ -2,8 +2,6 @@
 
 #include <QBuffer>
 #include <QImageReader>
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <QTransform>
 #include <cmath>
 #include <cstdlib>
@@ -11,107 +9,6 @@
 #include "shell/CustomTools.h"
 
 namespace facetest {
-
-QByteArray SeenRequest::header(const QByteArray& name) const {
-  for (const auto& [k, v] : headers)
-    if (k.compare(name, Qt::CaseInsensitive) == 0) return v;
-  return {};
-}
-
-// Lives on the server's thread: accepts, reads one request, answers, closes.
-class FakeServerWorker : public QObject {
- public:
-  explicit FakeServerWorker(FakeDetectServer* owner) : owner_(owner) {}
-
-  quint16 start() {
-    server_ = new QTcpServer(this);
-    if (!server_->listen(QHostAddress::LocalHost, 0)) return 0;
-    connect(server_, &QTcpServer::newConnection, this, [this] {
-      while (QTcpSocket* s = server_->nextPendingConnection()) {
-        auto* buf = new QByteArray;
-        connect(s, &QTcpSocket::readyRead, s, [this, s, buf] { onData(s, buf); });
-        connect(s, &QTcpSocket::disconnected, s, [s, buf] {
-          delete buf;
-          s->deleteLater();
-        });
-      }
-    });
-    return server_->serverPort();
-  }
-
- private:
-  void onData(QTcpSocket* s, QByteArray* buf) {
-    *buf += s->readAll();
-    const qsizetype end = buf->indexOf("\r\n\r\n");
-    if (end < 0) return;
-    SeenRequest req;
-    const QList<QByteArray> lines = buf->left(end).split('\n');
-    const QList<QByteArray> first = lines.value(0).trimmed().split(' ');
-    req.method = first.value(0);
-    req.target = first.value(1);
-    qsizetype length = 0;
-    for (qsizetype i = 1; i < lines.size(); ++i) {
-      const QByteArray line = lines[i].trimmed();
-      const qsizetype colon = line.indexOf(':');
-      if (colon < 0) continue;
-      req.headers.append({line.left(colon).trimmed(), line.mid(colon + 1).trimmed()});
-      if (line.left(colon).trimmed().compare("content-length", Qt::CaseInsensitive) == 0)
-        length = line.mid(colon + 1).trimmed().toLongLong();
-    }
-    if (buf->size() < end + 4 + length) return;  // body not complete yet
-    req.body = buf->mid(end + 4, length);
-    buf->clear();
-
-    CannedAnswer a;
-    {
-      QMutexLocker lock(&owner_->mutex_);
-      owner_->requests_.append(req);
-      a = owner_->answer_;
-    }
-    if (a.kind == CannedAnswer::CloseWithoutAnswer) {
-      s->disconnectFromHost();
-      return;
-    }
-    QByteArray out = "HTTP/1.1 " + QByteArray::number(a.status) + " X\r\n";
-    out += "Content-Type: application/json\r\nConnection: close\r\n";
-    out += "Content-Length: " + QByteArray::number(a.body.size()) + "\r\n\r\n" + a.body;
-    s->write(out);
-    s->disconnectFromHost();
-  }
-
-  FakeDetectServer* owner_;
-  QTcpServer* server_ = nullptr;
-};
-
-FakeDetectServer::FakeDetectServer() {
-  answer_.body = oneFaceAnswer();
-  auto* w = new FakeServerWorker(this);
-  worker_ = w;
-  w->moveToThread(&thread_);
-  QObject::connect(&thread_, &QThread::finished, w, &QObject::deleteLater);
-  thread_.start();
-  QMetaObject::invokeMethod(
-      w, [this, w] { port_ = w->start(); }, Qt::BlockingQueuedConnection);
-}
-
-FakeDetectServer::~FakeDetectServer() {
-  thread_.quit();
-  thread_.wait();
-}
-
-void FakeDetectServer::setAnswer(CannedAnswer a) {
-  QMutexLocker lock(&mutex_);
-  answer_ = std::move(a);
-}
-
-QString FakeDetectServer::baseUrl() const {
-  return QStringLiteral("http://127.0.0.1:%1/v2/").arg(port_);
-}
-
-QList<SeenRequest> FakeDetectServer::requests() const {
-  QMutexLocker lock(&mutex_);
-  return requests_;
-}
 
 namespace {
 

@@ -1,58 +1,18 @@
-// Test helpers for the face client and flow: an in-process detection server
-// on its own thread, canned answers, and photos with a written EXIF orientation.
+// Test helpers for the face client and flow: canned detection answers, photos
+// with a written EXIF orientation, an alert recorder.
 #pragma once
 
 #include <QByteArray>
 #include <QImage>
 #include <QList>
 #include <QMutex>
-#include <QObject>
 #include <QString>
 #include <QStringList>
-#include <QThread>
 #include <memory>
-#include <utility>
 
-class QTcpServer;
+#include "support/FakeHttpServer.h"
 
 namespace facetest {
-
-struct SeenRequest {
-  QByteArray method;
-  QByteArray target;
-  QList<std::pair<QByteArray, QByteArray>> headers;
-  QByteArray body;
-  QByteArray header(const QByteArray& name) const;  // case-insensitive, first
-};
-
-struct CannedAnswer {
-  enum Kind { Http, CloseWithoutAnswer };
-  Kind kind = Http;
-  int status = 200;
-  QByteArray body;
-};
-
-// A detection service on 127.0.0.1:<free port> that records every request
-// and answers with the canned answer it was given.
-class FakeDetectServer {
- public:
-  FakeDetectServer();
-  ~FakeDetectServer();
-
-  void setAnswer(CannedAnswer a);
-  QString baseUrl() const;  // http://127.0.0.1:PORT/v2/
-  quint16 port() const { return port_; }
-  QList<SeenRequest> requests() const;
-
- private:
-  friend class FakeServerWorker;
-  QThread thread_;
-  QObject* worker_ = nullptr;
-  quint16 port_ = 0;
-  mutable QMutex mutex_;
-  CannedAnswer answer_;
-  QList<SeenRequest> requests_;
-};
 
 // Canned detection answers.
 QByteArray oneFaceAnswer();

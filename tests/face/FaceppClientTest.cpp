@@ -23,9 +23,10 @@ const QString kAgain = QStringLiteral("换一个图片，稍后再试：)");
 class FaceppClientTest : public ::testing::Test {
  protected:
   void SetUp() override {
+    server.setReply({200, oneFaceAnswer()});
     FaceppClient::reset();
     FaceppAPI::initWithApiKey(QStringLiteral("K"), QStringLiteral("S"), 0);
-    FaceppClient::setServer(server.baseUrl());
+    FaceppClient::setServer(server.url() + "/v2/");
     FaceppAPI::setDebugMode(true);
     observer = NotificationCenter::defaultCenter().addObserver(
         Notifications::FaceInfoRefresh, nullptr, [this](const Notification& n) {
@@ -40,11 +41,9 @@ class FaceppClientTest : public ::testing::Test {
   FaceppResultPtr detect(const QByteArray& jpeg = QByteArray("\xff\xd8jpeg\x00\xff\xd9", 9)) {
     return FaceppAPI::detection().detectWithURL(QString(), jpeg, 1, 15);
   }
-  void answer(int status, const QByteArray& body) {
-    server.setAnswer({CannedAnswer::Http, status, body});
-  }
+  void answer(int status, const QByteArray& body) { server.setReply({status, body}); }
 
-  FakeDetectServer server;
+  rdtest::FakeHttpServer server;
   AlertRecorder alerts;
   int observer = 0;
   QList<FaceInfoPtr> posted;
@@ -113,9 +112,9 @@ TEST_F(FaceppClientTest, SendsTheMultipartUploadByteForByte) {
   const QByteArray jpeg("\xff\xd8\x00\r\n--x\xff\xd9", 10);
   const FaceppResultPtr r = detect(jpeg);
   ASSERT_TRUE(r);
-  const QList<SeenRequest> seen = server.requests();
+  const QList<rdtest::Request> seen = server.requests();
   ASSERT_EQ(seen.size(), 1);
-  const SeenRequest& q = seen[0];
+  const rdtest::Request& q = seen[0];
   EXPECT_EQ(q.method, "POST");
   EXPECT_EQ(
       q.target,
@@ -142,7 +141,7 @@ TEST_F(FaceppClientTest, BodyWithoutImageAndPlainRequest) {
   FaceppAPI::setDebugMode(false);
   const FaceppResultPtr r = FaceppAPI::detection().detectWithURL("http://e/p.jpg", std::nullopt);
   ASSERT_TRUE(r && r->success);
-  const QList<SeenRequest> seen = server.requests();
+  const QList<rdtest::Request> seen = server.requests();
   ASSERT_EQ(seen.size(), 1);
   EXPECT_EQ(seen[0].method, "GET");
   EXPECT_EQ(seen[0].target,
@@ -152,7 +151,7 @@ TEST_F(FaceppClientTest, BodyWithoutImageAndPlainRequest) {
 
 TEST_F(FaceppClientTest, NotInitialisedNeverReachesTheNetwork) {
   FaceppClient::reset();
-  FaceppClient::setServer(server.baseUrl());
+  FaceppClient::setServer(server.url() + "/v2/");
   for (bool debug : {false, true}) {
     FaceppAPI::setDebugMode(debug);
     const FaceppResultPtr r = detect();
@@ -185,23 +184,23 @@ TEST_F(FaceppClientTest, OneFaceIsAnnouncedBeforeTheCallReturns) {
 TEST_F(FaceppClientTest, DebugModeAnswersWithoutASingleFaceAlertAndGiveNothing) {
   struct Case {
     const char* what;
-    CannedAnswer answer;
+    rdtest::Reply answer;
     QString message;
   };
   const QList<Case> cases = {
-      {"two faces", {CannedAnswer::Http, 200, twoFacesAnswer()}, kSingle},
-      {"no face", {CannedAnswer::Http, 200, noFaceAnswer()}, kAgain},
+      {"two faces", {200, twoFacesAnswer()}, kSingle},
+      {"no face", {200, noFaceAnswer()}, kAgain},
       {"error_code",
-       {CannedAnswer::Http, 400, R"({"error":"IMAGE_ERROR_UNSUPPORTED_FORMAT","error_code":1021})"},
+       {400, R"({"error":"IMAGE_ERROR_UNSUPPORTED_FORMAT","error_code":1021})"},
        kAgain},
-      {"garbage", {CannedAnswer::Http, 200, "<html>busy</html>"}, kAgain},
-      {"face not an array", {CannedAnswer::Http, 200, R"({"face":{"a":1}})"}, kAgain},
-      {"empty body", {CannedAnswer::Http, 200, ""}, kAgain},
-      {"no answer", {CannedAnswer::CloseWithoutAnswer, 0, {}}, kAgain},
+      {"garbage", {200, "<html>busy</html>"}, kAgain},
+      {"face not an array", {200, R"({"face":{"a":1}})"}, kAgain},
+      {"empty body", {200, ""}, kAgain},
+      {"no answer", {0, {}, true}, kAgain},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
-    server.setAnswer(c.answer);
+    server.setReply(c.answer);
     const int before = static_cast<int>(alerts.alerts().size());
     EXPECT_FALSE(detect());
     const auto all = alerts.alerts();
@@ -249,7 +248,7 @@ TEST_F(FaceppClientTest, OutsideDebugModeErrorsComeBackAsFailedResults) {
   ASSERT_TRUE(r && r->error);
   EXPECT_FALSE(r->success);
 
-  server.setAnswer({CannedAnswer::CloseWithoutAnswer, 0, {}});
+  server.setReply({0, {}, true});
   r = detect();
   ASSERT_TRUE(r && r->error);
   EXPECT_FALSE(r->success);

@@ -85,7 +85,10 @@ TEST_P(ApiLoad, AcknowledgedWritesSurviveKillNine) {
                {{"item_id", item}, {"user_id", voters[w]}, {"is_liked", n % 2 == 0}});
       }
     });
-  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  rdtest::wait_until([&] {  // the load going
+    std::lock_guard lock(mu);
+    return acked.size() >= 50;
+  });
   s.process().kill_now();  // mid-load, no warning
   stop = true;
   for (auto& t : writers) t.join();
@@ -128,6 +131,8 @@ TEST(ApiStop, SigtermFinishesRequestsInFlight) {
           "rd_register_user",
           {{"mobile", "1380013920" + std::to_string(i)}, {"password", "p"}, {"nickname", "晚到"}});
     });
+  // The clients' requests reach the server (which says nothing until it
+  // answers; a sign-up takes far longer than this).
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
   EXPECT_EQ(s.process().stop(), 0);
   for (auto& t : clients) t.join();

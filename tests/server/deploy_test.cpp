@@ -9,11 +9,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <fstream>
 #include <regex>
 #include <sstream>
-#include <thread>
 
 #include "api_testing.h"
 
@@ -60,10 +58,7 @@ class Proxy {
             (dir_.path() + "/nginx.conf").c_str(), "-g", globals.c_str(), nullptr);
       _exit(127);
     }
-    for (int i = 0; i < 200; ++i) {
-      if (http_request(port_, "GET", "/healthz").status == 200) return;
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
+    wait_until([&] { return http_request(port_, "GET", "/healthz").status == 200; });
   }
   ~Proxy() {
     if (pid_ > 0) {

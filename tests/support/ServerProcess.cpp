@@ -45,8 +45,8 @@ ServerProcess::ServerProcess(std::vector<std::string> extra_args, std::string da
   } else {
     data_dir_ = std::move(data_dir);
   }
-  std::vector<std::string> args = {RD_SERVER_BINARY, "--listen", "127.0.0.1:0", "--data", data_dir_,
-                                   "--quiet"};
+  std::vector<std::string> args = {RD_SERVER_BINARY, "--listen", "127.0.0.1:0",
+                                   "--data",         data_dir_,  "--quiet"};
   args.insert(args.end(), extra_args.begin(), extra_args.end());
 
   int out[2];
@@ -108,14 +108,10 @@ std::string ServerProcess::url() const { return "http://127.0.0.1:" + std::to_st
 int ServerProcess::stop(int timeout_ms) {
   if (pid_ <= 0) return -1;
   ::kill(pid_, SIGTERM);
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
   int status = 0;
-  while (std::chrono::steady_clock::now() < deadline) {
-    if (waitpid(pid_, &status, WNOHANG) == pid_) {
-      pid_ = -1;
-      return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    usleep(10000);
+  if (wait_until([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }, timeout_ms)) {
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
   kill_now();
   return -1;
@@ -187,7 +183,8 @@ HttpReply http_request(unsigned short port, const std::string& method, const std
   std::size_t pos = head.find("\r\n");
   while (pos != std::string::npos && pos < head.size()) {
     std::size_t next = head.find("\r\n", pos + 2);
-    std::string line = head.substr(pos + 2, next == std::string::npos ? std::string::npos : next - pos - 2);
+    std::string line =
+        head.substr(pos + 2, next == std::string::npos ? std::string::npos : next - pos - 2);
     auto colon = line.find(':');
     if (colon != std::string::npos) {
       std::string v = line.substr(colon + 1);
@@ -213,6 +210,15 @@ HttpReply http_request(unsigned short port, const std::string& method, const std
     reply.body = rest;
   }
   return reply;
+}
+
+bool wait_until(const std::function<bool()>& cond, int timeout_ms) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+  while (!cond()) {
+    if (std::chrono::steady_clock::now() >= deadline) return cond();
+    usleep(10000);
+  }
+  return true;
 }
 
 }  // namespace rdtest

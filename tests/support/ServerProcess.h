@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -62,5 +63,8 @@ struct HttpReply {
 HttpReply http_request(unsigned short port, const std::string& method, const std::string& target,
                        const std::string& body = {},
                        const std::vector<std::pair<std::string, std::string>>& headers = {});
+
+// Checks cond every 10 ms until it holds or timeout_ms pass; returns cond().
+bool wait_until(const std::function<bool()>& cond, int timeout_ms = 10000);
 
 }  // namespace rdtest

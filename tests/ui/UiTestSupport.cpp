@@ -38,26 +38,6 @@ AppShell& app(const AppShell::Options& options) {
 
 bool started() { return g_app != nullptr; }
 
-bool waitUntil(const std::function<bool()>& pred, int timeoutMs) {
-  QElapsedTimer t;
-  t.start();
-  while (!pred()) {
-    if (t.elapsed() > timeoutMs) return pred();
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    QThread::msleep(2);
-  }
-  return true;
-}
-
-void spin(int ms) {
-  QElapsedTimer t;
-  t.start();
-  while (t.elapsed() < ms) {
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    QThread::msleep(2);
-  }
-}
-
 QQuickItem* item(QObject* root, const QString& objectName) {
   if (!root) return nullptr;
   if (root->objectName() == objectName) return qobject_cast<QQuickItem*>(root);
@@ -93,7 +73,6 @@ QString screenshot(const QString& name) {
   QDir().mkpath(dir);
   const QString path = dir + QLatin1Char('/') + name + QStringLiteral(".png");
   navigationSettled();  // not in the middle of a push or pop
-  spin(50);
   app().window()->grabWindow().save(path);
   return path;
 }
@@ -106,12 +85,26 @@ bool navigationSettled() {
 }
 
 bool onScreen(const QString& name, int timeoutMs) {
-  return waitUntil([&] { return top() && top()->objectName() == name; }, timeoutMs);
+  return waitUntil([&] { return top() && top()->objectName() == name; }, timeoutMs) &&
+         navigationSettled();
 }
 
 void press(QQuickItem* button) {
   ASSERT_TRUE(button);
   QMetaObject::invokeMethod(button, "clicked");
+}
+
+bool barsGrown(QQuickItem* resultScreen) {
+  QQuickItem* chart = item(resultScreen, QStringLiteral("barChart"));
+  if (!chart) return false;
+  const double plot = chart->property("plotHeight").toDouble();
+  const QStringList values = chart->property("values").toStringList();
+  for (qsizetype i = 0; i < values.size(); ++i) {
+    QQuickItem* bar = item(chart, QStringLiteral("bar%1").arg(i));
+    const double target = plot * qBound(0.0, values[i].toDouble(), 100.0) / 100.0;
+    if (!bar || qAbs(bar->height() - target) > 0.5) return false;
+  }
+  return !values.isEmpty();
 }
 
 QVariant rowOf(QObject* table, int row) {

@@ -2,14 +2,13 @@
 // event loop, finding QML items by objectName, screenshots.
 #pragma once
 
-#include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QString>
 #include <functional>
 #include <ostream>
 
+#include "support/Wait.h"
 #include "ui/AppShell.h"
 
 // Readable QStrings in test failures.
@@ -29,10 +28,8 @@ inline const char* const kExampleFace = R"({"face_id":"f1",
 AppShell& app(const AppShell::Options& options = AppShell::Options{QString(), false});
 bool started();
 
-// Runs the event loop until pred() holds or timeoutMs pass; returns pred().
-bool waitUntil(const std::function<bool()>& pred, int timeoutMs = 5000);
-// Runs the event loop for ms.
-void spin(int ms);
+using rdtest::idleFor;
+using rdtest::waitUntil;
 
 QQuickItem* item(const QString& objectName);  // anywhere in the window
 QQuickItem* item(QObject* root, const QString& objectName);
@@ -46,13 +43,16 @@ void click(QQuickItem* item);
 // Writes the window to <build>/screenshots/NAME.png; returns the path.
 QString screenshot(const QString& name);
 
-// The home screen, the top screen; waits for the top screen to be `name`.
+// The home screen, the top screen; waits for the top screen to be `name`
+// and its transition to end.
 QQuickItem* home();
 QQuickItem* top();
 bool onScreen(const QString& name, int timeoutMs = 10000);
 bool navigationSettled();  // no push or pop under way
 // A button's action (its clicked signal), whatever lies over it on screen.
 void press(QQuickItem* button);
+// The result screen's bars have grown to their values.
+bool barsGrown(QQuickItem* resultScreen);
 // The record of a paged list's row.
 QVariant rowOf(QObject* table, int row);
 

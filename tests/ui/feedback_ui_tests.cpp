@@ -37,7 +37,6 @@ QQuickItem* openForm() {
   if (!onScreen("SetViewController")) return nullptr;
   QMetaObject::invokeMethod(item(top(), "entry_one"), "clicked");
   if (!onScreen("FeedbackViewController")) return nullptr;
-  spin(500);  // the push transition
   return top();
 }
 
@@ -79,7 +78,7 @@ TEST(FeedbackUi, TheFormSendsItsTextToTheServer) {
   EXPECT_EQ(rows[0].toObject()["voice_key"].toString(), QString());
 
   // Sent, and the user leaves at once: the answer pops no other screen.
-  spin(500);
+  ASSERT_TRUE(navigationSettled());
   form = openForm();
   ASSERT_TRUE(form);
   item(form, "feedbackText")->setProperty("text", QStringLiteral("发完就走"));
@@ -87,12 +86,12 @@ TEST(FeedbackUi, TheFormSendsItsTextToTheServer) {
   send(form);
   app().delegate()->popScreen();
   ASSERT_TRUE(hudShowed("success:感谢您的反馈"));
-  spin(800);
+  idleFor(800);  // no late pop
   EXPECT_EQ(top()->objectName(), "SetViewController");
   EXPECT_EQ(feedbackRows(server).size(), 2);
 
   // The server is gone: the network text, and the form stays with its text.
-  spin(500);
+  ASSERT_TRUE(navigationSettled());
   form = openForm();
   ASSERT_TRUE(form);
   item(form, "feedbackText")->setProperty("text", QStringLiteral("还在吗"));

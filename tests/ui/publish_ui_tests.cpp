@@ -15,10 +15,10 @@
 #include "face/ui/ResultViewController.h"
 #include "service/Endpoints.h"
 #include "service/LocalUserInfo.h"
-#include "service/UserInfoApi.h"
 #include "shell/NotificationCenter.h"
 #include "shell/ui/AppDelegate.h"
 #include "shell/ui/ProgressHud.h"
+#include "support/Seeding.h"
 
 using namespace uitest;
 
@@ -38,8 +38,7 @@ ResultViewController* showResult() {
   auto* vc = new ResultViewController;
   vc->setHandOver(h, Ka_Json::jsonToFaceInfo(QJsonDocument::fromJson(kFace).object()), photo, true);
   app().delegate()->pushScreen("ResultViewController", {{"vc", QVariant::fromValue<QObject*>(vc)}});
-  waitUntil([] { return top() && top()->objectName() == "ResultViewController"; });
-  spin(600);  // the push transition
+  onScreen("ResultViewController");
   return vc;
 }
 
@@ -51,7 +50,6 @@ void publishWith(QQuickItem* screen, const QString& message) {
     return p && shown(p);
   }));
   QQuickItem* popup = item("AddMessageViewController");
-  spin(400);  // the pop-up's entrance
   popup->setProperty("text", message);
   click(item(popup, "btnOK"));
 }
@@ -83,17 +81,14 @@ TEST(PublishUi, ResultScreenToMessageToTheServersNewestList) {
     EXPECT_TRUE(waitUntil([] { return top()->objectName() == "LoginViewController"; }));
     EXPECT_EQ(item("AddMessageViewController"), nullptr);
     app().delegate()->popScreen();
-    spin(600);
+    ASSERT_TRUE(navigationSettled());
     EXPECT_EQ(top(), screen);
     EXPECT_TRUE(newestItems(server.port()).isEmpty());
     app().delegate()->popScreen();
-    spin(600);
+    ASSERT_TRUE(navigationSettled());
   }
 
-  bool signedUp = false;
-  UserInfoApi::UserSignin("13800000077", "pw", "小美", "rd_register_user",
-                          [&](const UserInfo&) { signedUp = true; });
-  ASSERT_TRUE(waitUntil([&] { return signedUp; }, 10000));
+  ASSERT_TRUE(rdtest::signUp("13800000077", "pw", "小美"));
 
   int published = 0;
   NotificationCenter::defaultCenter().addObserver(Notifications::sharMessageSuccded, nullptr,
@@ -133,7 +128,7 @@ TEST(PublishUi, ResultScreenToMessageToTheServersNewestList) {
 
   // The server is gone: the upload fails with the network text, nothing is
   // published, and the screen stays for another try.
-  spin(600);
+  ASSERT_TRUE(navigationSettled());
   vc = showResult();
   screen = top();
   server.stop();

@@ -9,8 +9,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSettings>
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -26,6 +24,7 @@
 #include "shell/ui/AlertCenter.h"
 #include "shell/ui/AppDelegate.h"
 #include "shell/ui/ProgressHud.h"
+#include "support/FakeHttpServer.h"
 
 using namespace uitest;
 
@@ -43,8 +42,7 @@ ResultViewController* showResult(const ResultHandOver& h) {
   photo.fill(QColor(0xf5, 0xcf, 0xa8));
   vc->setHandOver(h, exampleFace(), photo, false);
   app().delegate()->pushScreen("ResultViewController", {{"vc", QVariant::fromValue<QObject*>(vc)}});
-  waitUntil([] { return top() && top()->objectName() == "ResultViewController"; });
-  spin(600);  // the push transition
+  onScreen("ResultViewController");
   return vc;
 }
 
@@ -73,7 +71,7 @@ TEST(Result, CountsUpThenFillsBarsAndLabels) {
   EXPECT_TRUE(ProgressHud::instance()->history().contains("error:请重新登录"));
 
   // Zeros while the number counts.
-  uitest::spin(1500);
+  ASSERT_TRUE(waitUntil([&] { return text(item(s, "textLayer")).toInt() > 0; }));
   EXPECT_TRUE(vc->textLayer()->running());
   const int midway = text(item(s, "textLayer")).toInt();
   EXPECT_GT(midway, 0);
@@ -86,7 +84,7 @@ TEST(Result, CountsUpThenFillsBarsAndLabels) {
   EXPECT_EQ(text(item(s, "textLayer")), "6434");
   EXPECT_EQ(labels(s), "90,95,97,76");
   EXPECT_EQ(vc->chartValues(), (QStringList{"90.342900", "95.760000", "97.578900", "76.087000"}));
-  uitest::spin(700);  // the bars grow
+  ASSERT_TRUE(waitUntil([&] { return barsGrown(s); }));
   EXPECT_GT(item(s, "bar2")->height(), item(s, "bar3")->height());
   screenshot("result");
 
@@ -182,42 +180,19 @@ TEST(Result, MessagePopUpTakesOneToHundredCharacters) {
 }
 
 // A stand-in for the detection service: answers every request with one face.
-class FakeDetection {
- public:
+struct FakeDetection : rdtest::FakeHttpServer {
   FakeDetection() {
-    server_.listen(QHostAddress::LocalHost, 0);
-    QObject::connect(&server_, &QTcpServer::newConnection, [this] {
-      QTcpSocket* s = server_.nextPendingConnection();
-      QObject::connect(s, &QTcpSocket::readyRead, s, [this, s] {
-        buffer_ += s->readAll();
-        const qsizetype end = buffer_.indexOf("\r\n\r\n");
-        if (end < 0) return;
-        const QByteArray head = buffer_.left(end).toLower();
-        const qsizetype at = head.indexOf("content-length:");
-        const qsizetype length =
-            at < 0 ? 0 : head.mid(at + 15, head.indexOf('\r', at) - at - 15).trimmed().toLongLong();
-        if (buffer_.size() < end + 4 + length) return;
-        // The home screen's feeds ask the same server; only detections count.
-        if (head.startsWith("post /v2/")) ++requests_;
-        buffer_.clear();
-        QJsonObject answer{{"img_width", 200},
-                           {"img_height", 250},
-                           {"face", QJsonArray{QJsonDocument::fromJson(kExampleFace).object()}}};
-        const QByteArray body = QJsonDocument(answer).toJson(QJsonDocument::Compact);
-        s->write(
-            "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nConnection: close\r\n"
-            "Content-Length: " +
-            QByteArray::number(body.size()) + "\r\n\r\n" + body);
-        s->disconnectFromHost();
-      });
-    });
+    const QJsonObject answer{{"img_width", 200},
+                             {"img_height", 250},
+                             {"face", QJsonArray{QJsonDocument::fromJson(kExampleFace).object()}}};
+    setReply({200, QJsonDocument(answer).toJson(QJsonDocument::Compact)});
   }
-  QString url() const { return QStringLiteral("http://127.0.0.1:%1").arg(server_.serverPort()); }
-  int requests_ = 0;
-
- private:
-  QTcpServer server_;
-  QByteArray buffer_;
+  // The home screen's feeds ask the same server; only detections count.
+  qsizetype detections() const {
+    qsizetype n = 0;
+    for (const rdtest::Request& r : requests()) n += r.target.startsWith("/v2/");
+    return n;
+  }
 };
 
 TEST(Capture, AlbumPhotoThroughCropToTheCountedUpResult) {
@@ -254,7 +229,7 @@ TEST(Capture, AlbumPhotoThroughCropToTheCountedUpResult) {
   EXPECT_TRUE(capture->cropping());
   QQuickItem* crop = top();
   ASSERT_TRUE(waitUntil([&] { return item(crop, "cropPhoto")->property("status").toInt() == 1; }));
-  spin(600);  // the push transition
+  ASSERT_TRUE(navigationSettled());
   QVariant rect;
   QMetaObject::invokeMethod(crop, "cropRect", Q_RETURN_ARG(QVariant, rect));
   const QRectF cr = rect.toRectF();
@@ -279,9 +254,9 @@ TEST(Capture, AlbumPhotoThroughCropToTheCountedUpResult) {
                    [&](ResultViewController* r) { vc = r; });
   click(item(crop, "cropOK"));
   ASSERT_TRUE(waitUntil([&] { return vc != nullptr; }, 20000))
-      << detection.requests_ << " " << AlertCenter::instance()->history().join(';').toStdString()
+      << detection.detections() << " " << AlertCenter::instance()->history().join(';').toStdString()
       << " " << ProgressHud::instance()->history().join(';').toStdString();
-  EXPECT_EQ(detection.requests_, 1);
+  EXPECT_EQ(detection.detections(), 1);
   EXPECT_FALSE(vc->isenablePhoto());  // from the album
   EXPECT_EQ(vc->allResultPoint(),
             FaceScoring::handOver(FaceScoring::refresh(*exampleFace())).allResultPoint);
@@ -334,7 +309,7 @@ TEST(Capture, CameraPhotoThroughCropToTheResultAndBackHome) {
                    [&](ResultViewController* r) { vc = r; });
   click(item(crop, "cropOK"));
   ASSERT_TRUE(waitUntil([&] { return vc != nullptr; }, 20000));
-  EXPECT_EQ(detection.requests_, 1);
+  EXPECT_EQ(detection.detections(), 1);
   EXPECT_TRUE(vc->isenablePhoto());                       // from the camera
   EXPECT_EQ(vc->imgHeadValu().size(), QSize(960, 1200));  // the 0.8 crop of the whole frame
   ASSERT_TRUE(waitUntil([] { return !ProgressHud::instance()->modal(); }));

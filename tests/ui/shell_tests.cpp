@@ -46,7 +46,7 @@ TEST(StartUp, RunsInOrderAndRemovesTheSplashOnceAfterItsFade) {
   EXPECT_FALSE(d->splashTimerActive());
   EXPECT_FALSE(item("splash")->isVisible());
   const qint64 ticks = d->temptime();
-  spin(3 * AppDelegate::kSplashTickMs);
+  idleFor(3 * AppDelegate::kSplashTickMs);  // no tick after the splash is gone
   EXPECT_EQ(d->splashRemovals(), 1);
   EXPECT_EQ(d->temptime(), ticks);  // the timer is gone
 
@@ -169,7 +169,7 @@ TEST(Push, TokenIsStoredAndEachPushReloadsCountsAndShowsTheBar) {
   gateway.send({{"error", "ack needs a push id"}});
   ASSERT_TRUE(waitUntil([&] { return gateway.received_.size() == 4; }));
   EXPECT_EQ(QJsonDocument::fromJson(gateway.received_[3].toUtf8())["ack"].toInt(), 7);
-  spin(200);
+  idleFor(200);  // no second reload, no second bar
   EXPECT_EQ(reloads, 2);
   EXPECT_EQ(bar->history().size(), 2);
   EXPECT_FALSE(failed);
@@ -218,8 +218,10 @@ TEST(Overlays, AlertsQueueAndTheProgressDisplayTimesOut) {
 
   int chosen = -2;
   alerts->showActionSheet("标题", {{"一", ""}, {"二", ""}}, "取消", [&](int i) { chosen = i; });
-  waitUntil([&] { return shown(item("sheetButton1")); });
-  spin(50);  // laid out
+  waitUntil([] {
+    QQuickItem* b = item("sheetButton1");
+    return b && shown(b) && b->mapToScene(QPointF(0, b->height())).y() <= b->window()->height();
+  });
   click(item("sheetButton1"));
   EXPECT_EQ(chosen, 1);
 

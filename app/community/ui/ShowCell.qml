@@ -151,7 +151,7 @@ Rectangle {
         Label {
             objectName: "labComment"
             anchors.verticalCenter: parent.verticalCenter
-            text: "评论 " + (cell.shown.commentNum !== undefined ? cell.shown.commentNum : 0)
+            text: String(cell.shown.commentNum !== undefined ? cell.shown.commentNum : 0)
             color: "#888888"
             font.pixelSize: 12
         }

@@ -48,12 +48,12 @@ QJsonArray newestItems(const rdtest::ServerProcess& server) {
 }
 
 bool hudSaid(const QString& entry) {
-  for (const QString& h : ProgressHud::instance()->history())
+  for (const QString& h : hudShown())
     if (h.contains(entry)) return true;
   return false;
 }
 
-QString hudHistory() { return ProgressHud::instance()->history().join(" | "); }
+QString hudHistory() { return hudShown().join(" | "); }
 
 QQuickItem* popup(const QString& name) {
   QQuickItem* p = nullptr;
@@ -135,8 +135,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   // Analysis by the server's engine, then the result counted up.
   press(item(top(), "cropOK"));
   ASSERT_TRUE(waitUntil([&] { return vc != nullptr; }, 30000))
-      << hudHistory().toStdString() << " / "
-      << AlertCenter::instance()->history().join(';').toStdString();
+      << hudHistory().toStdString() << " / " << AlertCenter::instance()->alertTitle().toStdString();
   EXPECT_FALSE(vc->isenablePhoto());
   ASSERT_TRUE(onScreen("ResultViewController"));
   QQuickItem* result = top();
@@ -162,7 +161,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   ASSERT_TRUE(name);
   item(name, "textName")->setProperty("text", "小红");
   screenshot("07-name");
-  ProgressHud::instance()->clearHistory();
+  clearHudShown();
   press(item(name, "btnOK"));
   ASSERT_TRUE(waitUntil([] { return LocalUserInfo::isLoggedIn(); }, 10000))
       << hudHistory().toStdString();
@@ -177,7 +176,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   ASSERT_TRUE(message);
   item(message, "textMessage")->setProperty("text", "第一次来，给个赞吧");
   screenshot("08-message");
-  ProgressHud::instance()->clearHistory();
+  clearHudShown();
   press(item(message, "btnOK"));
   ASSERT_TRUE(onScreen("MenusViewController", 20000)) << hudHistory().toStdString();
   EXPECT_TRUE(hudSaid("化妆中...")) << hudHistory().toStdString();
@@ -225,7 +224,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   item(logIn, "textName")->setProperty("text", "13800000001");
   item(logIn, "textpassword")->setProperty("text", "pw1");
   screenshot("10-log-in");
-  ProgressHud::instance()->clearHistory();
+  clearHudShown();
   press(item(logIn, "loginButton"));
   ASSERT_TRUE(waitUntil([] { return LocalUserInfo::isLoggedIn(); }, 10000))
       << hudHistory().toStdString();
@@ -286,7 +285,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   press(item(mine, "rightBtn"));
   spin(400);
   screenshot("13-my-photos");
-  ProgressHud::instance()->clearHistory();
+  clearHudShown();
   press(item(mine, "deleteButton0"));
   ASSERT_TRUE(waitUntil([&] { return myTable->property("count").toInt() == 0; }, 10000));
   EXPECT_TRUE(hudSaid("删除战场中..."));

@@ -7,6 +7,7 @@
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QString>
+#include <QStringList>
 #include <functional>
 #include <ostream>
 
@@ -28,6 +29,13 @@ inline const char* const kExampleFace = R"({"face_id":"f1",
 // The app, started once per test process (each test runs in its own).
 AppShell& app(const AppShell::Options& options = AppShell::Options{QString(), false});
 bool started();
+
+// What the overlays showed since the app started: the progress display as
+// "mode:text" ("error:请重新登录", "hidden:"; a run of progress updates with
+// one text counts once), the message bar as "title|description".
+QStringList hudShown();
+void clearHudShown();
+QStringList barShown();
 
 // Runs the event loop until pred() holds or timeoutMs pass; returns pred().
 bool waitUntil(const std::function<bool()>& pred, int timeoutMs = 5000);

@@ -40,7 +40,6 @@ QColor scoreColor(const QString& lookscorebasis) {
 
 QString likeTitle(const QString& like) { return QStringLiteral("赞(%1)").arg(like); }
 QString unlikeTitle(const QString& count) { return QStringLiteral("差(%1)").arg(count); }
-QString commentCount(qint64 commentNum) { return QString::number(commentNum); }
 
 bool newestShowsPhotoMark(const QString& isenablePhoto) { return integerValue(isenablePhoto) == 1; }
 

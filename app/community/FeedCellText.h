@@ -25,8 +25,6 @@ QColor green();
 // "赞(%@)" and "差(%@)".
 QString likeTitle(const QString& like);
 QString unlikeTitle(const QString& count);
-// "%ld" with the comment count.
-QString commentCount(qint64 commentNum);
 
 // The published-photo mark: the newest feed (and its header) reads the field
 // as an integer equal to 1, the ranking compares it with the text "yes".

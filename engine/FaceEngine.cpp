@@ -30,19 +30,6 @@ constexpr float kAnchors[5][2] = {{1.603231f, 2.094468f},
 
 double sigmoid(double x) { return 1.0 / (1.0 + std::exp(-x)); }
 
-struct Candidate {
-  double x0, y0, x1, y1;  // relative to the image, 0..1
-  double score;
-};
-
-double iou(const Candidate& a, const Candidate& b) {
-  const double w = std::max(0.0, std::min(a.x1, b.x1) - std::max(a.x0, b.x0));
-  const double h = std::max(0.0, std::min(a.y1, b.y1) - std::max(a.y0, b.y0));
-  const double inter = w * h;
-  const double area_a = (a.x1 - a.x0) * (a.y1 - a.y0), area_b = (b.x1 - b.x0) * (b.y1 - b.y0);
-  return inter / (area_a + area_b - inter);
-}
-
 // The integer region of a box inside the image (clipped, then floored);
 // empty when nothing is left.
 cv::Rect crop_rect(double x, double y, double w, double h, int img_w, int img_h) {
@@ -184,7 +171,8 @@ Analysis FaceEngine::analyze_rgb(const cv::Mat& rgb) const {
   const double corr_x = size / resized_w, corr_y = size / resized_h;
   const std::size_t plane = static_cast<std::size_t>(cells) * cells;
   const float* o = out.ptr<float>();
-  std::vector<Candidate> cands;
+  std::vector<cv::Rect2d> boxes;  // relative to the image, 0..1
+  std::vector<float> scores;
   for (int row = 0; row < cells; ++row)
     for (int col = 0; col < cells; ++col)
       for (int a = 0; a < 5; ++a) {
@@ -198,25 +186,19 @@ Analysis FaceEngine::analyze_rgb(const cv::Mat& rgb) const {
         const double cy = (row + sigmoid(at(1))) / cells * corr_y;
         const double bw = std::exp(at(2)) * kAnchors[a][0] / cells * corr_x;
         const double bh = std::exp(at(3)) * kAnchors[a][1] / cells * corr_y;
-        cands.push_back({cx - bw / 2, cy - bh / 2, cx - bw / 2 + bw, cy - bh / 2 + bh, score});
+        boxes.emplace_back(cx - bw / 2, cy - bh / 2, bw, bh);
+        scores.push_back(static_cast<float>(score));
       }
-  // Non-maximum suppression, best score first.
-  std::stable_sort(cands.begin(), cands.end(),
-                   [](const Candidate& a, const Candidate& b) { return a.score > b.score; });
-  std::vector<Candidate> kept;
-  std::vector<bool> gone(cands.size(), false);
-  for (std::size_t i = 0; i < cands.size(); ++i) {
-    if (gone[i]) continue;
-    kept.push_back(cands[i]);
-    for (std::size_t j = i + 1; j < cands.size(); ++j)
-      if (!gone[j] && iou(cands[i], cands[j]) > kIouThreshold) gone[j] = true;
-  }
+  // Non-maximum suppression, best score first; the scores were filtered above.
+  std::vector<int> kept;
+  cv::dnn::NMSBoxes(boxes, scores, 0.f, kIouThreshold, kept);
 
-  for (const Candidate& c : kept) {
+  for (int k : kept) {
+    const cv::Rect2d& c = boxes[static_cast<std::size_t>(k)];
     Face face;
-    face.score = static_cast<float>(c.score);
-    const double bx = c.x0 * w, by = c.y0 * h;
-    const double bw = (c.x1 - c.x0) * w, bh = (c.y1 - c.y0) * h;
+    face.score = scores[static_cast<std::size_t>(k)];
+    const double bx = c.x * w, by = c.y * h;
+    const double bw = c.width * w, bh = c.height * h;
     face.box = {static_cast<float>(bx), static_cast<float>(by), static_cast<float>(bw),
                 static_cast<float>(bh)};
 

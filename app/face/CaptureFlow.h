@@ -118,7 +118,6 @@ class CaptureFlow : public QObject {
   bool isenablePhotol() const { return isenablePhotol_; }
   void setIsenablePhotol(bool v) { isenablePhotol_ = v; }
   CameraDevice cameraDevice() const { return device_; }
-  FaceScoreHandler& scoreHandler() { return scorer_; }
 
  signals:
   // After the indicator has gone; resultShown tells whether a result came.

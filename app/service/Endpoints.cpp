@@ -68,17 +68,6 @@ void Endpoints::setBackendEndpoint(const QString& url) {
   values().backend = url;
 }
 
-void Endpoints::setUploadUrls(const QString& primary, const QString& backup) {
-  QMutexLocker lock(&mutex());
-  values().upload = primary;
-  values().backupUpload = backup;
-}
-
-void Endpoints::setDownloadPrefix(const QString& prefix) {
-  QMutexLocker lock(&mutex());
-  values().download = prefix;
-}
-
 void Endpoints::reset() {
   QMutexLocker lock(&mutex());
   values() = Values{};

@@ -27,8 +27,6 @@ class Endpoints {
   // BASE/api, BASE/upload, BASE/upload-backup, BASE/files/, BASE/feedback.
   static void setServerUrl(const QString& base);
   static void setBackendEndpoint(const QString& url);
-  static void setUploadUrls(const QString& primary, const QString& backup);
-  static void setDownloadPrefix(const QString& prefix);
   // Back to the build-time values.
   static void reset();
 };

@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <boost/url/parse.hpp>
 #include <iostream>
 #include <stdexcept>
 #include <thread>
@@ -14,47 +15,6 @@ namespace rd::http {
 const std::string* Context::param(const std::string& name) const {
   auto it = query.find(name);
   return it == query.end() ? nullptr : &it->second;
-}
-
-static int hex_value(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-std::string percent_decode(std::string_view s, bool plus_as_space) {
-  std::string out;
-  out.reserve(s.size());
-  for (std::size_t i = 0; i < s.size(); ++i) {
-    char c = s[i];
-    if (c == '%' && i + 2 < s.size()) {
-      int hi = hex_value(s[i + 1]), lo = hex_value(s[i + 2]);
-      if (hi >= 0 && lo >= 0) {
-        out += static_cast<char>(hi * 16 + lo);
-        i += 2;
-        continue;
-      }
-    }
-    out += (c == '+' && plus_as_space) ? ' ' : c;
-  }
-  return out;
-}
-
-std::multimap<std::string, std::string> parse_query(std::string_view q) {
-  std::multimap<std::string, std::string> out;
-  while (!q.empty()) {
-    auto amp = q.find('&');
-    std::string_view part = q.substr(0, amp);
-    q = amp == std::string_view::npos ? std::string_view{} : q.substr(amp + 1);
-    if (part.empty()) continue;
-    auto eq = part.find('=');
-    if (eq == std::string_view::npos)
-      out.emplace(percent_decode(part), std::string{});
-    else
-      out.emplace(percent_decode(part.substr(0, eq)), percent_decode(part.substr(eq + 1)));
-  }
-  return out;
 }
 
 Response json_response(const Request& req, bhttp::status status, const boost::json::value& body) {
@@ -321,13 +281,14 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
       return fail_head(ec);
     }
     auto& head = parser_->get();
-    std::string_view target = head.target();
-    auto qpos = target.find('?');
     ctx_ = Context{};
     ctx_.remote_address =
         client_address(peer_, head["X-Forwarded-For"], server_.opts_.trusted_proxies);
-    ctx_.path = percent_decode(target.substr(0, qpos), false);
-    if (qpos != std::string_view::npos) ctx_.query = parse_query(target.substr(qpos + 1));
+    // The path and query, decoded; a "+" in the query is a space, as forms send it.
+    auto target = boost::urls::parse_origin_form(head.target());
+    if (!target) return bad_target();
+    ctx_.path = target->path();
+    for (const auto& p : target->params()) ctx_.query.emplace(p.key, p.value);
     bool upgrade = beast::websocket::is_upgrade(head);
     bool known = false;
     route_ = server_.router_.find(head.method(), ctx_.path, upgrade, known);
@@ -379,6 +340,16 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     unsigned status = ec == bhttp::error::header_limit ? 431 : 400;
     auto res =
         json_response(req, status, boost::json::object{{"error", "bad request: " + ec.message()}});
+    res.keep_alive(false);
+    send(std::move(res), "-", false);
+  }
+
+  void bad_target() {
+    // Not a path with an optional query, or a broken escape in it.
+    Request req;
+    req.version(parser_->get().version());
+    auto res = json_response(req, bhttp::status::bad_request,
+                             boost::json::object{{"error", "bad request: malformed target"}});
     res.keep_alive(false);
     send(std::move(res), "-", false);
   }

@@ -187,7 +187,4 @@ Response text_response(const Request& req, bhttp::status status, std::string bod
 // A response with a non-standard numeric status code (e.g. 614 or 579).
 Response json_response(const Request& req, unsigned status, const boost::json::value& body);
 
-std::string percent_decode(std::string_view s, bool plus_as_space = true);
-std::multimap<std::string, std::string> parse_query(std::string_view query);
-
 }  // namespace rd::http

@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <openssl/sha.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <boost/url/pct_string_view.hpp>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -12,7 +14,6 @@
 #include <sstream>
 #include <vector>
 
-#include "http/HttpServer.h"
 #include "storage/UploadToken.h"
 
 namespace rd::storage {
@@ -227,7 +228,9 @@ std::optional<std::string> PhotoFiles::key_of_url(const std::string& url) const 
   else
     return std::nullopt;
   rest = rest.substr(0, rest.find_first_of("?#"));
-  std::string key = http::percent_decode(rest, false);
+  auto escaped = boost::urls::make_pct_string_view(rest);
+  if (!escaped) return std::nullopt;
+  std::string key = escaped->decode();
   if (!valid_key(key)) return std::nullopt;
   return key;
 }

@@ -1,5 +1,7 @@
 // Photo storage routes: the form upload (primary and backup address) and the
 // public downloads under /files/.
+#include <boost/url/encode.hpp>
+#include <boost/url/rfc/unreserved_chars.hpp>
 #include <ctime>
 #include <iostream>
 #include <memory>
@@ -93,21 +95,6 @@ struct Uploads {
   }
 };
 
-std::string percent_encode(std::string_view s) {
-  static constexpr char hex[] = "0123456789ABCDEF";
-  std::string out;
-  for (unsigned char c : s) {
-    if (std::isalnum(c) || c == '.' || c == '-' || c == '_' || c == '~') {
-      out += static_cast<char>(c);
-    } else {
-      out += '%';
-      out += hex[c >> 4];
-      out += hex[c & 15];
-    }
-  }
-  return out;
-}
-
 bool etag_matches(std::string_view header, const std::string& etag) {
   if (header.empty()) return false;
   if (header.find('*') != std::string_view::npos) return true;
@@ -135,8 +122,9 @@ http::Response download(const PhotoFiles& files, const http::Request& req, http:
   // Keys are never overwritten, so a photo may be cached for good.
   res.set(bhttp::field::cache_control, "public, max-age=31536000");
   if (const std::string* att = ctx.param("attname"); att && !att->empty())
-    res.set(bhttp::field::content_disposition,
-            "attachment; filename*=UTF-8''" + percent_encode(*att));
+    res.set(
+        bhttp::field::content_disposition,
+        "attachment; filename*=UTF-8''" + boost::urls::encode(*att, boost::urls::unreserved_chars));
   return res;
 }
 

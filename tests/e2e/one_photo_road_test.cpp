@@ -48,12 +48,12 @@ QJsonArray newestItems(const rdtest::ServerProcess& server) {
 }
 
 bool hudSaid(const QString& entry) {
-  for (const QString& h : ProgressHud::instance()->history())
+  for (const QString& h : hudShown())
     if (h.contains(entry)) return true;
   return false;
 }
 
-QString hudHistory() { return ProgressHud::instance()->history().join(" | "); }
+QString hudHistory() { return hudShown().join(" | "); }
 
 // A row's photo on screen, arrived (not its placeholder).
 bool photoShown(QQuickItem* root) {
@@ -143,8 +143,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   // Analysis by the server's engine, then the result counted up.
   press(item(top(), "cropOK"));
   ASSERT_TRUE(waitUntil([&] { return vc != nullptr; }, 30000))
-      << hudHistory().toStdString() << " / "
-      << AlertCenter::instance()->history().join(';').toStdString();
+      << hudHistory().toStdString() << " / " << AlertCenter::instance()->alertTitle().toStdString();
   EXPECT_FALSE(vc->isenablePhoto());
   ASSERT_TRUE(onScreen("ResultViewController"));
   QQuickItem* result = top();
@@ -169,7 +168,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   ASSERT_TRUE(name);
   item(name, "textName")->setProperty("text", "小红");
   screenshot("07-name");
-  ProgressHud::instance()->clearHistory();
+  clearHudShown();
   press(item(name, "btnOK"));
   ASSERT_TRUE(waitUntil([] { return LocalUserInfo::isLoggedIn(); }, 10000))
       << hudHistory().toStdString();
@@ -184,7 +183,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   ASSERT_TRUE(message);
   item(message, "textMessage")->setProperty("text", "第一次来，给个赞吧");
   screenshot("08-message");
-  ProgressHud::instance()->clearHistory();
+  clearHudShown();
   press(item(message, "btnOK"));
   ASSERT_TRUE(onScreen("MenusViewController", 20000)) << hudHistory().toStdString();
   EXPECT_TRUE(hudSaid("化妆中...")) << hudHistory().toStdString();
@@ -232,7 +231,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   item(logIn, "textName")->setProperty("text", "13800000001");
   item(logIn, "textpassword")->setProperty("text", "pw1");
   screenshot("10-log-in");
-  ProgressHud::instance()->clearHistory();
+  clearHudShown();
   press(item(logIn, "loginButton"));
   ASSERT_TRUE(waitUntil([] { return LocalUserInfo::isLoggedIn(); }, 10000))
       << hudHistory().toStdString();
@@ -291,7 +290,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   press(item(mine, "rightBtn"));
   ASSERT_TRUE(waitUntil([&] { return shown(item(mine, "deleteButton0")); }));
   screenshot("13-my-photos");
-  ProgressHud::instance()->clearHistory();
+  clearHudShown();
   press(item(mine, "deleteButton0"));
   ASSERT_TRUE(waitUntil([&] { return myTable->property("count").toInt() == 0; }, 10000));
   EXPECT_TRUE(hudSaid("删除战场中..."));

@@ -97,6 +97,14 @@ TEST(HttpFraming, BrokenBodiesAndStalledHeadsGetAJsonErrorThenClose) {
     const std::string r = c.read();
     EXPECT_TRUE(error_reply(r, "400")) << r;
   }
+  {  // A target with a broken escape, or one that is not a path.
+    for (const char* target : {"/api?cmd=%zz", "/files/a%2", "api"}) {
+      Raw c(s.port());
+      c.send(std::string("GET ") + target + " HTTP/1.1\r\nHost: x\r\n\r\n");
+      const std::string r = c.read();
+      EXPECT_TRUE(error_reply(r, "400")) << target << ": " << r;
+    }
+  }
   {  // A body that never comes in full.
     Raw c(s.port());
     c.send(kJsonHead + "Content-Length: 100\r\n\r\n{");

@@ -138,8 +138,9 @@ TEST_F(Storage, UploadThenDownloadByteForByte) {
   EXPECT_EQ(again.status, 304);
   EXPECT_TRUE(again.body.empty());
 
-  auto named = rdtest::http_request(port(), "GET", "/files/abc123.jpeg?attname=me.jpg");
-  EXPECT_EQ(named.header("Content-Disposition"), "attachment; filename*=UTF-8''me.jpg");
+  // The name is decoded from the query ("+" is a space) and encoded again.
+  auto named = rdtest::http_request(port(), "GET", "/files/abc123.jpeg?attname=my+%E7%85%A7.jpg");
+  EXPECT_EQ(named.header("Content-Disposition"), "attachment; filename*=UTF-8''my%20%E7%85%A7.jpg");
 
   auto head = rdtest::http_request(port(), "HEAD", "/files/abc123.jpeg");
   EXPECT_EQ(head.status, 200);

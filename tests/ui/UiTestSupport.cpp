@@ -5,6 +5,7 @@
 #include <QBuffer>
 #include <QDir>
 #include <QImage>
+#include <QMetaEnum>
 #include <QTcpServer>
 #include <QTest>
 #include <QThread>
@@ -12,15 +13,40 @@
 #include "publish/PhotoPublisher.h"
 #include "publish/QiniuSimpleUploader.h"
 #include "shell/ui/AppDelegate.h"
+#include "shell/ui/MessageBarModel.h"
+#include "shell/ui/ProgressHud.h"
 
 namespace uitest {
 
 namespace {
 AppShell* g_app = nullptr;
+
+// The overlays keep only what they show now; what they showed is recorded
+// here from their change signals, from the app's start on.
+QStringList g_hud, g_bar;
+
+void recordOverlays() {
+  auto* hud = ProgressHud::instance();
+  QObject::connect(hud, &ProgressHud::changed, hud, [hud, last = QString()]() mutable {
+    const auto mode = QMetaEnum::fromType<ProgressHud::Mode>().valueToKey(hud->mode());
+    const QString entry = QString::fromLatin1(mode).toLower() + ':' + hud->status();
+    if (hud->mode() != ProgressHud::Progress || entry != last) g_hud << entry;
+    last = entry;
+  });
+  auto* bar = MessageBarModel::instance();
+  QObject::connect(bar, &MessageBarModel::changed, bar, [bar] {
+    if (bar->visible()) g_bar << bar->title() + '|' + bar->description();
+  });
 }
+}  // namespace
+
+QStringList hudShown() { return g_hud; }
+void clearHudShown() { g_hud.clear(); }
+QStringList barShown() { return g_bar; }
 
 AppShell& app(const AppShell::Options& options) {
   if (!g_app) {
+    recordOverlays();
     g_app = new AppShell;
     AppShell::Options o = options;
     if (o.serverUrl.isEmpty()) {

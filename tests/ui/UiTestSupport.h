@@ -5,6 +5,7 @@
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QString>
+#include <QStringList>
 #include <functional>
 #include <ostream>
 
@@ -30,6 +31,13 @@ bool started();
 
 using rdtest::idleFor;
 using rdtest::waitUntil;
+
+// What the overlays showed since the app started: the progress display as
+// "mode:text" ("error:请重新登录", "hidden:"; a run of progress updates with
+// one text counts once), the message bar as "title|description".
+QStringList hudShown();
+void clearHudShown();
+QStringList barShown();
 
 QQuickItem* item(const QString& objectName);  // anywhere in the window
 QQuickItem* item(QObject* root, const QString& objectName);

@@ -60,7 +60,7 @@ bool publish(const QString& message, int score) {
 }
 
 QString hudSaid(const QString& entry) {
-  const QStringList h = ProgressHud::instance()->history();
+  const QStringList h = hudShown();
   return h.contains(entry) ? entry : h.join(" | ");
 }
 
@@ -136,7 +136,7 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   // Comments: 2 to 60 characters.
   QQuickItem* input = item(page, "textView");
   QQuickItem* send = item(page, "btnSender");
-  ProgressHud::instance()->clearHistory();
+  clearHudShown();
   input->setProperty("text", QString(61, u'赞'));
   press(send);
   EXPECT_EQ(hudSaid("error:再少写点内容"), "error:再少写点内容");
@@ -160,7 +160,7 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   QMetaObject::invokeMethod(share, "shardAction");
   ASSERT_TRUE(waitUntil([&] { return shown(item(share, "popShardView")); }));
   screenshot("community_share");
-  ProgressHud::instance()->clearHistory();
+  clearHudShown();
   press(item(share, "shareButton3004"));
   EXPECT_EQ(hudSaid("error:未安装微信客户端"), "error:未安装微信客户端");
   EXPECT_TRUE(shown(item(share, "popShardView")));
@@ -242,12 +242,12 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   EXPECT_EQ(text(item(mine, "rightBtn")), "完成");
   screenshot("community_my_photos");
   const QString gone = Community::instance()->toMap(rowOf(myTable, 0))["itemId"].toString();
-  ProgressHud::instance()->clearHistory();
+  clearHudShown();
   press(item(mine, "deleteButton0"));
   // The own list reloads without it ("itemDleteSucceed"), the message stays
   // up, and the home feed drops it too.
   ASSERT_TRUE(waitUntil([&] { return myTable->property("count").toInt() == 1; }));
-  EXPECT_EQ(ProgressHud::instance()->history(),
+  EXPECT_EQ(hudShown(),
             (QStringList{"waiting:删除战场中...", "waiting:加载中...", "success:删除成功"}));
   ASSERT_EQ(showTable->property("count").toInt(), 1);
   EXPECT_NE(Community::instance()->toMap(rowOf(showTable, 0))["itemId"], gone);
@@ -283,7 +283,7 @@ TEST(CommunityUi, SignUpChecksNamePopupAndTheOneTimePasswordReset) {
   QQuickItem* number = item(login, "textEail");
   QQuickItem* password = item(login, "textPassword");
   QQuickItem* signUpButton = item(login, "signUpButton");
-  ProgressHud::instance()->clearHistory();
+  clearHudShown();
   press(signUpButton);
   EXPECT_EQ(hudSaid("error:请输入正确地手机号"), "error:请输入正确地手机号");
   number->setProperty("text", "13900000009");
@@ -324,7 +324,7 @@ TEST(CommunityUi, SignUpChecksNamePopupAndTheOneTimePasswordReset) {
   EXPECT_TRUE(item(popup, "textName")->property("readOnly").toBool());
   EXPECT_TRUE(popup->property("isEnableUpdataPassword").toBool());
   screenshot("community_login_reset");
-  ProgressHud::instance()->clearHistory();
+  clearHudShown();
   item(popup, "textpassword")->setProperty("text", "x");
   press(item(popup, "loginButton"));
   ASSERT_TRUE(waitUntil([] { return LocalUserInfo::firstLoginDone(); }, 10000));

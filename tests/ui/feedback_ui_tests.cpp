@@ -23,7 +23,7 @@ using namespace uitest;
 namespace {
 
 bool hudShowed(const QString& entry) {
-  return waitUntil([&] { return ProgressHud::instance()->history().contains(entry); }, 15000);
+  return waitUntil([&] { return hudShown().contains(entry); }, 15000);
 }
 
 QJsonArray feedbackRows(const rdtest::ServerProcess& server) {
@@ -69,8 +69,7 @@ TEST(FeedbackUi, TheFormSendsItsTextToTheServer) {
 
   item(form, "feedbackText")->setProperty("text", QStringLiteral("希望能保存历史结果"));
   send(form);
-  ASSERT_TRUE(hudShowed("success:感谢您的反馈"))
-      << ProgressHud::instance()->history().join(" | ").toStdString();
+  ASSERT_TRUE(hudShowed("success:感谢您的反馈")) << hudShown().join(" | ").toStdString();
   ASSERT_TRUE(onScreen("SetViewController"));
   QJsonArray rows = feedbackRows(server);
   ASSERT_EQ(rows.size(), 1);
@@ -82,7 +81,7 @@ TEST(FeedbackUi, TheFormSendsItsTextToTheServer) {
   form = openForm();
   ASSERT_TRUE(form);
   item(form, "feedbackText")->setProperty("text", QStringLiteral("发完就走"));
-  ProgressHud::instance()->clearHistory();
+  clearHudShown();
   send(form);
   app().delegate()->popScreen();
   ASSERT_TRUE(hudShowed("success:感谢您的反馈"));

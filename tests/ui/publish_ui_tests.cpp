@@ -55,7 +55,7 @@ void publishWith(QQuickItem* screen, const QString& message) {
 }
 
 bool hudShowed(const QString& entry, int ms = 20000) {
-  return waitUntil([&] { return ProgressHud::instance()->history().contains(entry); }, ms);
+  return waitUntil([&] { return hudShown().contains(entry); }, ms);
 }
 
 QJsonArray newestItems(unsigned short port) {
@@ -96,13 +96,13 @@ TEST(PublishUi, ResultScreenToMessageToTheServersNewestList) {
   ResultViewController* vc = showResult();
   QQuickItem* screen = top();
   ASSERT_TRUE(waitUntil([&] { return vc->pointsFilled(); }, 10000));
-  ProgressHud::instance()->clearHistory();
+  clearHudShown();
 
   const QString message = QStringLiteral("今天的我怎么样");
   publishWith(screen, message);
   ASSERT_TRUE(waitUntil([&] { return published == 1; }, 20000))
-      << ProgressHud::instance()->history().join(" | ").toStdString();
-  const QStringList h = ProgressHud::instance()->history();
+      << hudShown().join(" | ").toStdString();
+  const QStringList h = hudShown();
   const qsizetype makeup = h.indexOf(QStringLiteral("progress:化妆中..."));
   const qsizetype cleanup = h.indexOf(QStringLiteral("waiting:正在打扫战场"));
   EXPECT_GE(makeup, 0) << h.join(" | ").toStdString();
@@ -132,10 +132,10 @@ TEST(PublishUi, ResultScreenToMessageToTheServersNewestList) {
   vc = showResult();
   screen = top();
   server.stop();
-  ProgressHud::instance()->clearHistory();
+  clearHudShown();
   publishWith(screen, QStringLiteral("再来一张"));
   EXPECT_TRUE(hudShowed(QStringLiteral("error:呀，网络不好，稍候再试")))
-      << ProgressHud::instance()->history().join(" | ").toStdString();
+      << hudShown().join(" | ").toStdString();
   EXPECT_TRUE(waitUntil([&] { return !vc->publishing(); }));
   EXPECT_EQ(top(), screen);
   EXPECT_EQ(published, 1);

@@ -68,7 +68,7 @@ TEST(Result, CountsUpThenFillsBarsAndLabels) {
   EXPECT_EQ(text(item(s, "labSex")), "性别：女");
   EXPECT_EQ(text(item(s, "labSmiling")), "微笑程度：50");
   // Not signed in: told so each time the screen appears.
-  EXPECT_TRUE(ProgressHud::instance()->history().contains("error:请重新登录"));
+  EXPECT_TRUE(hudShown().contains("error:请重新登录"));
 
   // Zeros while the number counts.
   ASSERT_TRUE(waitUntil([&] { return text(item(s, "textLayer")).toInt() > 0; }));
@@ -111,19 +111,18 @@ TEST(Result, OffTheChartHelpSheetOwnPhotoAndSharing) {
   EXPECT_EQ(alerts->sheetButtons()[0].toMap()["text"].toString(), " ");
   alerts->answerSheet(0);
 
-  auto* hud = ProgressHud::instance();
-  hud->clearHistory();
+  clearHudShown();
   click(item(s, "imgHead"));
-  EXPECT_EQ(hud->history(), QStringList{"error:主人，不要点自己啦"});
+  EXPECT_EQ(hudShown(), QStringList{"error:主人，不要点自己啦"});
 
   // Sharing: a missing app keeps the panel open with its message; an
   // installed one closes it and gets the picture of the whole screen.
   click(item(s, "shareButton"));
   QQuickItem* panel = item(s, "popShardView");
   ASSERT_TRUE(waitUntil([&] { return shown(panel) && panel->opacity() == 1; }));
-  hud->clearHistory();
+  clearHudShown();
   click(item(panel, "shareButton3001"));
-  EXPECT_EQ(hud->history(), QStringList{"error:未安装QQ客户端"});
+  EXPECT_EQ(hudShown(), QStringList{"error:未安装QQ客户端"});
   EXPECT_TRUE(shown(panel));
   OtherShare::setInstalledForTesting(false, false, true);
   click(item(panel, "shareButton3004"));
@@ -165,18 +164,17 @@ TEST(Result, MessagePopUpTakesOneToHundredCharacters) {
   vc->addMessage();
   ASSERT_TRUE(waitUntil(
       [&] { return (popup = item("popupHost")->property("popup").value<QQuickItem*>()); }));
-  auto* hud = ProgressHud::instance();
   auto send = [&](const QString& t) {
-    hud->clearHistory();
+    clearHudShown();
     popup->setProperty("text", t);
     click(item(popup, "btnOK"));
   };
   send(QString(101, QChar(0x8d5e)));
-  EXPECT_EQ(hud->history(), QStringList{"error:主人，请删除一些内容"});
+  EXPECT_EQ(hudShown(), QStringList{"error:主人，请删除一些内容"});
   // 100 characters close the pop-up and start publishing.
   send(QString(100, QChar(0x8d5e)));
   ASSERT_TRUE(waitUntil([] { return item("AddMessageViewController") == nullptr; }));
-  ASSERT_TRUE(waitUntil([&] { return vc->publishing() || !hud->history().isEmpty(); }));
+  ASSERT_TRUE(waitUntil([&] { return vc->publishing() || !hudShown().isEmpty(); }));
 }
 
 // A stand-in for the detection service: answers every request with one face.
@@ -254,8 +252,8 @@ TEST(Capture, AlbumPhotoThroughCropToTheCountedUpResult) {
                    [&](ResultViewController* r) { vc = r; });
   click(item(crop, "cropOK"));
   ASSERT_TRUE(waitUntil([&] { return vc != nullptr; }, 20000))
-      << detection.detections() << " " << AlertCenter::instance()->history().join(';').toStdString()
-      << " " << ProgressHud::instance()->history().join(';').toStdString();
+      << detection.detections() << " " << AlertCenter::instance()->alertTitle().toStdString()
+      << " " << hudShown().join(';').toStdString();
   EXPECT_EQ(detection.detections(), 1);
   EXPECT_FALSE(vc->isenablePhoto());  // from the album
   EXPECT_EQ(vc->allResultPoint(),

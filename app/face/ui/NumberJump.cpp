@@ -73,7 +73,6 @@ void NumberJump::changeNumberBySelector() {
 }
 
 void NumberJump::setText(const QString& t) {
-  shown_ << t;
   if (t == text_) return;
   text_ = t;
   emit textChanged();

@@ -38,8 +38,6 @@ class NumberJump : public QObject {
 
   QString text() const { return text_; }
   bool running() const { return timer_.isActive(); }
-  // The texts shown so far, for tests.
-  const QStringList& shownTexts() const { return shown_; }
 
  signals:
   void textChanged();
@@ -55,7 +53,6 @@ class NumberJump : public QObject {
   size_t next_ = 0;
   float end_ = 0;
   QString text_;
-  QStringList shown_;
   QTimer timer_;
   QElapsedTimer clock_;
 };

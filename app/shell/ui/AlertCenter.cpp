@@ -39,7 +39,6 @@ void AlertCenter::showAlert(const QString& title, const QString& message,
         this, [=, this] { showAlert(title, message, buttons, done); }, Qt::QueuedConnection);
     return;
   }
-  history_ << title + QLatin1Char('|') + message;
   alerts_.push_back(Alert{title, message,
                           buttons.isEmpty() ? QStringList{QStringLiteral("确定")} : buttons,
                           std::move(done)});
@@ -70,7 +69,6 @@ void AlertCenter::showActionSheet(const QString& title, const QList<SheetButton>
     auto prev = std::move(sheetDone_);
     prev(-1);
   }
-  history_ << QStringLiteral("sheet:") + title;
   sheetVisible_ = true;
   sheetTitle_ = title;
   sheetButtons_ = buttons;

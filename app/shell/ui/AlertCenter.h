@@ -64,10 +64,6 @@ class AlertCenter : public QObject {
   Q_INVOKABLE void answerAlert(int buttonIndex);
   Q_INVOKABLE void answerSheet(int buttonIndex);
 
-  // "title|message" of every alert and "sheet:title" of every sheet shown.
-  QStringList history() const { return history_; }
-  void clearHistory() { history_.clear(); }
-
  signals:
   void alertChanged();
   void sheetChanged();
@@ -86,5 +82,4 @@ class AlertCenter : public QObject {
   QString sheetTitle_, sheetCancel_;
   QList<SheetButton> sheetButtons_;
   SheetCallback sheetDone_;
-  QStringList history_;
 };

@@ -54,27 +54,18 @@ void AppDelegate::setPushClient(PushClient* client) {
 }
 
 bool AppDelegate::didFinishLaunchingWithOptions() {
-  launchSteps_.clear();
   initMobClick();
-  launchSteps_ << QStringLiteral("initMobClick");
   registerForRemoteNotifications();
-  launchSteps_ << QStringLiteral("registerPush");
   statusBarHidden_ = true;  // for the whole run; desktop windows have no status bar
   emit statusBarChanged();
-  launchSteps_ << QStringLiteral("statusBarHidden");
   if (rootBuilder_) menuVC_ = rootBuilder_();
   emit rootChanged();
-  launchSteps_ << QStringLiteral("root");
   WeiboSDK::enableDebugMode(true);
   WeiboSDK::registerApp(QString::fromUtf8(rd::build::kWeiboAppKey));
-  launchSteps_ << QStringLiteral("weibo");
   delete tencentOAuth_;
   tencentOAuth_ = new TencentOAuth(QString::fromUtf8(rd::build::kQQAppId), this, this);
-  launchSteps_ << QStringLiteral("qq");
   WXApi::registerApp(QString::fromUtf8(rd::build::kWeChatAppId));
-  launchSteps_ << QStringLiteral("wechat");
   setBeginView();
-  launchSteps_ << QStringLiteral("splash");
   return true;
 }
 

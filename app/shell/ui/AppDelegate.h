@@ -9,7 +9,6 @@
 #include <QPointer>
 #include <QSize>
 #include <QString>
-#include <QStringList>
 #include <QTimer>
 #include <QUrl>
 #include <QVariantMap>
@@ -54,9 +53,6 @@ class AppDelegate : public QObject {
 
   // application:didFinishLaunchingWithOptions:. Returns true.
   bool didFinishLaunchingWithOptions();
-  // The start-up steps in the order they ran ("initMobClick", "registerPush",
-  // "statusBarHidden", "root", "weibo", "qq", "wechat", "splash").
-  QStringList launchSteps() const { return launchSteps_; }
 
   // Platform events.
   Q_INVOKABLE void applicationDidEnterBackground();
@@ -130,7 +126,6 @@ class AppDelegate : public QObject {
   std::function<QObject*()> rootBuilder_;
   QPointer<PushClient> push_;
   QSize screenPixels_;
-  QStringList launchSteps_;
   bool statusBarHidden_ = false;
   int badge_ = 0;
   QPointer<QObject> menuVC_;

@@ -30,7 +30,6 @@ void MessageBarModel::showMessage(const QString& title, const QString& descripti
   description_ = description;
   type_ = type;
   visible_ = true;
-  history_ << title + QLatin1Char('|') + description;
   hideTimer_.start(kShowMs);
   emit changed();
 }

@@ -5,7 +5,6 @@
 
 #include <QObject>
 #include <QString>
-#include <QStringList>
 #include <QTimer>
 
 class MessageBarModel : public QObject {
@@ -31,10 +30,6 @@ class MessageBarModel : public QObject {
                                int type = Success);
   Q_INVOKABLE void hide();
 
-  // "title|description" of every message shown, oldest first.
-  QStringList history() const { return history_; }
-  void clearHistory() { history_.clear(); }
-
   static constexpr int kShowMs = 3000;
 
  signals:
@@ -44,6 +39,5 @@ class MessageBarModel : public QObject {
   bool visible_ = false;
   QString title_, description_;
   int type_ = Success;
-  QStringList history_;
   QTimer hideTimer_;
 };

@@ -8,8 +8,7 @@
 namespace {
 struct KitState {
   bool analyticsLog = false;
-  bool analyticsStarted = false;
-  QString analyticsKey, appVersion, feedbackKey, weiboKey, weChatId, qqId;
+  QString appVersion, weChatId, qqId;
 };
 KitState& kits() {
   static KitState s;
@@ -19,9 +18,7 @@ KitState& kits() {
 
 void MobClick::setLogEnabled(bool on) { kits().analyticsLog = on; }
 void MobClick::setAppVersion(const QString& version) { kits().appVersion = version; }
-void MobClick::startWithAppkey(const QString& key, int reportPolicy, const QString& channelId) {
-  kits().analyticsKey = key;
-  kits().analyticsStarted = true;
+void MobClick::startWithAppkey(const QString& /*key*/, int reportPolicy, const QString& channelId) {
   if (kits().analyticsLog)
     qInfo().noquote() << "analytics: started, version" << kits().appVersion << "policy"
                       << reportPolicy << "channel" << (channelId.isEmpty() ? "none" : channelId);
@@ -32,18 +29,11 @@ void MobClick::updateOnlineConfig() {
         Notifications::OnlineConfigDidFinishedNotification);
   });
 }
-bool MobClick::started() { return kits().analyticsStarted; }
-QString MobClick::appKey() { return kits().analyticsKey; }
 
-void UMFeedback::setAppkey(const QString& key) { kits().feedbackKey = key; }
-QString UMFeedback::appKey() { return kits().feedbackKey; }
+void UMFeedback::setAppkey(const QString& /*key*/) {}
 
 void WeiboSDK::enableDebugMode(bool) {}
-bool WeiboSDK::registerApp(const QString& appKey) {
-  kits().weiboKey = appKey;
-  return true;
-}
-QString WeiboSDK::registeredAppKey() { return kits().weiboKey; }
+bool WeiboSDK::registerApp(const QString& /*appKey*/) { return true; }
 
 TencentOAuth::TencentOAuth(const QString& appId, QObject* delegate, QObject* parent)
     : QObject(parent), appId_(appId), delegate_(delegate) {
@@ -58,7 +48,6 @@ bool WXApi::registerApp(const QString& appId) {
   kits().weChatId = appId;
   return true;
 }
-QString WXApi::registeredAppId() { return kits().weChatId; }
 bool WXApi::handleOpenURL(const QUrl& url, QObject*) {
   return !kits().weChatId.isEmpty() &&
          url.scheme().compare(kits().weChatId, Qt::CaseInsensitive) == 0;

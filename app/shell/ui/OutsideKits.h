@@ -17,22 +17,18 @@ class MobClick {
   // "Fetches" the online configuration: posts OnlineConfigDidFinishedNotification
   // on the next turn of the event loop.
   static void updateOnlineConfig();
-  static bool started();
-  static QString appKey();
 };
 
 // The feedback kit's key; the feedback form itself is FeedbackViewController.
 class UMFeedback {
  public:
   static void setAppkey(const QString& key);
-  static QString appKey();
 };
 
 class WeiboSDK {
  public:
   static void enableDebugMode(bool on);
   static bool registerApp(const QString& appKey);
-  static QString registeredAppKey();
 };
 
 // The QQ kit's session object. A URL belongs to it when its scheme is
@@ -54,6 +50,5 @@ class TencentOAuth : public QObject {
 class WXApi {
  public:
   static bool registerApp(const QString& appId);
-  static QString registeredAppId();
   static bool handleOpenURL(const QUrl& url, QObject* delegate);
 };

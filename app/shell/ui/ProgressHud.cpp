@@ -46,10 +46,6 @@ void ProgressHud::apply(Mode mode, const QString& status, double progress) {
         Qt::QueuedConnection);
     return;
   }
-  static const char* const kNames[] = {"hidden", "waiting", "progress", "success", "error"};
-  // Progress updates arrive many times a second; log only the first of a run.
-  if (!(mode == Progress && mode_ == Progress && status == status_))
-    history_ << QString::fromLatin1(kNames[mode]) + QLatin1Char(':') + status;
   mode_ = mode;
   status_ = status;
   progress_ = std::clamp(progress, 0.0, 1.0);

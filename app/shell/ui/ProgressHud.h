@@ -6,7 +6,6 @@
 
 #include <QObject>
 #include <QString>
-#include <QStringList>
 #include <QTimer>
 
 class ProgressHud : public QObject {
@@ -40,11 +39,6 @@ class ProgressHud : public QObject {
   // its time (a list's load that ends after a message was shown).
   void dismissWaiting();
 
-  // Every state shown, as "mode:text" ("waiting:计算中...", "error:请重新登录",
-  // "hidden:"), oldest first; for tests and logs.
-  QStringList history() const { return history_; }
-  void clearHistory() { history_.clear(); }
-
  signals:
   void changed();
 
@@ -53,6 +47,5 @@ class ProgressHud : public QObject {
   Mode mode_ = Hidden;
   QString status_;
   double progress_ = 0;
-  QStringList history_;
   QTimer autoDismiss_;
 };

@@ -252,8 +252,8 @@ TEST(Capture, AlbumPhotoThroughCropToTheCountedUpResult) {
                    [&](ResultViewController* r) { vc = r; });
   click(item(crop, "cropOK"));
   ASSERT_TRUE(waitUntil([&] { return vc != nullptr; }, 20000))
-      << detection.detections() << " " << AlertCenter::instance()->alertTitle().toStdString()
-      << " " << hudShown().join(';').toStdString();
+      << detection.detections() << " " << AlertCenter::instance()->alertTitle().toStdString() << " "
+      << hudShown().join(';').toStdString();
   EXPECT_EQ(detection.detections(), 1);
   EXPECT_FALSE(vc->isenablePhoto());  // from the album
   EXPECT_EQ(vc->allResultPoint(),

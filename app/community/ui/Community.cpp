@@ -25,6 +25,7 @@
 #include "community/OtherShare.h"
 #include "community/ui/VoiceRecorder.h"
 #include "service/Endpoints.h"
+#include "service/HeadApi.h"
 #include "service/ItemApi.h"
 #include "service/LocalUserInfo.h"
 #include "service/UserInfoApi.h"
@@ -238,15 +239,15 @@ QVariantMap Community::likeAction(const QVariant& itemVar, bool isLike, const QJ
 void Community::createComment(const QString& itemId, const QString& text, const QJSValue& cb) {
   const UserInfo u = LocalUserInfo::getUserInfo();
   ProgressHud::instance()->showWithStatus(QStringLiteral("评论中..."));
-  CommentApi::createComment(u.username, itemId, u.userlikename, text,
-                            QStringLiteral("rd_add_comments"), [this, cb](bool ok) {
-                              if (ok)
-                                ProgressHud::instance()->dismiss();
-                              else
-                                ProgressHud::instance()->showErrorWithStatus(
-                                    QStringLiteral("网络环境差，请稍候再试！：）"));
-                              call(cb, {ok});
-                            });
+  CommentApi::createComment(
+      u.username, itemId, u.userlikename, text, QStringLiteral("rd_add_comments"),
+      [this, cb](bool ok) {
+        if (ok)
+          ProgressHud::instance()->dismiss();
+        else
+          ProgressHud::instance()->showErrorWithStatus(HeadApi::kNetworkErrorText);
+        call(cb, {ok});
+      });
 }
 
 void Community::signUp(const QString& number, const QString& password, const QString& name,
@@ -270,8 +271,7 @@ void Community::logIn(const QString& number, const QString& password, bool reset
           if (!LocalUserInfo::firstLoginDone()) LocalUserInfo::setFirstLoginDone(true);
           emit sessionChanged();
         } else {
-          ProgressHud::instance()->showErrorWithStatus(
-              QStringLiteral("网络环境差，请稍候再试！：）"));
+          ProgressHud::instance()->showErrorWithStatus(HeadApi::kNetworkErrorText);
         }
         call(cb, {ok});
       });

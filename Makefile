@@ -7,7 +7,7 @@ CMAKE_ARGS ?=
 export CCACHE_BASEDIR := $(CURDIR)
 export CCACHE_NOHASHDIR := 1
 
-.PHONY: run test test-asan setup build build-asan bench clean format
+.PHONY: run test test-asan setup build build-asan bench clean format qmllint
 
 setup:
 	@scripts/setup.sh
@@ -24,6 +24,10 @@ run: build
 
 test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 900
+
+# qmllint over the app's QML module (also one of the tests).
+qmllint: build
+	@env -u MAKELEVEL cmake --build $(BUILD) --target rongdian_ui_qmllint
 
 # The unit tests once more, built with AddressSanitizer and UBSan.
 $(ASAN_BUILD)/CMakeCache.txt:

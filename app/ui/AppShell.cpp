@@ -6,7 +6,7 @@
 #include <QSettings>
 #include <QtQml>
 
-#include "community/ui/Community.h"
+#include "community/ui/PhotoCache.h"
 #include "face/CaptureFlow.h"
 #include "face/FaceppClient.h"
 #include "face/ui/CaptureController.h"
@@ -22,35 +22,29 @@
 #include "shell/ui/ProgressHud.h"
 #include "shell/ui/PushClient.h"
 #include "shell/ui/QtTexts.h"
+#include "ui/QmlTypes.h"
+
+// The module's type registration, generated from ui/QmlTypes.h; the module
+// runs it when it is first imported.
+void qml_register_types_Rongdian();
 
 AppShell::AppShell(QObject* parent) : QObject(parent) {
   QtTexts::install();
-  registerQmlTypes();
+  // A reference the linker sees, so that the registration (alone in its
+  // object file) stays in the app.
+  volatile auto registration = &qml_register_types_Rongdian;
+  (void)registration;
   installAdapters();
-  Community::installImageCache(&engine_);
+  installPhotoCache(&engine_);
   delegate_ = new AppDelegate(this);
-  qmlRegisterSingletonInstance("Rongdian", 1, 0, "App", delegate_);
+  QmlTypes::app = delegate_;
   capture_ = new CaptureController(this);
-  qmlRegisterSingletonInstance("Rongdian", 1, 0, "Capture", capture_);
+  QmlTypes::capture = capture_;
   engine_.addImageProvider(QStringLiteral("capture"), new CaptureImages);
 }
 
 AppShell::~AppShell() {
   if (push_) push_->close();
-}
-
-void AppShell::registerQmlTypes() {
-  static bool done = false;
-  if (done) return;
-  done = true;
-  qmlRegisterSingletonInstance("Rongdian", 1, 0, "Hud", ProgressHud::instance());
-  qmlRegisterSingletonInstance("Rongdian", 1, 0, "MessageBar", MessageBarModel::instance());
-  qmlRegisterSingletonInstance("Rongdian", 1, 0, "Alerts", AlertCenter::instance());
-  qmlRegisterUncreatableType<ProgressHud>("Rongdian", 1, 0, "ProgressHud", "the app's display");
-  qmlRegisterUncreatableType<NumberJump>("Rongdian", 1, 0, "NumberJump", "made by its screen");
-  qmlRegisterUncreatableType<ResultViewController>("Rongdian", 1, 0, "ResultLogic",
-                                                   "made by the capture flow");
-  Community::registerQmlTypes();
 }
 
 void AppShell::installAdapters() {
@@ -105,9 +99,9 @@ bool AppShell::start(const Options& options) {
     push_->setDeviceToken(LocalUserInfo::deviceToken());
     delegate_->setPushClient(push_);
   }
-  engine_.addImportPath(QStringLiteral("qrc:/qml"));
+  engine_.addImportPath(QStringLiteral("qrc:/qt/qml"));
   delegate_->setRootBuilder([this]() -> QObject* {
-    engine_.load(QUrl(QStringLiteral("qrc:/qml/Main.qml")));
+    engine_.load(QUrl(QStringLiteral("qrc:/qt/qml/Rongdian/Main.qml")));
     auto* nav = navigation();
     if (!nav) return nullptr;
     return currentScreen();
@@ -123,7 +117,7 @@ QQuickWindow* AppShell::window() const {
 
 QQuickItem* AppShell::navigation() const {
   auto* w = window();
-  return w ? w->findChild<QQuickItem*>(QStringLiteral("navigation")) : nullptr;
+  return w ? qvariant_cast<QQuickItem*>(w->property("navigation")) : nullptr;
 }
 
 QQuickItem* AppShell::currentScreen() const {

@@ -27,8 +27,6 @@ class AppShell : public QObject {
   explicit AppShell(QObject* parent = nullptr);
   ~AppShell() override;
 
-  // Registers the QML types and singletons (module "Rongdian"); once per process.
-  static void registerQmlTypes();
   // Routes the core library's alert, progress and message-bar adapters to the
   // app's overlays.
   static void installAdapters();

@@ -15,9 +15,11 @@ ApplicationWindow {
     color: "white"
     font.family: "Noto Sans CJK SC"
 
+    // The navigation stack, as the shell reads it.
+    readonly property StackView navigation: stack
+
     StackView {
-        id: navigation
-        objectName: "navigation"
+        id: stack
         anchors.fill: parent
         initialItem: MenusViewController {}
     }
@@ -44,17 +46,17 @@ ApplicationWindow {
     Connections {
         target: App
         function onPushRequested(url, properties) {
-            navigation.push(url, properties)
+            stack.push(url, properties)
         }
         function onPopRequested() {
-            if (navigation.depth > 1)
-                navigation.pop()
+            if (stack.depth > 1)
+                stack.pop()
         }
         function onReplaceRequested(url, properties) {
-            if (navigation.depth > 1)
-                navigation.replace(url, properties)
+            if (stack.depth > 1)
+                stack.replace(url, properties)
             else
-                navigation.push(url, properties)
+                stack.push(url, properties)
         }
         function onPopupRequested(url, properties) {
             popupHost.present(url, properties)

@@ -19,7 +19,7 @@
 
 #include "../support/ServerProcess.h"
 #include "../ui/UiTestSupport.h"
-#include "community/ui/Community.h"
+#include "community/ui/Records.h"
 #include "face/FaceScoring.h"
 #include "face/ui/CaptureController.h"
 #include "face/ui/ResultViewController.h"
@@ -205,7 +205,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   // On screen: the newest feed shows it at the top.
   QObject* showTable = item("showTableView")->property("table").value<QObject*>();
   ASSERT_TRUE(waitUntil([&] { return showTable->property("count").toInt() == 1; }));
-  const QVariantMap row = Community::instance()->toMap(rowOf(showTable, 0));
+  const QVariantMap row = recordMap(rowOf(showTable, 0));
   EXPECT_EQ(row["imgmessage"].toString(), "第一次来，给个赞吧");
   EXPECT_EQ(row["lookscorebasis"].toString(), score);
   ASSERT_TRUE(waitUntil([] { return photoShown(item("showTableView")); }));
@@ -268,10 +268,10 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
   QMetaObject::invokeMethod(item("MenusFeeds"), "reloadShowTableview", Q_ARG(QVariant, false));
   ASSERT_TRUE(waitUntil([&] {
     return showTable->property("count").toInt() == 1 &&
-           Community::instance()->toMap(rowOf(showTable, 0))["commentNum"].toInt() == 1;
+           recordMap(rowOf(showTable, 0))["commentNum"].toInt() == 1;
   }));
-  EXPECT_EQ(Community::instance()->toMap(rowOf(showTable, 0))["like"].toString(), "1");
-  EXPECT_EQ(Community::instance()->toMap(rowOf(showTable, 0))["lookscorebasis"].toString(),
+  EXPECT_EQ(recordMap(rowOf(showTable, 0))["like"].toString(), "1");
+  EXPECT_EQ(recordMap(rowOf(showTable, 0))["lookscorebasis"].toString(),
             QString::number(score.toInt() + 100));
   screenshot("11-home-badge");
 

@@ -13,7 +13,10 @@
 
 #include "../support/ServerProcess.h"
 #include "UiTestSupport.h"
-#include "community/ui/Community.h"
+#include "community/ui/Contact.h"
+#include "community/ui/Records.h"
+#include "community/ui/Session.h"
+#include "community/ui/Sharing.h"
 #include "service/Endpoints.h"
 #include "service/HeadApi.h"
 #include "service/ItemApi.h"
@@ -83,8 +86,8 @@ void collect(QQuickItem* root, const QString& name, QList<QQuickItem*>& out) {
 // The feed's record of the photo with `message`.
 QVariantMap rowWithMessage(QObject* table, const QString& message) {
   for (int i = 0; i < table->property("count").toInt(); ++i)
-    if (Community::instance()->toMap(rowOf(table, i))["imgmessage"] == message)
-      return Community::instance()->toMap(rowOf(table, i));
+    if (recordMap(rowOf(table, i))["imgmessage"] == message)
+      return recordMap(rowOf(table, i));
   return {};
 }
 
@@ -165,11 +168,11 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   EXPECT_EQ(hudSaid("error:未安装微信客户端"), "error:未安装微信客户端");
   EXPECT_TRUE(shown(item(share, "popShardView")));
   press(item(share, "savePictureButton"));
-  ASSERT_TRUE(waitUntil([] { return !Community::instance()->lastSavedPicture().isEmpty(); }));
-  const QString saved = Community::instance()->lastSavedPicture();
+  ASSERT_TRUE(waitUntil([] { return !Sharing::instance()->lastSavedPicture().isEmpty(); }));
+  const QString saved = Sharing::instance()->lastSavedPicture();
   EXPECT_TRUE(QFile::exists(saved));
   QFile::remove(saved);
-  EXPECT_EQ(Community::instance()->sentRequests(), 0);
+  EXPECT_EQ(Sharing::instance()->sentRequests(), 0);
   back();  // to the item page
   back();  // to home
 
@@ -195,7 +198,7 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   QQuickItem* header = item("ShowOneCell");
   ASSERT_TRUE(header);
   QQuickItem* dislike = item(header, "btnunLike");
-  const QVariantMap topItem = Community::instance()->toMap(header->property("item"));
+  const QVariantMap topItem = recordMap(header->property("item"));
   const QString likesBefore = topItem["like"].toString();
   press(dislike);
   ASSERT_TRUE(waitUntil([&] { return dislike->isEnabled(); }));
@@ -241,7 +244,7 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   press(item(mine, "rightBtn"));
   EXPECT_EQ(text(item(mine, "rightBtn")), "完成");
   screenshot("community_my_photos");
-  const QString gone = Community::instance()->toMap(rowOf(myTable, 0))["itemId"].toString();
+  const QString gone = recordMap(rowOf(myTable, 0))["itemId"].toString();
   clearHudShown();
   press(item(mine, "deleteButton0"));
   // The own list reloads without it ("itemDleteSucceed"), the message stays
@@ -250,11 +253,11 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   EXPECT_EQ(hudShown(),
             (QStringList{"waiting:删除战场中...", "waiting:加载中...", "success:删除成功"}));
   ASSERT_EQ(showTable->property("count").toInt(), 1);
-  EXPECT_NE(Community::instance()->toMap(rowOf(showTable, 0))["itemId"], gone);
+  EXPECT_NE(recordMap(rowOf(showTable, 0))["itemId"], gone);
 
   // The other photo goes from another phone; liking it in the feed shows
   // the server's message and the numbers of before.
-  const QVariantMap other = Community::instance()->toMap(rowOf(showTable, 0));
+  const QVariantMap other = recordMap(rowOf(showTable, 0));
   bool removed = false;
   ItemApi::deleteItem(other["itemId"].toString(), "rd_remove_item", [&](bool ok) { removed = ok; });
   ASSERT_TRUE(waitUntil([&] { return removed; }));
@@ -315,7 +318,7 @@ TEST(CommunityUi, SignUpChecksNamePopupAndTheOneTimePasswordReset) {
   reply.insert("username", "13900000009");
   LocalUserInfo::storeUserDic(reply);
   LocalUserInfo::setFirstLoginDone(false);
-  ASSERT_TRUE(Community::instance()->hasOldName());
+  ASSERT_TRUE(Session::instance()->hasOldName());
   app().delegate()->presentPopup("UserLogInViewController", (QVariantMap{{"type", "set"}}));
   ASSERT_TRUE(waitUntil([] { return item("UserLogInViewController") != nullptr; }));
   QQuickItem* popup = item("UserLogInViewController");
@@ -363,7 +366,7 @@ TEST(CommunityUi, SignUpChecksNamePopupAndTheOneTimePasswordReset) {
   EXPECT_TRUE(alerts->sheetTitle().endsWith("或者合作请联系我。" + server.url() + "/app#contact"));
   QTest::keyClick(app().window(), Qt::Key_Escape);  // the sheet's cancel
   ASSERT_TRUE(waitUntil([&] { return !alerts->sheetVisible(); }));
-  const QUrl review(Community::instance()->reviewUrl());
+  const QUrl review(Contact::instance()->reviewUrl());
   ASSERT_TRUE(review.toString().startsWith(server.url() + "/app/review?"));
   const auto page = rdtest::http_request(server.process.port(), "GET",
                                          (review.path() + "?" + review.query()).toStdString());

@@ -14,7 +14,7 @@
 
 #include "UiTestSupport.h"
 #include "community/OtherShare.h"
-#include "community/ui/Community.h"
+#include "community/ui/Sharing.h"
 #include "face/FaceScoring.h"
 #include "face/FaceppClient.h"
 #include "face/Ka_Json.h"
@@ -126,10 +126,10 @@ TEST(Result, OffTheChartHelpSheetOwnPhotoAndSharing) {
   EXPECT_TRUE(shown(panel));
   OtherShare::setInstalledForTesting(false, false, true);
   click(item(panel, "shareButton3004"));
-  ASSERT_TRUE(waitUntil([] { return Community::instance()->sentRequests() == 1; }));
+  ASSERT_TRUE(waitUntil([] { return Sharing::instance()->sentRequests() == 1; }));
   OtherShare::resetInstalled();
   EXPECT_FALSE(shown(panel));
-  const QImage sent = QImage::fromData(Community::instance()->lastRequest().jpeg);
+  const QImage sent = QImage::fromData(Sharing::instance()->lastRequest().jpeg);
   ASSERT_EQ(sent.size(), s->size().toSize());
   // The photo as on screen, not dimmed by the panel.
   const QColor photo = sent.pixelColor(item(s, "imgHead")->mapToItem(s, {20, 20}).toPoint());

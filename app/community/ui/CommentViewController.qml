@@ -17,29 +17,28 @@ BaseViewController {
     onRightClicked: commentRightAction()
 
     function btnSenderMessageAction() {
-        if (!Community.canComment()) {
+        if (!Items.canComment) {
             input.focus = false
             App.pushScreen("LoginViewController", {})
             return
         }
-        const error = Community.commentError(input.text)
+        const error = Items.commentError(input.text)
         if (error.length > 0) {
             Hud.showErrorWithStatus(error)
             return
         }
-        Community.createComment(itemInfo.itemId, input.text, function (ok) {
-            if (!ok)
-                return
-            comments.refreshData()
-            input.focus = false
-            input.text = ""
-            const n = Number(screen.itemInfo.commentNum || 0) + 1
-            screen.commentCountText = String(n)
-            const copy = Object.assign({}, screen.itemInfo)
-            copy.commentNum = n
-            screen.itemInfo = copy
-            Community.itemChanged(copy)
-        })
+        Items.createComment(itemInfo.itemId, input.text)
+    }
+    function commentSent() {
+        comments.refreshData()
+        input.focus = false
+        input.text = ""
+        const n = Number(screen.itemInfo.commentNum || 0) + 1
+        screen.commentCountText = String(n)
+        const copy = Object.assign({}, screen.itemInfo)
+        copy.commentNum = n
+        screen.itemInfo = copy
+        Items.itemChanged(copy)
     }
     function commentRightAction() {
         if (comments.count === 0) {
@@ -48,7 +47,7 @@ BaseViewController {
         }
         const arr = []
         for (let i = 0; i < comments.count; ++i)
-            arr.push(Community.toMap(comments.get(i)))
+            arr.push(FeedRows.toMap(comments.get(i)))
         App.pushScreen("ShareViewController", {
                            "arrComment": arr,
                            "itemInfo": screen.itemInfo
@@ -58,12 +57,30 @@ BaseViewController {
         input.focus = false
     }
 
-    // The same item changed elsewhere, or a refused like put its numbers back.
+    // The like under way (its request), the like button's tapped look and
+    // that look before the tap.
+    property int likeRequest: 0
+    property bool likeShown: false
+    property bool likedBefore: false
+
     Connections {
-        target: Community
+        target: Items
+        // The same item changed elsewhere, or a like here or a refused one
+        // changed its numbers: the labels follow itemInfo.
         function onItemChanged(changed) {
             if (changed.itemId !== undefined && changed.itemId === screen.itemInfo.itemId)
                 screen.itemInfo = Object.assign({}, screen.itemInfo, changed)
+        }
+        function onCommentAnswered(itemId, ok) {
+            if (ok && itemId === screen.itemInfo.itemId)
+                screen.commentSent()
+        }
+        function onLikeAnswered(request, ok, refused) {
+            if (request !== screen.likeRequest)
+                return
+            screen.likeRequest = 0
+            if (refused)
+                screen.likeShown = screen.likedBefore
         }
     }
     CommentTableView {
@@ -110,7 +127,7 @@ BaseViewController {
                 x: 48
                 y: 268
                 text: screen.itemInfo.lookscorebasis || ""
-                color: Community.scoreColor(text)
+                color: FeedRows.scoreColor(text)
                 font.pixelSize: 18
                 font.bold: true
             }
@@ -130,17 +147,13 @@ BaseViewController {
                 anchors.right: parent.right
                 anchors.rightMargin: 50
                 y: 264
-                text: Community.likeTitle(screen.itemInfo.like)
+                text: FeedRows.likeTitle(screen.itemInfo.like)
+                enabled: screen.likeRequest === 0
+                liked: screen.likeShown
                 onClicked: {
-                    const wasLiked = btnLike.liked
-                    btnLike.enabled = false
-                    btnLike.liked = true
-                    screen.itemInfo = Community.likeAction(screen.itemInfo, true, function (ok, score, like, refused) {
-                        // The labels follow itemInfo, which holds the new values.
-                        btnLike.enabled = true
-                        if (refused)
-                            btnLike.liked = wasLiked
-                    })
+                    screen.likedBefore = screen.likeShown
+                    screen.likeShown = true
+                    screen.likeRequest = Items.likeAction(screen.itemInfo, true)
                 }
             }
             Label {
@@ -155,19 +168,23 @@ BaseViewController {
             }
         }
         delegate: Rectangle {
+            id: row
+            required property var userlikename
+            required property var createdAt
+            required property var commentmessage
             objectName: "CommentCell"
             width: list.width
             height: Math.max(56, msg.implicitHeight + 34)
             NameBadge {
                 x: 10
                 y: 10
-                name: userlikename || ""
+                name: row.userlikename || ""
             }
             Label {
                 objectName: "laballLikeName"
                 x: 48
                 y: 8
-                text: userlikename || ""
+                text: row.userlikename || ""
                 color: "#666666"
                 font.pixelSize: 12
             }
@@ -175,7 +192,7 @@ BaseViewController {
                 anchors.right: parent.right
                 anchors.rightMargin: 10
                 y: 8
-                text: Community.timeLabel(createdAt || "")
+                text: FeedRows.timeLabel(row.createdAt || "")
                 color: "#aaaaaa"
                 font.pixelSize: 11
             }
@@ -186,7 +203,7 @@ BaseViewController {
                 y: 26
                 width: parent.width - 58
                 wrapMode: Text.Wrap
-                text: commentmessage || ""
+                text: row.commentmessage || ""
                 font.pixelSize: 14
             }
             Rectangle {
@@ -203,7 +220,7 @@ BaseViewController {
         anchors.left: parent.left
         anchors.right: parent.right
         anchors.bottom: parent.bottom
-        anchors.bottomMargin: Qt.inputMethod.visible ? Qt.inputMethod.keyboardRectangle.height : 0
+        anchors.bottomMargin: App.keyboardHeight
         height: 48
         color: "#f4f4f4"
         TextField {

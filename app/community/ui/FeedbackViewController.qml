@@ -15,19 +15,22 @@ BaseViewController {
         if (sending || recorder.recording)
             return
         sending = true
-        Community.sendFeedback(feedback.text, recorder.filePath, function (ok) {
-            // The user may have left the form while it was being sent.
-            if (typeof screen === "undefined" || screen === null)
-                return
+        Contact.sendFeedback(feedback.text, recorder.filePath)
+    }
+    onRightClicked: send()
+
+    // A form left while it was being sent hears nothing more.
+    Connections {
+        target: Contact
+        function onFeedbackAnswered(ok) {
             screen.sending = false
             if (!ok)
                 return
             recorder.discard()
             if (screen.StackView.status === StackView.Active)
                 App.popScreen()
-        })
+        }
     }
-    onRightClicked: send()
 
     VoiceRecorder {
         id: recorder

@@ -18,7 +18,7 @@ BaseViewController {
         textPassword.focus = false
     }
     function signUpAction() {
-        const error = Community.signUpError(textEail.text, textPassword.text)
+        const error = Session.signUpError(textEail.text, textPassword.text)
         if (error.length > 0) {
             Hud.showErrorWithStatus(error)
             return
@@ -29,10 +29,7 @@ BaseViewController {
                          })
     }
     function loginSuccess(name) {
-        Community.signUp(textEail.text, textPassword.text, name, function (ok) {
-            if (ok)
-                screen.dismissPopupVC()
-        })
+        Session.signUp(textEail.text, textPassword.text, name)
     }
     function rightBtnAction() {
         dismissallKeyboard()
@@ -51,9 +48,15 @@ BaseViewController {
     }
 
     Connections {
-        target: Community
+        target: Notices
         function onFadeViewAction() {
             App.dismissPopup()
+        }
+    }
+    Connections {
+        target: Session
+        function onSignedUp() {
+            screen.dismissPopupVC()
         }
     }
 
@@ -66,7 +69,7 @@ BaseViewController {
         id: loginView
         objectName: "loginView"
         anchors.horizontalCenter: parent.horizontalCenter
-        y: Qt.inputMethod.visible ? 20 : 60
+        y: App.keyboardHeight > 0 ? 20 : 60
         width: parent.width - 40
         spacing: 14
         Label {
@@ -97,7 +100,7 @@ BaseViewController {
         }
     }
     Component.onCompleted: {
-        if (Community.needsRelogin())
+        if (Session.needsRelogin)
             rightBtnAction()
     }
 }

@@ -3,7 +3,6 @@
 // "容点榜" was chosen, is the ranking. Also the account refresh with the
 // unread badge and the one-time password prompt.
 import QtQuick
-import QtQuick.Controls
 import Rongdian
 
 Item {
@@ -30,18 +29,18 @@ Item {
         valueTable.refreshData()
     }
     function loadFristPoint() {
-        Community.loadFristPoint(function (item) {
-            feeds.arrHead = [item]
-        })
+        Items.loadFristPoint()
     }
+    property int userRequest: 0
     function loadSetData() {
-        Community.loadSetData(function (user) {
-            if (feeds.menusVC)
-                feeds.menusVC.setleftBtnRedNum(user.numComments)
-            if (user.user_type === "payment" && !Community.firstLoginDone())
-                Alerts.alert("容点，感谢20亿次的使用", "由于更换更大性能的服务器\n请主人重新设置密码哟：）",
-                             ["去设置"])
-        })
+        userRequest = Session.refreshUser()
+    }
+    function userLoaded(user) {
+        if (feeds.menusVC)
+            feeds.menusVC.setleftBtnRedNum(user.numComments)
+        if (user.user_type === "payment" && !Session.firstLoginDone)
+            Alerts.alert("容点，感谢20亿次的使用", "由于更换更大性能的服务器\n请主人重新设置密码哟：）",
+                         ["去设置"])
     }
     function openItem(item) {
         App.pushScreen("CommentViewController", {
@@ -59,11 +58,24 @@ Item {
     }
 
     Connections {
-        target: Community
+        target: Items
         function onItemChanged(changed) {
             showTable.updateRecords("itemId", changed)
             valueTable.updateRecords("itemId", changed)
         }
+        function onTopItemChanged() {
+            feeds.arrHead = [Items.topItem]
+        }
+    }
+    Connections {
+        target: Session
+        function onUserRefreshed(request, user) {
+            if (request === feeds.userRequest)
+                feeds.userLoaded(user)
+        }
+    }
+    Connections {
+        target: Notices
         // A photo its owner deleted leaves both feeds; when it was the top
         // item, the next one takes its place.
         function onItemDleteSucceed(itemId) {
@@ -96,7 +108,7 @@ Item {
         }
     }
     Connections {
-        target: Community
+        target: Notices
         function onSharMessageSuccded() {
             showTable.refreshData()
             showView.positionViewAtBeginning()
@@ -150,8 +162,9 @@ Item {
             }
             header: feeds.arrHead.length > 0 ? headerComponent : null
             delegate: ShowCell {
+                required property var modelData
                 width: showView.width
-                item: Community.toMap(modelData)
+                item: FeedRows.toMap(modelData)
                 menusVC: feeds.menusVC
                 onTapped: feeds.openItem(shown)
                 onHeadTapped: feeds.openPerson(shown)
@@ -165,10 +178,12 @@ Item {
             height: pager.height
             table: valueTable
             delegate: ShowCell {
+                required property int index
+                required property var modelData
                 width: valueView.width
                 ranking: true
                 row: index
-                item: Community.toMap(modelData)
+                item: FeedRows.toMap(modelData)
                 menusVC: feeds.menusVC
                 onTapped: feeds.openItem(shown)
                 onHeadTapped: feeds.openPerson(shown)
@@ -192,7 +207,7 @@ Item {
 
     Component.onCompleted: {
         reloadShowTableview(true)
-        if (Community.canLoadAccount())
+        if (Session.canLoadAccount)
             loadSetData()
     }
 }

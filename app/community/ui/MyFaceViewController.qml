@@ -30,7 +30,7 @@ BaseViewController {
     }
     // A deleted photo leaves every list through "itemDleteSucceed".
     function deleteRow(row) {
-        Community.deleteItem(Community.toMap(table.get(row)).itemId, null)
+        Items.deleteItem(FeedRows.toMap(table.get(row)).itemId)
     }
 
     MyFaceTableView {
@@ -39,8 +39,11 @@ BaseViewController {
         itemId: screen.itemId
     }
     Connections {
-        target: Community
+        target: Notices
         function onItemDleteSucceed(itemId) { table.refreshData() }
+    }
+    Connections {
+        target: Items
         function onItemChanged(changed) { table.updateRecords("itemId", changed) }
     }
     FeedList {
@@ -49,18 +52,21 @@ BaseViewController {
         anchors.fill: parent
         table: table
         delegate: Item {
+            id: row
+            required property int index
+            required property var modelData
             width: list.width
             height: cell.height
             ShowCell {
                 id: cell
                 width: parent.width - (deleteButton.visible ? 70 : 0)
-                item: Community.toMap(modelData)
+                item: FeedRows.toMap(row.modelData)
                 onTapped: screen.didSelectItem(shown)
                 onHeadTapped: screen.didSelectItem(shown)
             }
             Button {
                 id: deleteButton
-                objectName: "deleteButton" + index
+                objectName: "deleteButton" + row.index
                 // The delete style only while editState is false (the user's own list).
                 visible: !screen.editState && screen.editing
                 anchors.right: parent.right
@@ -78,7 +84,7 @@ BaseViewController {
                 background: Rectangle {
                     color: deleteButton.down ? "#c04848" : "#e05a5a"
                 }
-                onClicked: screen.deleteRow(index)
+                onClicked: screen.deleteRow(row.index)
             }
         }
     }
@@ -86,6 +92,6 @@ BaseViewController {
         if (jumpType === "set")
             editState = false
         table.refreshData()
-        Community.post("clearAllNewsNum")
+        Notices.post("clearAllNewsNum")
     }
 }

@@ -13,7 +13,7 @@ Rectangle {
     Label {
         id: badgeText
         anchors.centerIn: parent
-        text: Community.nameBadge(parent.name)
+        text: FeedRows.nameBadge(parent.name)
         color: "white"
         font.pixelSize: 15
     }

@@ -19,8 +19,8 @@ Item {
         anchors.fill: parent
         fillMode: Image.PreserveAspectCrop
         // Decoded at the size it is shown at, not at the photo's own.
-        sourceSize: Qt.size(Math.ceil(root.width * Screen.devicePixelRatio),
-                            Math.ceil(root.height * Screen.devicePixelRatio))
+        sourceSize.width: Math.ceil(root.width * Screen.devicePixelRatio)
+        sourceSize.height: Math.ceil(root.height * Screen.devicePixelRatio)
         clip: true
         asynchronous: true
         cache: true

@@ -26,24 +26,28 @@ BaseViewController {
         anchors.fill: parent
         table: table
         delegate: Rectangle {
+            id: row
+            required property int index
+            required property var userlikename
+            required property var commentmessage
             width: list.width
             height: 52
             objectName: "selectCommentRow" + index
             MouseArea {
                 anchors.fill: parent
-                onClicked: screen.didSelectCommentTableView(table.get(index))
+                onClicked: screen.didSelectCommentTableView(table.get(row.index))
             }
             NameBadge {
                 x: 10
                 y: 10
-                name: userlikename || ""
+                name: row.userlikename || ""
             }
             Label {
                 x: 48
                 y: 16
                 width: parent.width - 58
                 elide: Text.ElideRight
-                text: commentmessage || ""
+                text: row.commentmessage || ""
                 font.pixelSize: 14
             }
             Rectangle {

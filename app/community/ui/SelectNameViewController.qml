@@ -14,7 +14,7 @@ Rectangle {
     color: "white"
 
     function disSelectVCAction() {
-        const error = Community.nameError(textName.text)
+        const error = Session.nameError(textName.text)
         if (error.length > 0) {
             Hud.showErrorWithStatus(error)
             return
@@ -59,7 +59,7 @@ Rectangle {
             placeholderText: "名字"
             focus: true
             onTextChanged: if (text.length > 0)
-                               labUserName.text = Community.nameBadge(text) // textFieldDidChange
+                               labUserName.text = FeedRows.nameBadge(text) // textFieldDidChange
             onAccepted: popup.disSelectVCAction()
         }
         Button {

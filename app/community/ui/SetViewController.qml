@@ -12,27 +12,26 @@ BaseViewController {
     property string showType: ""
     property bool badgeVisible: false
     property string badgeText: ""
-    property bool logged: Community.loggedIn
+    property bool logged: Session.loggedIn
 
     function isShowUnreadNum(n) {
         const b = App.badgeFor(n === undefined || n === null ? 0 : n)
         badgeVisible = b.visible
         badgeText = b.text
     }
+    property int userRequest: 0
     function loadSetData() {
-        Community.loadSetData(function (user) {
-            screen.isShowUnreadNum(user.numComments)
-        })
+        userRequest = Session.refreshUser()
     }
     function setUserTypeView() {
-        logged = Community.loggedIn
+        logged = Session.loggedIn
     }
     function myselfVCAction() {
-        if (!Community.loggedIn) {
+        if (!Session.loggedIn) {
             Hud.showErrorWithStatus("主人,请注册或登录")
             return
         }
-        const u = Community.user
+        const u = Session.user
         App.pushScreen("MyFaceViewController", {
                            "userLikeName": u.userlikename,
                            "userName": u.username,
@@ -40,22 +39,22 @@ BaseViewController {
                        })
     }
     function oneAction() { App.pushScreen("FeedbackViewController", {}) }
-    function twoAction() { Alerts.actionSheet(Community.contactText(), [], "取消") }
+    function twoAction() { Alerts.actionSheet(Contact.contactText, [], "取消") }
     // The review page in the browser; without one, its address to type in.
     function threwAction() {
-        const url = Community.reviewUrl()
+        const url = Contact.reviewUrl
         if (!Qt.openUrlExternally(url))
             Hud.showErrorWithStatus("没有可打开网页的浏览器，请访问 " + url)
     }
     function logoutAlert() { Alerts.alert("温馨提示", "是否退出登录", ["取消", "确定"]) }
     function fourAction() {
-        if (Community.loggedIn)
+        if (Session.loggedIn)
             logoutAlert()
         else
             App.pushScreen("LoginViewController", {})
     }
     function loginAction() {
-        if (Community.loggedIn)
+        if (Session.loggedIn)
             logoutAlert()
         else
             App.presentPopup("UserLogInViewController", {
@@ -65,18 +64,25 @@ BaseViewController {
     }
 
     Connections {
-        target: Community
+        target: Notices
         function onUserloginsucceed() { screen.setUserTypeView() }
         function onClearAllNewsNum() { screen.isShowUnreadNum(0) }
         function onUpdataNewsNum() { screen.loadSetData() }
+    }
+    Connections {
+        target: Session
         function onSessionChanged() { screen.setUserTypeView() }
+        function onUserRefreshed(request, user) {
+            if (request === screen.userRequest)
+                screen.isShowUnreadNum(user.numComments)
+        }
     }
     Connections {
         target: Alerts
         function onAlertAnswered(title, index) {
             if (title !== "温馨提示" || index !== 1 || !screen.logged)
                 return
-            Community.logout()
+            Session.logout()
             Hud.showSuccessWithStatus("退出成功")
             screen.setUserTypeView()
         }
@@ -96,7 +102,7 @@ BaseViewController {
                 width: 46
                 height: 46
                 radius: 23
-                name: screen.logged ? (Community.user.userlikename || "") : ""
+                name: screen.logged ? (Session.user.userlikename || "") : ""
             }
             Label {
                 id: lablikeName
@@ -104,7 +110,7 @@ BaseViewController {
                 x: 76
                 y: 20
                 visible: screen.logged
-                text: Community.user.userlikename || ""
+                text: Session.user.userlikename || ""
                 font.pixelSize: 17
             }
             Label {
@@ -112,7 +118,7 @@ BaseViewController {
                 objectName: "labUserScore"
                 x: 76
                 y: 50
-                text: screen.logged ? "用户金币: " + Community.user.userScore : "用户金币: 无"
+                text: screen.logged ? "用户金币: " + Session.user.userScore : "用户金币: 无"
                 color: "#888888"
                 font.pixelSize: 13
                 MouseArea {
@@ -134,6 +140,8 @@ BaseViewController {
             model: [["myself", "我的照片"], ["one", "意见反馈"], ["two", "联系我们"], ["threw", "给容点评分"],
                 ["four", screen.logged ? "退出登录" : "注册"]]
             delegate: ItemDelegate {
+                id: entry
+                required property var modelData
                 objectName: "entry_" + modelData[0]
                 width: parent.width
                 height: 50
@@ -149,8 +157,8 @@ BaseViewController {
                 }
                 Image {
                     id: unredRedImg
-                    objectName: modelData[0] === "myself" ? "unredRedImg" : ""
-                    visible: modelData[0] === "myself" && screen.badgeVisible
+                    objectName: entry.modelData[0] === "myself" ? "unredRedImg" : ""
+                    visible: entry.modelData[0] === "myself" && screen.badgeVisible
                     anchors.right: parent.right
                     anchors.rightMargin: 16
                     anchors.verticalCenter: parent.verticalCenter
@@ -158,7 +166,7 @@ BaseViewController {
                     height: 20
                     source: "qrc:/pictures/menus_unReadRed.png"
                     Label {
-                        objectName: modelData[0] === "myself" ? "unredRedLab" : ""
+                        objectName: entry.modelData[0] === "myself" ? "unredRedLab" : ""
                         anchors.centerIn: parent
                         text: screen.badgeText
                         color: "white"
@@ -174,7 +182,7 @@ BaseViewController {
                                  "setVC": screen,
                                  "type": "set"
                              })
-        if (Community.loggedIn)
+        if (Session.loggedIn)
             loadSetData()
         isShowUnreadNum(unReadNum)
     }

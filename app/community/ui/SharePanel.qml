@@ -45,24 +45,24 @@ Item {
     // The four targets: the target's message while its app is missing (the
     // panel stays), otherwise the panel closes and the picture is sent.
     function sharOtherAction(tag) {
-        if (!Community.isShareTag(tag))
+        if (!Sharing.isShareTag(tag))
             return
-        if (!Community.isInstalled(tag)) {
-            Community.sharOtherAction(tag, null)
+        if (!Sharing.isInstalled(tag)) {
+            Sharing.sharOtherAction(tag, null)
             return
         }
         disAble()
         takePicture(function (image) {
-            Community.sharOtherAction(tag, image)
+            Sharing.sharOtherAction(tag, image)
         })
     }
     function saveAction() {
         takePicture(function (image) {
-            Community.savePicture(image)
+            Sharing.savePicture(image)
         })
     }
     function copyAction() {
-        Community.copyText(3002)
+        Sharing.copyText(3002)
     }
 
     anchors.fill: parent
@@ -105,6 +105,7 @@ Item {
             Repeater {
                 model: sheet.targets
                 delegate: Button {
+                    required property var modelData
                     objectName: "shareButton" + modelData[0]
                     width: 68
                     text: modelData[1]

@@ -17,7 +17,7 @@ BaseViewController {
     onRightClicked: shardAction()
 
     function shardAction() { panel.showAnima() }
-    function updataCommenView(c) { comment = Community.toMap(c) }
+    function updataCommenView(c) { comment = FeedRows.toMap(c) }
     function sharOtherAction(tag) { panel.sharOtherAction(tag) }
     // The edit buttons stay out of the picture; they come back unless the
     // item has exactly one comment.
@@ -54,7 +54,7 @@ BaseViewController {
             x: 10
             y: 268
             text: "容点 " + (screen.itemInfo.lookscorebasis || "")
-            color: Community.scoreColor(screen.itemInfo.lookscorebasis || "")
+            color: FeedRows.scoreColor(screen.itemInfo.lookscorebasis || "")
             font.pixelSize: 16
             font.bold: true
         }

@@ -20,14 +20,33 @@ Rectangle {
     signal tapped
     signal headTapped
 
-    readonly property var rankInfo: Community.rank(row)
+    readonly property var rankInfo: FeedRows.rank(row)
 
-    // The same item changed elsewhere (its page, another list): show it.
+    // The like under way from this cell: its request, its button, whether it
+    // was a like, and the button's state before.
+    property int likeRequest: 0
+    property Item likeButton: null
+    property bool likeIsLike: true
+    property bool likedBefore: false
+
     Connections {
-        target: Community
+        target: Items
+        // The same item changed (a like here, its page, another list): show it.
         function onItemChanged(changed) {
             if (changed.itemId !== undefined && changed.itemId === cell.shown.itemId)
                 cell.changed = changed
+        }
+        function onLikeAnswered(request, ok, refused) {
+            if (request !== cell.likeRequest || !cell.likeButton)
+                return
+            cell.likeRequest = 0
+            cell.likeButton.enabled = true
+            if (refused)
+                cell.likeButton.liked = cell.likedBefore // the vote did not count: the button as it was
+            // The score and like labels follow the item, which already holds
+            // the answer's values; the dislike title shows the like count.
+            if (ok && !cell.likeIsLike)
+                btnunLike.text = FeedRows.unlikeTitle(cell.shown.like)
         }
     }
     width: parent ? parent.width : 320
@@ -36,18 +55,12 @@ Rectangle {
     objectName: header ? "ShowOneCell" : (ranking ? "ValueCell" : "ShowCell")
 
     function likeAction(isLike, button) {
-        const wasLiked = button.liked
+        likedBefore = button.liked
+        likeButton = button
+        likeIsLike = isLike
         button.enabled = false
         button.liked = true
-        cell.changed = Community.likeAction(cell.shown, isLike, function (ok, score, like, refused) {
-            button.enabled = true
-            if (refused)
-                button.liked = wasLiked // the vote did not count: the button as it was
-            // The score and like labels follow the item, which already holds
-            // the answer's values; the dislike title shows the like count.
-            if (ok && !isLike)
-                btnunLike.text = Community.unlikeTitle(like)
-        })
+        likeRequest = Items.likeAction(cell.shown, isLike)
         kiss.play()
     }
     // shakeView: a short shake of the tapped view.
@@ -107,7 +120,7 @@ Rectangle {
         anchors.rightMargin: 10
         y: 8
         text: cell.shown.lookscorebasis || ""
-        color: Community.scoreColor(text)
+        color: FeedRows.scoreColor(text)
         font.pixelSize: 20
         font.bold: true
     }
@@ -128,8 +141,8 @@ Rectangle {
         width: 20
         height: 20
         source: "qrc:/pictures/two.png"
-        visible: cell.ranking ? Community.rankingShowsPhotoMark(cell.shown.isenablePhoto)
-                              : Community.newestShowsPhotoMark(cell.shown.isenablePhoto)
+        visible: cell.ranking ? FeedRows.rankingShowsPhotoMark(cell.shown.isenablePhoto)
+                              : FeedRows.newestShowsPhotoMark(cell.shown.isenablePhoto)
     }
     Row {
         x: 92
@@ -138,14 +151,14 @@ Rectangle {
         LikeButton {
             id: btnLike
             objectName: "btnLike"
-            text: Community.likeTitle(cell.shown.like)
+            text: FeedRows.likeTitle(cell.shown.like)
             onClicked: cell.likeAction(true, btnLike)
         }
         LikeButton {
             id: btnunLike
             objectName: "btnunLike"
             visible: cell.header
-            text: Community.unlikeTitle(cell.shown.unlike)
+            text: FeedRows.unlikeTitle(cell.shown.unlike)
             onClicked: cell.likeAction(false, btnunLike)
         }
         Label {
@@ -162,7 +175,7 @@ Rectangle {
         anchors.right: parent.right
         anchors.rightMargin: 10
         y: 82
-        text: Community.timeLabel(cell.shown.createdAt || "")
+        text: FeedRows.timeLabel(cell.shown.createdAt || "")
         color: "#aaaaaa"
         font.pixelSize: 11
     }

@@ -20,12 +20,16 @@ Rectangle {
     color: "white"
 
     function disSelectVCAction() {
-        const error = Community.logInError(textName.text, textpassword.text)
+        const error = Session.logInError(textName.text, textpassword.text)
         if (error.length > 0) {
             Hud.showErrorWithStatus(error)
             return
         }
-        Community.logIn(textName.text, textpassword.text, isEnableUpdataPassword, function (ok) {
+        Session.logIn(textName.text, textpassword.text, isEnableUpdataPassword)
+    }
+    Connections {
+        target: Session
+        function onLoggedInAnswered(ok) {
             if (!ok)
                 return
             textName.focus = false
@@ -33,7 +37,7 @@ Rectangle {
             App.dismissPopup()
             if (popup.type === "login" && popup.loginVC)
                 popup.loginVC.loginFinished()
-        })
+        }
     }
 
     Column {
@@ -71,12 +75,12 @@ Rectangle {
         }
     }
     Component.onCompleted: {
-        if (Community.hasOldName()) {
-            isEnableUpdataPassword = !Community.firstLoginDone()
+        if (Session.hasOldName) {
+            isEnableUpdataPassword = !Session.firstLoginDone
             labTitle.text = "请重新设置密码"
-            textName.text = Community.user.userOldName
+            textName.text = Session.user.userOldName
             textName.readOnly = true
-            if (type === "set" && !Community.firstLoginDone())
+            if (type === "set" && !Session.firstLoginDone)
                 textpassword.forceActiveFocus()
         } else {
             isEnableUpdataPassword = false

@@ -17,7 +17,7 @@ Rectangle {
     // disSelectVCAction: validates and hands the text back.
     function disSelectVCAction() {
         const message = textMessage.text
-        const error = Community.photoMessageError(message)
+        const error = Items.photoMessageError(message)
         if (error.length > 0) {
             Hud.showErrorWithStatus(error)
             return

@@ -18,19 +18,21 @@ Item {
     Repeater {
         model: 3
         delegate: Item {
+            id: tick
+            required property int index
             y: chart.plotHeight * (1 - index / 2)
             width: chart.width
             Rectangle {
                 x: chart.axisLeft
                 width: chart.width - chart.axisLeft
                 height: 1
-                color: index === 0 ? "#999999" : "#eeeeee"
+                color: tick.index === 0 ? "#999999" : "#eeeeee"
             }
             Label {
                 anchors.right: parent.left
                 anchors.rightMargin: -chart.axisLeft + 4
                 anchors.verticalCenter: parent.top
-                text: Math.round(chart.maximum * index / 2)
+                text: Math.round(chart.maximum * tick.index / 2)
                 font.pixelSize: 10
                 color: "#999999"
             }
@@ -43,6 +45,8 @@ Item {
         Repeater {
             model: chart.titles.length
             delegate: Item {
+                id: bar
+                required property int index
                 width: (chart.width - chart.axisLeft) / chart.titles.length
                 height: chart.height
                 readonly property real value: {
@@ -50,7 +54,7 @@ Item {
                     return isNaN(v) ? 0 : Math.max(0, Math.min(v, chart.maximum))
                 }
                 Rectangle {
-                    objectName: "bar" + index
+                    objectName: "bar" + bar.index
                     anchors.horizontalCenter: parent.horizontalCenter
                     width: parent.width * 0.5
                     y: chart.plotHeight - height
@@ -67,7 +71,7 @@ Item {
                 Label {
                     anchors.horizontalCenter: parent.horizontalCenter
                     y: chart.plotHeight + 5
-                    text: chart.titles[index]
+                    text: chart.titles[bar.index]
                     font.pixelSize: 13
                     color: "#555555"
                 }

@@ -49,7 +49,8 @@ Rectangle {
             videoOutput: preview
         }
     }
-    readonly property bool readyForCapture: session.item !== null && session.item.imageCapture.readyForCapture
+    readonly property var imageCapture: session.item ? (session.item as CaptureSession).imageCapture : null
+    readonly property bool readyForCapture: imageCapture !== null && imageCapture.readyForCapture
     Item {
         id: previewParent
         anchors.fill: parent
@@ -81,15 +82,18 @@ Rectangle {
                     color: "#00ffffff"
                 }
             }
-            SequentialAnimation on opacity {
+            SequentialAnimation {
                 id: rippleEffect
-                running: false
                 NumberAnimation {
+                    target: ripple
+                    property: "opacity"
                     to: 1
                     duration: 300
                     easing.type: Easing.OutQuad
                 }
                 NumberAnimation {
+                    target: ripple
+                    property: "opacity"
                     to: 0
                     duration: 700
                     easing.type: Easing.OutQuad
@@ -104,7 +108,7 @@ Rectangle {
         }
         function onTakePictureRequested() {
             if (cameraScreen.readyForCapture)
-                session.item.imageCapture.capture()
+                cameraScreen.imageCapture.capture()
         }
     }
 
@@ -125,6 +129,7 @@ Rectangle {
     Repeater {
         model: 2
         delegate: Label {
+            required property int index
             objectName: "eyeMark" + index
             x: cameraScreen.width * (index === 0 ? 0.33 : 0.67) - width / 2
             y: cameraScreen.height * 0.38 - height / 2

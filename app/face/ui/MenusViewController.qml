@@ -5,7 +5,6 @@
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Dialogs
-import QtQuick.Layouts
 import Rongdian
 
 BaseViewController {
@@ -148,6 +147,8 @@ BaseViewController {
             Repeater {
                 model: home.menuTitles.length
                 delegate: AbstractButton {
+                    id: menuRow
+                    required property int index
                     objectName: "menuRow" + index
                     width: 150
                     height: 50
@@ -165,13 +166,13 @@ BaseViewController {
                         leftPadding: 14
                         Image {
                             anchors.verticalCenter: parent.verticalCenter
-                            source: "qrc:/pictures/" + home.menuIcons[index]
+                            source: "qrc:/pictures/" + home.menuIcons[menuRow.index]
                             width: 30
                             height: 30
                         }
                         Label {
                             anchors.verticalCenter: parent.verticalCenter
-                            text: home.menuTitles[index]
+                            text: home.menuTitles[menuRow.index]
                             font.pixelSize: 16
                             color: "#333333"
                         }

@@ -8,9 +8,9 @@ import Rongdian
 BaseViewController {
     id: screen
     objectName: "ResultViewController"
-    property var vc
+    property ResultLogic vc
     rightText: "再测一次"
-    onRightClicked: vc.rightBtnAction()
+    onRightClicked: screen.vc.rightBtnAction()
 
     // Sharing sends or saves the picture of the whole screen.
     function sharAction() {
@@ -23,8 +23,8 @@ BaseViewController {
         popShardView.sharOtherAction(tag)
     }
 
-    Component.onCompleted: vc.viewDidLoad()
-    StackView.onActivating: vc.viewWillAppear()
+    Component.onCompleted: screen.vc.viewDidLoad()
+    StackView.onActivating: screen.vc.viewWillAppear()
 
     Flickable {
         anchors.fill: parent
@@ -42,11 +42,11 @@ BaseViewController {
                 y: 14
                 width: 128
                 height: 160
-                source: vc ? vc.photoUrl : ""
+                source: screen.vc ? screen.vc.photoUrl : ""
                 fillMode: Image.PreserveAspectCrop
                 MouseArea {
                     anchors.fill: parent
-                    onClicked: vc.bigButtonTapped()
+                    onClicked: screen.vc.bigButtonTapped()
                 }
             }
             Column {
@@ -58,7 +58,7 @@ BaseViewController {
                     spacing: 4
                     Label {
                         objectName: "textLayer"
-                        text: vc ? vc.textLayer.text : ""
+                        text: screen.vc ? screen.vc.textLayer.text : ""
                         color: "#ff5a7d"
                         font.pixelSize: 44
                         font.bold: true
@@ -70,7 +70,7 @@ BaseViewController {
                         font.pixelSize: 14
                         implicitWidth: 34
                         implicitHeight: 30
-                        onClicked: vc.bntPointAction()
+                        onClicked: screen.vc.bntPointAction()
                     }
                 }
                 Label {
@@ -84,19 +84,19 @@ BaseViewController {
                 }
                 Label {
                     objectName: "labAge"
-                    text: vc ? vc.labAge : ""
+                    text: screen.vc ? screen.vc.labAge : ""
                     font.pixelSize: 15
                     color: "#333333"
                 }
                 Label {
                     objectName: "labSex"
-                    text: vc ? vc.labSex : ""
+                    text: screen.vc ? screen.vc.labSex : ""
                     font.pixelSize: 15
                     color: "#333333"
                 }
                 Label {
                     objectName: "labSmiling"
-                    text: vc ? vc.labSmiling : ""
+                    text: screen.vc ? screen.vc.labSmiling : ""
                     font.pixelSize: 15
                     color: "#333333"
                 }
@@ -111,10 +111,11 @@ BaseViewController {
                 Repeater {
                     model: ["labEyePoint", "labNosePoint", "labMouthPoint", "labOtherPoint"]
                     delegate: Label {
+                        required property string modelData
                         objectName: modelData
                         width: pointLabels.width / 4
                         horizontalAlignment: Text.AlignHCenter
-                        text: vc ? vc[modelData] : ""
+                        text: screen.vc ? screen.vc[modelData] : ""
                         font.pixelSize: 16
                         font.bold: true
                         color: "#333333"
@@ -128,8 +129,8 @@ BaseViewController {
                 y: 218
                 width: page.width - 28
                 height: 170
-                titles: vc ? vc.chartTitles : []
-                values: vc ? vc.chartValues : []
+                titles: screen.vc ? screen.vc.chartTitles : []
+                values: screen.vc ? screen.vc.chartValues : []
                 maximum: 100
             }
             Row {
@@ -142,10 +143,10 @@ BaseViewController {
                     // Busy while the upload and the publish command run; a
                     // refused publish command (its error replaces the waiting
                     // display) lets the user try again.
-                    enabled: vc && !(vc.publishing && Hud.modal)
+                    enabled: screen.vc && !(screen.vc.publishing && Hud.modal)
                     implicitWidth: 120
                     font.pixelSize: 16
-                    onClicked: vc.addMessage()
+                    onClicked: screen.vc.addMessage()
                 }
                 Button {
                     objectName: "shareButton"

@@ -50,6 +50,9 @@ FocusScope {
             Repeater {
                 model: Alerts.sheetButtons
                 delegate: AbstractButton {
+                    id: sheetButton
+                    required property int index
+                    required property var modelData
                     objectName: "sheetButton" + index
                     x: 10
                     width: sheet.width - 20
@@ -61,14 +64,14 @@ FocusScope {
                     contentItem: Item {
                         Image {
                             anchors.centerIn: parent
-                            visible: modelData.image.length > 0
-                            source: modelData.image
+                            visible: sheetButton.modelData.image.length > 0
+                            source: sheetButton.modelData.image
                             height: 30
                             fillMode: Image.PreserveAspectFit
                         }
                         Label {
                             anchors.centerIn: parent
-                            text: modelData.text
+                            text: sheetButton.modelData.text
                             color: "#007aff"
                             font.pixelSize: 17
                         }

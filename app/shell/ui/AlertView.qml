@@ -56,6 +56,9 @@ Item {
             Repeater {
                 model: Alerts.alertButtons
                 delegate: Column {
+                    id: alertRow
+                    required property int index
+                    required property var modelData
                     width: content.width
                     Rectangle {
                         width: parent.width
@@ -63,17 +66,17 @@ Item {
                         color: "#dddddd"
                     }
                     AbstractButton {
-                        objectName: "alertButton" + index
+                        objectName: "alertButton" + alertRow.index
                         width: parent.width
                         height: 44
                         contentItem: Label {
-                            text: modelData
+                            text: alertRow.modelData
                             color: "#007aff"
                             font.pixelSize: 17
                             horizontalAlignment: Text.AlignHCenter
                             verticalAlignment: Text.AlignVCenter
                         }
-                        onClicked: Alerts.answerAlert(index)
+                        onClicked: Alerts.answerAlert(alertRow.index)
                     }
                 }
             }

@@ -4,6 +4,7 @@
 #include <QDebug>
 #include <QFile>
 #include <QGuiApplication>
+#include <QInputMethod>
 #include <QScreen>
 
 #include "BuildConfig.h"
@@ -33,7 +34,15 @@ AppDelegate::AppDelegate(QObject* parent) : QObject(parent) {
       if (s == Qt::ApplicationHidden || s == Qt::ApplicationSuspended)
         applicationDidEnterBackground();
     });
+    QInputMethod* im = QGuiApplication::inputMethod();
+    connect(im, &QInputMethod::visibleChanged, this, &AppDelegate::keyboardChanged);
+    connect(im, &QInputMethod::keyboardRectangleChanged, this, &AppDelegate::keyboardChanged);
   }
+}
+
+double AppDelegate::keyboardHeight() const {
+  const QInputMethod* im = QGuiApplication::inputMethod();
+  return im && im->isVisible() ? im->keyboardRectangle().height() : 0;
 }
 
 AppDelegate::~AppDelegate() {
@@ -177,7 +186,7 @@ QVariantMap AppDelegate::badgeFor(qint64 count) const {
 }
 
 QString AppDelegate::screenUrl(const QString& name) const {
-  const QString path = QStringLiteral(":/qml/%1.qml").arg(name);
+  const QString path = QStringLiteral(":/qt/qml/Rongdian/%1.qml").arg(name);
   return QFile::exists(path) ? QStringLiteral("qrc") + path : QString();
 }
 

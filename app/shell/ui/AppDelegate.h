@@ -30,6 +30,9 @@ class AppDelegate : public QObject {
   Q_PROPERTY(int splashFadeMs READ splashFadeMs CONSTANT)
   Q_PROPERTY(QObject* menuVC READ menuVC NOTIFY rootChanged)
   Q_PROPERTY(QString serverUrl READ serverUrl NOTIFY serverUrlChanged)
+  // The height the on-screen keyboard covers (0 while it is hidden): the
+  // screens with a text field move up by it.
+  Q_PROPERTY(double keyboardHeight READ keyboardHeight NOTIFY keyboardChanged)
  public:
   // Splash timing: a tick at once, then every 0.6 s; the tick that finds the
   // counter at 3 starts a 1.2 s fade, after which the splash is removed.
@@ -63,6 +66,7 @@ class AppDelegate : public QObject {
   Q_INVOKABLE bool openURL(const QUrl& url);
 
   bool statusBarHidden() const { return statusBarHidden_; }
+  double keyboardHeight() const;
   int applicationIconBadgeNumber() const { return badge_; }
   void setApplicationIconBadgeNumber(int n);
   bool splashPictureShown() const { return splashPicture_; }
@@ -90,7 +94,7 @@ class AppDelegate : public QObject {
 
   // Helpers for the screens.
   Q_INVOKABLE QVariantMap badgeFor(qint64 count) const;  // {tag, visible, text}
-  // "qrc:/qml/NAME.qml" when that screen is built into the app, else "".
+  // "qrc:/qt/qml/Rongdian/NAME.qml" when that screen is built into the app, else "".
   Q_INVOKABLE QString screenUrl(const QString& name) const;
   // Pushes a screen on the navigation stack (Main.qml does it).
   Q_INVOKABLE void pushScreen(const QString& name, const QVariantMap& properties = {});
@@ -110,6 +114,7 @@ class AppDelegate : public QObject {
   void splashChanged();
   void rootChanged();
   void serverUrlChanged();
+  void keyboardChanged();
   void pushRequested(const QString& url, const QVariantMap& properties);
   void popRequested();
   void replaceRequested(const QString& url, const QVariantMap& properties);

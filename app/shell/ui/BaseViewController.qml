@@ -87,7 +87,8 @@ Item {
             contentItem: Image {
                 source: "qrc:/pictures/base_navBack.png"
                 fillMode: Image.Pad
-                sourceSize: Qt.size(22, 22)
+                sourceSize.width: 22
+                sourceSize.height: 22
             }
             onClicked: screen.popVC()
         }
@@ -106,7 +107,8 @@ Item {
                 contentItem: Image {
                     source: "qrc:/pictures/menus_set.png"
                     fillMode: Image.Pad
-                    sourceSize: Qt.size(22, 22)
+                    sourceSize.width: 22
+                sourceSize.height: 22
                 }
                 onClicked: screen.setAction()
             }

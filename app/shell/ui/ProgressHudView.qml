@@ -33,7 +33,7 @@ Item {
             spacing: 10
             BusyIndicator {
                 anchors.horizontalCenter: parent.horizontalCenter
-                visible: Hud.mode === ProgressHud.Waiting && !root.cropping
+                visible: Hud.mode === Hud.Waiting && !root.cropping
                 running: visible
                 width: 36
                 height: 36
@@ -43,14 +43,14 @@ Item {
             }
             ProgressBar {
                 anchors.horizontalCenter: parent.horizontalCenter
-                visible: Hud.mode === ProgressHud.Progress
+                visible: Hud.mode === Hud.Progress
                 width: 90
                 value: Hud.progress
             }
             Label {
                 anchors.horizontalCenter: parent.horizontalCenter
-                visible: Hud.mode === ProgressHud.Success || Hud.mode === ProgressHud.Error
-                text: Hud.mode === ProgressHud.Success ? "✓" : "✕"
+                visible: Hud.mode === Hud.Success || Hud.mode === Hud.Error
+                text: Hud.mode === Hud.Success ? "✓" : "✕"
                 color: "white"
                 font.pixelSize: 28
             }

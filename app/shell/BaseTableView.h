@@ -7,9 +7,11 @@
 //   - ListView { model: list; delegate reads the record's fields by role name
 //     (itemId, imgurl, ... / commentmessage, ...) or modelData }
 //   - the next page comes by itself: the view asks canFetchMore()/fetchMore()
-//     when it creates the delegate of the last row, and the model starts the
-//     next page only while paging is open (the last load brought records, no
-//     load or reload is under way, the last load did not fail);
+//     when it creates the delegate of the last row (at once, then, when the
+//     rows leave room below them), and the model starts the next page only
+//     while paging is open (the last load brought records, no load or reload
+//     is under way, the last load did not fail) and not for the ask a view
+//     makes when told of the reset that replaces the rows after a reload;
 //   - the pull-to-refresh control calls refreshTriggered() and stops when
 //     refreshFinished() is emitted (finishRefreshControl);
 //   - while `loading` a load runs; `loadingText` is the progress text to show

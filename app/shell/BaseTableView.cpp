@@ -2,9 +2,6 @@
 
 #include <QMetaProperty>
 
-#include "shell/MainThread.h"
-#include "shell/ProgressDisplay.h"
-
 const QString BaseTableView::kLoadingText = QStringLiteral("正在加载...");
 const QString BaseTableView::kMoreText = QStringLiteral("上拉加载更多");
 const QString BaseTableView::kNoMoreText = QStringLiteral("已经到底了哈！");
@@ -55,8 +52,7 @@ QVariant BaseTableView::get(int row) const {
 void BaseTableView::refreshData() {
   refreshing_ = true;
   setIsRefreshing(true);
-  const QString text = refreshProgressText();
-  if (!text.isEmpty()) ProgressDisplay::show(text);
+  startLoading(refreshProgressText());
   loadData();
 }
 
@@ -80,12 +76,18 @@ void BaseTableView::finishRefreshControl() {
   if (hasRefreshControl_) emit refreshFinished();
 }
 
-void BaseTableView::tableViewDidScroll(double contentHeight, double frameHeight, double contentY,
-                                       bool controlRefreshing) {
-  // Without a control there is nothing to copy: it reads as not refreshing.
-  setIsRefreshing(hasRefreshControl_ && controlRefreshing);
-  if (isLoadingMore_ || !canLoadMore_) return;
-  if (contentHeight - frameHeight - contentY < 0) loadMore();
+bool BaseTableView::canFetchMore(const QModelIndex& parent) const {
+  return !parent.isValid() && isInit_ && canLoadMore_ && !isLoadingMore_ && !reloading_ &&
+         !loadFailed_;
+}
+
+void BaseTableView::fetchMore(const QModelIndex& parent) {
+  // A view told of a reset asks at once, before it has laid the new rows out:
+  // that is no sign the user reached the end. Its delegates' asks come later.
+  if (replacing_ || !canFetchMore(parent)) return;
+  // The view wants the rows after the last: a next page, not a reload.
+  setIsRefreshing(false);
+  loadMore();
 }
 
 void BaseTableView::loadMore() {
@@ -213,9 +215,11 @@ void BaseTableView::appendRecords(const QVariantList& records) {
 }
 
 void BaseTableView::replaceRows(const QVariantList& records) {
+  replacing_ = true;
   beginResetModel();
   arrlist_ = records;
   endResetModel();
+  replacing_ = false;
   emit countChanged();
 }
 
@@ -232,12 +236,26 @@ void BaseTableView::retry() {
     loadMore();
 }
 
+void BaseTableView::startLoading(const QString& text) {
+  loading_ = true;
+  loadingText_ = text;
+  emit loadingChanged();
+}
+
+void BaseTableView::endLoading() {
+  if (!loading_) return;
+  loading_ = false;
+  loadingText_.clear();
+  emit loadingChanged();
+}
+
 void BaseTableView::loadData() {
+  if (!loading_) startLoading(QString());
   page_ += 1;
   const bool reload = isRefreshing_;
   if (reload) {
-    // The rows stay on screen until the reply takes their place: emptying
-    // them now would make the view report a scroll that starts a load.
+    // The rows stay on screen until the reply takes their place; paging is
+    // closed meanwhile, so a view scrolled to their end starts nothing.
     page_ = 1;
     ++generation_;
     setCanLoadMore(false);
@@ -265,31 +283,25 @@ void BaseTableView::loadData() {
 }
 
 void BaseTableView::loadCompleted(bool reload, std::optional<QVariantList> records) {
-  bool rollBack = false;
-  if (!records) {
-    setCanLoadMore(false);
-    rollBack = true;
-  } else {
-    setCanLoadMore(true);
-    setIsLoadingMore(true);
-    if (records->isEmpty()) rollBack = true;
-  }
+  // No records marks the end of the data; an empty page keeps paging open.
+  setCanLoadMore(records.has_value());
+  // The same page is asked for again next time; page 1 is never lowered.
+  if ((!records || records->isEmpty()) && page_ >= 2) page_ -= 1;
+  // Paging opens before the rows come, so that a view whose new rows reach
+  // its end asks for the next page; its asks arrive after this completion.
+  setIsLoadingMore(false);
   if (reload) {
-    // Paging is still closed here (isLoadingMore, or canLoadMore false), so
-    // the scroll the view reports for the new rows starts nothing.
-    replaceRows(records ? *records : QVariantList());
     setReloading(false);
+    replaceRows(records.value_or(QVariantList()));
     emit rowsReplaced();
   } else if (records) {
     appendRecords(*records);
   }
-  // The same page is asked for again next time; page 1 is never lowered.
-  if (rollBack && page_ >= 2) page_ -= 1;
   emit stateChanged();
   finishRefreshControl();
   loadMoreCompleting();
   afterLoad();
-  ProgressDisplay::dismiss();
+  endLoading();
   emit loaded();
 }
 
@@ -305,4 +317,5 @@ void BaseTableView::loadFailedToReach(bool reload) {
   setFooter(kNetworkText, false);
   emit stateChanged();
   finishRefreshControl();
+  endLoading();
 }

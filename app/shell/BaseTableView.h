@@ -6,14 +6,21 @@
 //     call refreshData() once to fill it;
 //   - ListView { model: list; delegate reads the record's fields by role name
 //     (itemId, imgurl, ... / commentmessage, ...) or modelData }
-//   - on every contentY change call
-//       list.tableViewDidScroll(contentHeight, height, contentY, pullControl.refreshing)
-//     which starts the next page when the user drags past the bottom edge;
+//   - the next page comes by itself: the view asks canFetchMore()/fetchMore()
+//     when it creates the delegate of the last row (at once, then, when the
+//     rows leave room below them), and the model starts the next page only
+//     while paging is open (the last load brought records, no load or reload
+//     is under way, the last load did not fail) and not for the ask a view
+//     makes when told of the reset that replaces the rows after a reload;
 //   - the pull-to-refresh control calls refreshTriggered() and stops when
 //     refreshFinished() is emitted (finishRefreshControl);
+//   - while `loading` a load runs; `loadingText` is the progress text to show
+//     meanwhile (empty: none, as for refreshDataSyn and next pages). The view
+//     shows it in the progress display and takes a waiting display down when
+//     the load ends (FeedList.qml);
 //   - the footer shows footerText, with a spinner while footerSpinning; after
 //     a load that could not reach the server (loadFailed) it shows the
-//     network text and a tap on it calls retry();
+//     network text, paging stays closed, and a tap on it calls retry();
 //   - while `reloading` a reload from page 1 is under way: the rows shown
 //     stay until its reply replaces them (rowsReplaced), or stay for good
 //     when it fails.
@@ -41,6 +48,8 @@ class BaseTableView : public QAbstractListModel {
   Q_PROPERTY(bool footerSpinning READ footerSpinning NOTIFY footerChanged)
   Q_PROPERTY(bool loadFailed READ loadFailed NOTIFY footerChanged)
   Q_PROPERTY(bool reloading READ reloading NOTIFY stateChanged)
+  Q_PROPERTY(bool loading READ loading NOTIFY loadingChanged)
+  Q_PROPERTY(QString loadingText READ loadingText NOTIFY loadingChanged)
   Q_PROPERTY(int page READ page NOTIFY stateChanged)
   Q_PROPERTY(int limit READ limit WRITE setLimit NOTIFY stateChanged)
   Q_PROPERTY(int count READ rowCount NOTIFY countChanged)
@@ -89,10 +98,11 @@ class BaseTableView : public QAbstractListModel {
   Q_INVOKABLE void refreshTriggered() { refreshData(); }
   Q_INVOKABLE void finishRefreshControl();
 
-  // The load-more trigger, run on every scroll: copies the control's state,
-  // then starts a load when content height - view height - offset < 0.
-  Q_INVOKABLE void tableViewDidScroll(double contentHeight, double frameHeight, double contentY,
-                                      bool controlRefreshing);
+  // Paging as a view drives it: true while the next page may be asked for;
+  // fetchMore starts it (a next page, never a reload) and does nothing while
+  // paging is closed, as a view may call it some time after asking.
+  bool canFetchMore(const QModelIndex& parent) const override;
+  void fetchMore(const QModelIndex& parent) override;
   // Starts the next page without checking for a load under way.
   Q_INVOKABLE void loadMore();
   void loadMore(bool load);
@@ -118,6 +128,8 @@ class BaseTableView : public QAbstractListModel {
   bool footerSpinning() const { return footerSpinning_; }
   bool loadFailed() const { return loadFailed_; }
   bool reloading() const { return reloading_; }
+  bool loading() const { return loading_; }
+  QString loadingText() const { return loadingText_; }
   int page() const { return page_; }
   int limit() const { return limit_; }
   void setLimit(int l);
@@ -127,12 +139,14 @@ class BaseTableView : public QAbstractListModel {
   void stateChanged();
   void footerChanged();
   void countChanged();
+  // A load started (loading, with its loadingText) or ended.
+  void loadingChanged();
   // finishRefreshControl: the pull-to-refresh control stops.
   void refreshFinished();
   // A load's completion ran (rows, flags and footer updated).
   void loaded();
-  // A reload's reply took the place of the rows, before paging is open again:
-  // a view shows page 1 from its top here.
+  // A reload's reply took the place of the rows: a view shows page 1 from its
+  // top here (a next page it asked for meanwhile comes after this).
   void rowsReplaced();
 
  protected:
@@ -158,6 +172,8 @@ class BaseTableView : public QAbstractListModel {
   void setReloading(bool v);
   void loadCompleted(bool reload, std::optional<QVariantList> records);
   void loadFailedToReach(bool reload);
+  void startLoading(const QString& text);
+  void endLoading();
 
   QVariantList arrlist_;
   bool isInit_ = false;
@@ -174,6 +190,10 @@ class BaseTableView : public QAbstractListModel {
   bool loadFailed_ = false;
   bool failedReload_ = false;
   bool reloading_ = false;
+  // Set while a reply's rows take the place of the old ones (model reset).
+  bool replacing_ = false;
+  bool loading_ = false;
+  QString loadingText_;
   // Bumped by every reload: replies of loads started before it are stale.
   int generation_ = 0;
   int page_ = 1;

@@ -12,7 +12,6 @@
 #include "service/Records.h"
 
 using namespace clienttest;
-using Kind = ProgressDisplay::Kind;
 
 namespace {
 
@@ -49,48 +48,53 @@ class ScriptedList : public BaseTableView {
 
 class PagedList : public ::testing::Test {
  protected:
-  // A scroll event with the view dragged `past` points beyond the bottom edge.
-  void scrollPast(double past, bool controlRefreshing = false) {
-    list.tableViewDidScroll(1000, 400, 600 + past, controlRefreshing);
+  // The view reached the last row: it asks, and fetches when told it may.
+  void reachEnd() {
+    if (list.canFetchMore({})) list.fetchMore({});
   }
-  HudRecorder hud;
   ScriptedList list;
 };
 
 TEST_F(PagedList, FirstLoadFillsAndOffersMore) {
   EXPECT_TRUE(list.isRefreshing());
-  EXPECT_FALSE(list.canLoadMore());
+  EXPECT_FALSE(list.canFetchMore({}));
+  QSignalSpy loading(&list, &BaseTableView::loadingChanged);
   list.refreshData();
   EXPECT_EQ(list.pagesAsked, QList<int>{1});
-  EXPECT_EQ(hud.count(Kind::Show, "加载中..."), 1);
+  EXPECT_TRUE(list.loading());
+  EXPECT_EQ(list.loadingText(), "加载中...");
+  EXPECT_FALSE(list.canFetchMore({}));
   QSignalSpy finished(&list, &BaseTableView::refreshFinished);
   list.answer(ScriptedList::items(10));
   EXPECT_EQ(list.rowCount(), 10);
-  EXPECT_TRUE(list.canLoadMore());
+  EXPECT_TRUE(list.canFetchMore({}));
   EXPECT_FALSE(list.isLoadingMore());
   EXPECT_EQ(list.footerText(), "上拉加载更多");
   EXPECT_FALSE(list.footerSpinning());
   EXPECT_EQ(finished.size(), 1);
-  EXPECT_EQ(hud.events.last().kind, Kind::Dismiss);
+  EXPECT_FALSE(list.loading());
+  EXPECT_EQ(loading.size(), 2);
   // Roles: the record's fields by name.
   const QHash<int, QByteArray> roles = list.roleNames();
   EXPECT_EQ(list.data(list.index(3), roles.key("itemId")).toString(), "3");
   EXPECT_EQ(list.get(3).value<Item>().itemId, "3");
 }
 
-TEST_F(PagedList, ScrollingPastTheBottomLoadsTheNextPage) {
+TEST_F(PagedList, ReachingTheEndLoadsTheNextPage) {
   list.refreshData();
   list.answer(ScriptedList::items(10));
-  scrollPast(0);  // exactly at the edge: nothing
-  EXPECT_EQ(list.pagesAsked.size(), 1);
-  EXPECT_FALSE(list.isRefreshing());  // copied from the control
-  scrollPast(1);
+  reachEnd();
   ASSERT_EQ(list.pagesAsked, (QList<int>{1, 2}));
+  EXPECT_FALSE(list.isRefreshing());  // a next page, not a reload
   EXPECT_EQ(list.footerText(), "正在加载...");
   EXPECT_TRUE(list.footerSpinning());
   EXPECT_TRUE(list.isLoadingMore());
-  // While loading, scrolling starts nothing; loadMore itself has no guard.
-  scrollPast(50);
+  EXPECT_TRUE(list.loading());
+  EXPECT_EQ(list.loadingText(), "");  // no progress text for a next page
+  // While loading, a fetch (one the view asked for earlier) starts nothing;
+  // loadMore itself has no guard.
+  EXPECT_FALSE(list.canFetchMore({}));
+  list.fetchMore({});
   EXPECT_EQ(list.pagesAsked.size(), 2);
   list.loadMore();
   EXPECT_EQ(list.pagesAsked, (QList<int>{1, 2, 3}));
@@ -103,13 +107,13 @@ TEST_F(PagedList, ScrollingPastTheBottomLoadsTheNextPage) {
 TEST_F(PagedList, EndOfDataAndRollBack) {
   list.refreshData();
   list.answer(ScriptedList::items(10));
-  scrollPast(5);
+  reachEnd();
   list.answer(std::nullopt);  // page 2 is past the end
   EXPECT_EQ(list.page(), 1);
-  EXPECT_FALSE(list.canLoadMore());
+  EXPECT_FALSE(list.canFetchMore({}));
   EXPECT_EQ(list.footerText(), "已经到底了哈！");
   EXPECT_EQ(list.rowCount(), 10);  // rows stay
-  scrollPast(5);                   // paging is off now
+  list.fetchMore({});              // paging is off now
   EXPECT_EQ(list.pagesAsked.size(), 2);
 
   // A reload keeps the rows until its answer: none leaves page 1 (never
@@ -127,14 +131,18 @@ TEST_F(PagedList, UnreachableServerKeepsTheRowsAndTheFooterRetries) {
   list.refreshData();
   list.unreachable();  // nothing shown yet: the footer says why
   EXPECT_EQ(list.footerText(), "网络环境差，请稍候再试！：）");
+  EXPECT_FALSE(list.loading());
   list.retry();
   EXPECT_EQ(list.pagesAsked, (QList<int>{1, 1}));
   EXPECT_EQ(list.footerText(), "正在加载...");
   list.answer(ScriptedList::items(10));
-  scrollPast(1);
-  list.unreachable();  // page 2: asked for again by the retry
+  reachEnd();
+  list.unreachable();  // page 2: asked for again by the retry only
   EXPECT_EQ(list.page(), 1);
   EXPECT_EQ(list.rowCount(), 10);
+  EXPECT_FALSE(list.canFetchMore({}));
+  list.fetchMore({});
+  EXPECT_EQ(list.pagesAsked.size(), 3);
   list.retry();
   EXPECT_EQ(list.pagesAsked.last(), 2);
   list.answer(ScriptedList::items(10));
@@ -145,25 +153,22 @@ TEST_F(PagedList, UnreachableServerKeepsTheRowsAndTheFooterRetries) {
   EXPECT_EQ(list.pagesAsked.last(), 1);
 }
 
-// The view of a scrolled list reports a scroll whenever its rows change.
+// A view told of a reset asks for more at once, as QML's delegate model does:
+// no sign the user reached the end.
 TEST_F(PagedList, RefreshOfAScrolledListLoadsPageOneOnce) {
-  const auto report = [this] { list.tableViewDidScroll(list.rowCount() * 100, 400, 2100, false); };
-  QObject::connect(&list, &QAbstractItemModel::modelReset, report);
-  QObject::connect(&list, &QAbstractItemModel::rowsInserted, report);
+  QObject::connect(&list, &QAbstractItemModel::modelReset, [this] { reachEnd(); });
   list.refreshData();
   list.answer(ScriptedList::items(10));
-  scrollPast(1);
+  reachEnd();
   list.answer(ScriptedList::items(10));
-  scrollPast(1);
-  list.answer(ScriptedList::items(5));
-  list.pagesAsked.clear();
   list.refreshData();
-  EXPECT_EQ(list.rowCount(), 25);
+  EXPECT_EQ(list.rowCount(), 20);
+  reachEnd();  // the old rows' end, while the reload runs
   list.answer(ScriptedList::items(10));
-  EXPECT_EQ(list.pagesAsked, QList<int>{1});
+  EXPECT_EQ(list.pagesAsked, (QList<int>{1, 2, 1}));
   EXPECT_EQ(list.rowCount(), 10);
   // A next page still under way when a reload starts: its answer is dropped.
-  scrollPast(1);
+  reachEnd();
   auto late = std::move(list.pending);
   list.refreshData();
   late(ScriptedList::items(10));
@@ -175,38 +180,32 @@ TEST_F(PagedList, RefreshOfAScrolledListLoadsPageOneOnce) {
 TEST_F(PagedList, EmptyPageRollsBackButKeepsPaging) {
   list.refreshData();
   list.answer(ScriptedList::items(10));
-  scrollPast(1);
+  reachEnd();
   list.answer(ScriptedList::items(10));
-  scrollPast(1);
+  reachEnd();
   ASSERT_EQ(list.pagesAsked.last(), 3);
   list.answer(QVariantList{});
   EXPECT_EQ(list.page(), 2);
-  EXPECT_TRUE(list.canLoadMore());
+  EXPECT_TRUE(list.canFetchMore({}));
   EXPECT_EQ(list.footerText(), "上拉加载更多");
-  scrollPast(1);
+  reachEnd();
   EXPECT_EQ(list.pagesAsked.last(), 3);  // the same page again
 }
 
 TEST_F(PagedList, RefreshControlAndFooterDetails) {
   list.setIsEmpty(true);
   list.refreshDataSyn();
-  EXPECT_TRUE(hud.events.isEmpty());  // no progress text for the quiet reload
+  EXPECT_TRUE(list.loading());
+  EXPECT_EQ(list.loadingText(), "");  // no progress text for the quiet reload
   list.answer(ScriptedList::items(1));
   EXPECT_EQ(list.footerText(), "");
   list.setIsEmpty(false);
-
-  // While the control refreshes, a load started by scrolling is a reload.
-  scrollPast(1, true);
-  EXPECT_TRUE(list.isRefreshing());
-  EXPECT_EQ(list.pagesAsked.last(), 1);
-  list.answer(ScriptedList::items(1));
 
   list.setIsCanRefresh(false);
   list.setIsCanRefresh(true);
   EXPECT_FALSE(list.hasRefreshControl());
   QSignalSpy finished(&list, &BaseTableView::refreshFinished);
-  scrollPast(1, true);  // no control: never refreshing
-  EXPECT_FALSE(list.isRefreshing());
+  reachEnd();
   EXPECT_EQ(list.pagesAsked.last(), 2);
   list.answer(ScriptedList::items(1));
   EXPECT_EQ(finished.size(), 0);
@@ -232,7 +231,6 @@ class RealLists : public ::testing::Test {
     return QJsonDocument::fromJson(server.requests()[i].body).object();
   }
   FakeHttpServer server;
-  HudRecorder hud;
 };
 
 TEST_F(RealLists, EachListSendsItsRequestAndAfterLoadStep) {
@@ -245,8 +243,10 @@ TEST_F(RealLists, EachListSendsItsRequestAndAfterLoadStep) {
   QSignalSpy showPager(&show, &ShowTableView::pagerPageRequested);
   QSignalSpy valuePager(&value, &ValueTableView::pagerPageRequested);
   show.refreshData();
+  EXPECT_EQ(show.loadingText(), "");  // the newest feed: no progress text
   ASSERT_TRUE(waitUntil([&] { return show.rowCount() == 2; }));
   value.refreshData();
+  EXPECT_EQ(value.loadingText(), "加载中...");
   ASSERT_TRUE(waitUntil([&] { return value.rowCount() == 2; }));
   mine.refreshData();
   ASSERT_TRUE(waitUntil([&] { return mine.rowCount() == 2; }));
@@ -262,13 +262,11 @@ TEST_F(RealLists, EachListSendsItsRequestAndAfterLoadStep) {
   EXPECT_EQ(showPager.size(), 1);
   EXPECT_EQ(showPager[0][0].toInt(), 0);
   EXPECT_EQ(valuePager[0][0].toInt(), 1);
-  // The newest feed reloads without a progress text; the others show one.
-  EXPECT_EQ(hud.count(Kind::Show, "加载中..."), 3);
   const QHash<int, QByteArray> roles = comments.roleNames();
   EXPECT_EQ(comments.data(comments.index(0), roles.key("commentmessage")).toString(), "好");
 
   // Paging to the end of the newest feed.
-  show.tableViewDidScroll(100, 400, 0, false);
+  show.fetchMore({});
   ASSERT_TRUE(waitUntil([&] { return show.footerText() == "已经到底了哈！"; }));
   EXPECT_EQ(body(4)["page"], 2);
   EXPECT_EQ(show.page(), 1);

@@ -69,7 +69,8 @@ class Protocol : public ::testing::Test {
     EXPECT_FALSE(rdtest::publishPhoto(samplePhoto(), message, score).isEmpty())
         << hud.errors().join("|").toStdString();
   }
-  // Refreshes a list and scrolls past its bottom until it reports the end.
+  // Refreshes a list and fetches more, as a view at its end does, until it
+  // reports the end.
   void pageToEnd(BaseTableView& list, int limit) {
     list.setLimit(limit);
     list.refreshData();
@@ -77,7 +78,8 @@ class Protocol : public ::testing::Test {
     for (int i = 0; i < 20 && list.footerText() != BaseTableView::kNoMoreText; ++i) {
       const int before = list.rowCount();
       const QString footerBefore = list.footerText();
-      list.tableViewDidScroll(100, 400, 0, false);
+      ASSERT_TRUE(list.canFetchMore({}));
+      list.fetchMore({});
       ASSERT_TRUE(waitUntil([&] { return !list.isLoadingMore(); }));
       ASSERT_TRUE(list.rowCount() > before || list.footerText() == BaseTableView::kNoMoreText)
           << footerBefore.toStdString();

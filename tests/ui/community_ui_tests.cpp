@@ -7,6 +7,8 @@
 #include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QQmlComponent>
+#include <QQmlEngine>
 #include <QQmlProperty>
 #include <QSettings>
 #include <QTest>
@@ -393,10 +395,16 @@ TEST(CommunityUi, NewestFeedPagesToTheEndAndTheRankingNeedsTheMenu) {
   ASSERT_TRUE(waitUntil([&] { return list->property("originY").toDouble() < 0; }));
   EXPECT_DOUBLE_EQ(list->property("contentY").toDouble(), list->property("originY").toDouble());
   auto* base = qobject_cast<BaseTableView*>(table);
+  // Scrolled to its end, the list asks for the next page by itself.
   const auto pageOnce = [&] {
+    const int before = base->rowCount();
     QMetaObject::invokeMethod(list, "positionViewAtEnd");
-    list->setProperty("contentY", list->property("contentY").toDouble() + 80);  // past the end
-    waitUntil([&] { return !base->isLoadingMore(); }, 5000);
+    waitUntil(
+        [&] {
+          return !base->isLoadingMore() &&
+                 (base->rowCount() > before || base->footerText() == "已经到底了哈！");
+        },
+        5000);
   };
   pageOnce();
   ASSERT_EQ(base->rowCount(), 20);
@@ -461,4 +469,84 @@ TEST(CommunityUi, NewestFeedPagesToTheEndAndTheRankingNeedsTheMenu) {
   QMetaObject::invokeMethod(home(), "dismissMenu", Q_ARG(QVariant, 4));
   ASSERT_TRUE(waitUntil([&] { return pager->property("contentX").toDouble() == 0; }));
   EXPECT_DOUBLE_EQ(pager->property("contentWidth").toDouble(), 2 * list->width());
+}
+
+namespace {
+// A list whose pages the test answers by hand.
+class HandAnsweredList : public BaseTableView {
+ public:
+  QList<int> pagesAsked;
+  void answer(std::optional<int> rows) {
+    QVariantList records;
+    for (int i = 0; i < rows.value_or(0); ++i) records << QVariant::fromValue(Item());
+    std::exchange(pending_, nullptr)(rows ? std::optional(records) : std::nullopt);
+  }
+
+ protected:
+  const QMetaObject* recordType() const override { return &Item::staticMetaObject; }
+  void sendRequest(int, int page, PageBlock done, FailBlock) override {
+    pagesAsked << page;
+    pending_ = std::move(done);
+  }
+
+ private:
+  PageBlock pending_;
+};
+}  // namespace
+
+// A ListView over the model (rows 100 high in a view 400 high, none built
+// ahead): the next page when the last row comes into the view, one load of
+// page 1 for a reload, and a page 1 that leaves room in the view is followed
+// by the next.
+TEST(FeedPaging, TheViewAsksForTheNextPageWhenItReachesTheLastRow) {
+  HandAnsweredList list;
+  QQmlEngine engine;
+  QQmlComponent component(&engine);
+  component.setData(
+      "import QtQuick\nListView { id: v; width: 300; height: 400; cacheBuffer: 0\n"
+      "  property int rowHeight: 100\n"
+      "  delegate: Item { width: 300; height: v.rowHeight } }",
+      QUrl());
+  std::unique_ptr<QObject> view(component.create());
+  ASSERT_TRUE(view) << component.errorString().toStdString();
+  view->setProperty("model", QVariant::fromValue<QObject*>(&list));
+  // Lays the view out and delivers the asks it posted meanwhile.
+  const auto settle = [&] {
+    QMetaObject::invokeMethod(view.get(), "forceLayout");
+    QCoreApplication::sendPostedEvents();
+  };
+  const auto scrollTo = [&](int firstShownRow) {
+    QMetaObject::invokeMethod(view.get(), "positionViewAtIndex", Q_ARG(int, firstShownRow),
+                              Q_ARG(int, 0 /* ListView.Beginning */));
+    settle();
+  };
+
+  list.refreshData();
+  list.answer(10);
+  settle();
+  EXPECT_EQ(list.pagesAsked, QList<int>{1});
+  scrollTo(6);
+  ASSERT_EQ(list.pagesAsked, (QList<int>{1, 2}));
+  list.answer(10);
+  scrollTo(14);
+  EXPECT_EQ(list.pagesAsked, (QList<int>{1, 2}));
+
+  // A reload while the user scrolls to the end of the old rows.
+  list.refreshData();
+  scrollTo(16);
+  list.answer(10);
+  settle();
+  EXPECT_EQ(list.pagesAsked, (QList<int>{1, 2, 1}));
+  EXPECT_EQ(list.rowCount(), 10);
+  EXPECT_TRUE(view->property("atYBeginning").toBool());
+
+  view->setProperty("rowHeight", 30);
+  list.refreshData();
+  list.answer(10);
+  settle();
+  ASSERT_EQ(list.pagesAsked, (QList<int>{1, 2, 1, 1, 2}));
+  list.answer(std::nullopt);
+  settle();
+  EXPECT_EQ(list.pagesAsked.size(), 5);
+  EXPECT_EQ(list.footerText(), "已经到底了哈！");
 }

@@ -1,7 +1,9 @@
 // A server-backed list on a BaseTableView model: pull down past the top to
-// reload, scroll past the bottom for the next page, the footer's text below.
-// While a reload runs a bar at the top says so; a load that could not reach
-// the server leaves its text in the footer, and a tap there asks again.
+// reload; the next page comes when the last row comes into the view (the
+// model's fetchMore), the footer's text below. While a reload runs a bar at
+// the top says so, and a load with a progress text shows it in the progress
+// display until it ends; a load that could not reach the server leaves its
+// text in the footer, and a tap there asks again.
 import QtQuick
 import QtQuick.Controls
 import Rongdian
@@ -19,25 +21,29 @@ ListView {
         table.retry()
     }
 
-    // A reload's rows show page 1 from its top; paging is still closed while
-    // the view moves there. A header that comes while the rows are at their
-    // top shows above them.
+    // A reload's rows show page 1 from its top. A header that comes while the
+    // rows are at their top shows above them.
     Connections {
         target: list.table
         function onRowsReplaced() {
             if (!list.atYBeginning)
                 list.positionViewAtBeginning()
         }
+        // The progress text of a load stays up until the load ends; a message
+        // shown meanwhile (an error, a success) stays its time.
+        function onLoadingChanged() {
+            if (!list.table.loading)
+                Hud.dismissWaiting()
+            else if (list.table.loadingText.length > 0)
+                Hud.showWithStatus(list.table.loadingText)
+        }
     }
     onHeaderItemChanged: if (headerItem && contentY <= 0)
                              positionViewAtBeginning()
 
     onContentYChanged: {
-        if (!table)
-            return
         if (dragging && contentY < originY - 60)
             pulling = true
-        table.tableViewDidScroll(contentHeight, height, contentY - originY, pulling)
     }
     onDraggingChanged: {
         if (!dragging && pulling && table) {

@@ -37,7 +37,7 @@ class ProgressHud : public QObject {
   Q_INVOKABLE void dismiss();
   // Takes down a waiting or progress display; a success or error text stays
   // its time (a list's load that ends after a message was shown).
-  void dismissWaiting();
+  Q_INVOKABLE void dismissWaiting();
 
  signals:
   void changed();

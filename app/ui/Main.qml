@@ -1,6 +1,7 @@
 // The app's window: the navigation stack rooted at the home screen, and the
 // overlays every screen shares (pop-ups, splash, action sheets, alerts, the
 // progress display and the message bar), topmost last.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

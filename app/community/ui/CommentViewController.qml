@@ -10,8 +10,6 @@ BaseViewController {
     property var itemInfo: ({})
     property alias commentTableView: comments
     property alias textView: input
-    // labComment's text: the item's count, +1 after each comment sent here.
-    property string commentCountText: String(itemInfo.commentNum !== undefined ? itemInfo.commentNum : 0)
     title: itemInfo.userlikename || ""
     rightText: "分享"
     onRightClicked: commentRightAction()
@@ -34,7 +32,6 @@ BaseViewController {
         input.focus = false
         input.text = ""
         const n = Number(screen.itemInfo.commentNum || 0) + 1
-        screen.commentCountText = String(n)
         const copy = Object.assign({}, screen.itemInfo)
         copy.commentNum = n
         screen.itemInfo = copy
@@ -57,16 +54,11 @@ BaseViewController {
         input.focus = false
     }
 
-    // The like under way (its request), the like button's tapped look and
-    // that look before the tap.
-    property int likeRequest: 0
-    property bool likeShown: false
-    property bool likedBefore: false
 
     Connections {
         target: Items
         // The same item changed elsewhere, or a like here or a refused one
-        // changed its numbers: the labels follow itemInfo.
+        // changed its numbers: the header follows itemInfo.
         function onItemChanged(changed) {
             if (changed.itemId !== undefined && changed.itemId === screen.itemInfo.itemId)
                 screen.itemInfo = Object.assign({}, screen.itemInfo, changed)
@@ -75,12 +67,11 @@ BaseViewController {
             if (ok && itemId === screen.itemInfo.itemId)
                 screen.commentSent()
         }
-        function onLikeAnswered(request, ok, refused) {
-            if (request !== screen.likeRequest)
-                return
-            screen.likeRequest = 0
-            if (refused)
-                screen.likeShown = screen.likedBefore
+    }
+    Connections {
+        target: list.headerItem as CommentHeader
+        function onTapped() {
+            screen.allkeyboardWillHide()
         }
     }
     CommentTableView {
@@ -98,82 +89,16 @@ BaseViewController {
         table: comments
         onDraggingChanged: if (dragging)
                                screen.allkeyboardWillHide() // commentScrollChang
-        header: Rectangle {
-            width: list.width
-            // The message is read whole: as many lines as it takes.
-            height: labMessage.text.length > 0 ? labMessage.y + labMessage.height + 10 : 300
-            color: "white"
-            MouseArea {
-                anchors.fill: parent
-                onClicked: screen.allkeyboardWillHide()
-            }
-            RemoteImage {
-                id: imgHead
-                objectName: "imgHead"
-                x: (parent.width - 200) / 2
-                y: 8
-                width: 200
-                height: 250
-                source: screen.itemInfo.imgurl || ""
-            }
-            NameBadge {
-                x: 10
-                y: 264
-                name: screen.itemInfo.userlikename || ""
-            }
-            Label {
-                id: labScore
-                objectName: "labScore"
-                x: 48
-                y: 268
-                text: screen.itemInfo.lookscorebasis || ""
-                color: FeedRows.scoreColor(text)
-                font.pixelSize: 18
-                font.bold: true
-            }
-            Label {
-                id: labMessage
-                objectName: "labMessage"
-                x: 12
-                y: 298
-                width: parent.width - 24
-                wrapMode: Text.Wrap
-                text: screen.itemInfo.imgmessage || ""
-                font.pixelSize: 14
-            }
-            LikeButton {
-                id: btnLike
-                objectName: "btnLike"
-                anchors.right: parent.right
-                anchors.rightMargin: 50
-                y: 264
-                text: FeedRows.likeTitle(screen.itemInfo.like)
-                enabled: screen.likeRequest === 0
-                liked: screen.likeShown
-                onClicked: {
-                    screen.likedBefore = screen.likeShown
-                    screen.likeShown = true
-                    screen.likeRequest = Items.likeAction(screen.itemInfo, true)
-                }
-            }
-            Label {
-                id: labComment
-                objectName: "labComment"
-                anchors.right: parent.right
-                anchors.rightMargin: 12
-                y: 270
-                text: screen.commentCountText
-                color: "#888888"
-                font.pixelSize: 13
-            }
-        }
+        // The item itself above its comments.
+        headerRecord: screen.itemInfo
+        header: CommentHeader {}
         delegate: Rectangle {
             id: row
             required property var userlikename
             required property var createdAt
             required property var commentmessage
             objectName: "CommentCell"
-            width: list.width
+            width: ListView.view.width
             height: Math.max(56, msg.implicitHeight + 34)
             NameBadge {
                 x: 10

@@ -16,10 +16,15 @@ ListView {
     boundsBehavior: Flickable.DragOverBounds
     flickableDirection: Flickable.VerticalFlick // a pull also when nothing is shown
     property bool pulling: false
-    // What a tap on the footer of a failed load does.
-    property var retry: function () {
-        table.retry()
-    }
+    // A tap on the footer of a failed load asks the list again; a screen
+    // that does more sets ownRetry and answers retryTapped.
+    property bool ownRetry: false
+    signal retryTapped
+    // The record a header shows, and what a row (or the header) asks for: to
+    // open its item or its poster's photos.
+    property var headerRecord: null
+    signal rowTapped(var item)
+    signal rowHeadTapped(var item)
 
     // A reload's rows show page 1 from its top. A header that comes while the
     // rows are at their top shows above them.
@@ -91,56 +96,15 @@ ListView {
             }
         }
     }
-    footer: Item {
-        id: footerView
-        objectName: "footerView"
-        readonly property bool failed: list.table !== null && list.table.loadFailed
-        // A failed load with nothing above it fills the view.
-        readonly property bool alone: failed && list.count === 0
-        width: list.width
-        height: alone ? Math.max(list.height - (list.headerItem ? list.headerItem.height : 0), 200)
-                      : footerColumn.height + 24
-        visible: list.table !== null && list.table.footerText.length > 0
-        MouseArea {
-            anchors.fill: parent
-            enabled: footerView.failed
-            onClicked: list.retry()
-        }
-        Column {
-            id: footerColumn
-            anchors.centerIn: parent
-            spacing: 10
-            Image {
-                anchors.horizontalCenter: parent.horizontalCenter
-                visible: footerView.alone
-                source: "qrc:/pictures/location.png"
-                width: 96
-                height: 120
-            }
-            Row {
-                anchors.horizontalCenter: parent.horizontalCenter
-                spacing: 6
-                BusyIndicator {
-                    running: list.table !== null && list.table.footerSpinning
-                    visible: running
-                    width: 20
-                    height: 20
-                }
-                Label {
-                    objectName: "footerLabel"
-                    anchors.verticalCenter: parent.verticalCenter
-                    text: list.table ? list.table.footerText : ""
-                    color: "#888888"
-                    font.pixelSize: 13
-                }
-            }
-            Label {
-                anchors.horizontalCenter: parent.horizontalCenter
-                visible: footerView.failed
-                text: "轻点这里或下拉，再试一次"
-                color: "#aaaaaa"
-                font.pixelSize: 12
-            }
+    footer: FeedFooter {}
+    // A tap on the footer of a failed load.
+    Connections {
+        target: list.footerItem as FeedFooter
+        function onTapped() {
+            if (list.ownRetry)
+                list.retryTapped()
+            else if (list.table)
+                list.table.retry()
         }
     }
 }

@@ -1,5 +1,6 @@
 // The feedback form of the settings screen: a text and, when the device has a
 // microphone, a voice note; "发送" sends both to the server.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

@@ -1,4 +1,5 @@
 // A like or dislike button: green with a white title once tapped.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 

@@ -1,5 +1,6 @@
 // The sign-up screen: mobile number and password, then the name pop-up. The
 // bar's right button opens the log-in pop-up.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

@@ -154,21 +154,25 @@ Item {
             height: pager.height
             table: showTable
             // Nothing shown yet: the whole start-up load again, top item too.
-            retry: function () {
+            ownRetry: true
+            onRetryTapped: {
                 if (showTable.count === 0)
                     feeds.reloadShowTableview(true)
                 else
                     showTable.retry()
             }
+            // The top item; a tap anywhere on it opens its page.
+            headerRecord: feeds.arrHead.length > 0 ? feeds.arrHead[0] : null
             header: feeds.arrHead.length > 0 ? headerComponent : null
             delegate: ShowCell {
                 required property var modelData
-                width: showView.width
+                width: ListView.view.width
                 item: FeedRows.toMap(modelData)
-                menusVC: feeds.menusVC
-                onTapped: feeds.openItem(shown)
-                onHeadTapped: feeds.openPerson(shown)
+                onTapped: (ListView.view as FeedList).rowTapped(shown)
+                onHeadTapped: (ListView.view as FeedList).rowHeadTapped(shown)
             }
+            onRowTapped: item => feeds.openItem(item)
+            onRowHeadTapped: item => feeds.openPerson(item)
         }
         FeedList {
             id: valueView
@@ -180,28 +184,26 @@ Item {
             delegate: ShowCell {
                 required property int index
                 required property var modelData
-                width: valueView.width
+                width: ListView.view.width
                 ranking: true
                 row: index
                 item: FeedRows.toMap(modelData)
-                menusVC: feeds.menusVC
-                onTapped: feeds.openItem(shown)
-                onHeadTapped: feeds.openPerson(shown)
+                onTapped: (ListView.view as FeedList).rowTapped(shown)
+                onHeadTapped: (ListView.view as FeedList).rowHeadTapped(shown)
             }
+            onRowTapped: item => feeds.openItem(item)
+            onRowHeadTapped: item => feeds.openPerson(item)
         }
     }
     Component {
         id: headerComponent
         ShowCell {
-            width: showView.width
+            width: ListView.view.width
             header: true
-            item: feeds.arrHead[0]
-            menusVC: feeds.menusVC
+            item: (ListView.view as FeedList).headerRecord
             color: "white"
-            onTapped: feeds.openItem(shown)
-            onHeadTapped: App.pushScreen("CommentViewController", {
-                                             "itemInfo": shown
-                                         })
+            onTapped: (ListView.view as FeedList).rowTapped(shown)
+            onHeadTapped: (ListView.view as FeedList).rowTapped(shown)
         }
     }
 

@@ -1,5 +1,6 @@
 // A user's published photos; the user's own (opened from the settings) can
 // be deleted. Opening this screen counts as having seen the news.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

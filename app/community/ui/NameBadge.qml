@@ -1,4 +1,5 @@
 // The round badge with the first character of a name ("未" when empty).
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

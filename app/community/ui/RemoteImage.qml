@@ -1,5 +1,6 @@
 // A photo loaded from its address, with "location.png" while it loads or
 // when it cannot be loaded.
+pragma ComponentBehavior: Bound
 import QtQuick
 
 Item {

@@ -1,4 +1,5 @@
 // The comment picker of the sharing screen.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

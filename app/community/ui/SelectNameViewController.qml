@@ -1,4 +1,5 @@
 // The pop-up in which a new user chooses a display name.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

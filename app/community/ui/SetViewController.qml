@@ -1,5 +1,6 @@
 // Settings: the account (name, gold coins), the unread badge on the own
 // photos entry, feedback, contact, rating, and log-in or log-out.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

@@ -6,6 +6,7 @@
 // `picture` is the item whose picture is sent or saved. The panel keeps
 // itself out of that picture; pictureTaking() and pictureTaken() let the
 // screen hide more (the edit buttons of the photo-with-comments screen).
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

@@ -1,5 +1,6 @@
 // The photo with a chosen comment, as a picture to share. The two edit
 // buttons pick another comment; they are kept out of the shared picture.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

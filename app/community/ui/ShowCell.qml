@@ -3,6 +3,7 @@
 // fields as the list or the feed holds them; `shown` is what the cell shows:
 // that item, or its newer values after a like here or a change elsewhere,
 // until the list or the feed gives the cell an item again.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian
@@ -16,7 +17,6 @@ Rectangle {
     property bool header: false
     property bool ranking: false
     property int row: 0
-    property var menusVC: null
     signal tapped
     signal headTapped
 

@@ -1,5 +1,6 @@
 // The log-in pop-up; for an account from before the password-reset rule it
 // also sets the password anew, once.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

@@ -1,5 +1,6 @@
 // The message pop-up of a photo being published: 1 to 100 characters, then
 // the result screen (ResultVC) publishes with it.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

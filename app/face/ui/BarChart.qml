@@ -1,6 +1,7 @@
 // A bar chart of a few values: one bar per title, the y axis from 0 to
 // `maximum` (values above it fill the whole height). Values are texts, as the
 // result screen keeps them.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 

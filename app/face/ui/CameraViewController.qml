@@ -1,5 +1,6 @@
 // The camera screen: the live preview (enlarged 1.5 times) under the overlay
 // with the hint line, the two "+" eye marks, "转", "取消" and "拍照".
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import QtMultimedia
@@ -9,14 +10,6 @@ Rectangle {
     id: cameraScreen
     objectName: "CameraViewController"
     color: "black"
-
-    function deviceFor(front) {
-        const inputs = mediaDevices.videoInputs
-        for (let i = 0; i < inputs.length; ++i)
-            if ((inputs[i].position === CameraDevice.FrontFace) === front)
-                return inputs[i]
-        return mediaDevices.defaultVideoInput
-    }
 
     // Off as soon as the screen starts to leave: the camera stops before
     // its session goes away with the screen.
@@ -32,25 +25,30 @@ Rectangle {
     // media framework is not free); without one the screen still shows its
     // overlay and takes frames handed to the capture.
     Loader {
-        id: session
+        id: sessionLoader
         active: mediaDevices.videoInputs.length > 0
-        sourceComponent: CaptureSession {
-            camera: Camera {
-                cameraDevice: cameraScreen.deviceFor(Capture.frontCamera)
-                active: cameraScreen.live
-                onErrorOccurred: (error, errorString) => Capture.cameraFailed(errorString)
-            }
-            imageCapture: ImageCapture {
-                id: imageCapture
-                // The full-resolution frame, not the preview.
-                onImageAvailable: (requestId, frame) => Capture.cameraFrame(frame)
-                onErrorOccurred: (requestId, error, message) => Capture.cameraFailed(message)
-            }
-            videoOutput: preview
-        }
+        source: "CameraSession.qml"
     }
-    readonly property var imageCapture: session.item ? (session.item as CaptureSession).imageCapture : null
-    readonly property bool readyForCapture: imageCapture !== null && imageCapture.readyForCapture
+    readonly property CameraSession session: sessionLoader.item as CameraSession
+    Binding {
+        target: cameraScreen.session
+        property: "front"
+        value: Capture.frontCamera
+        when: cameraScreen.session !== null
+    }
+    Binding {
+        target: cameraScreen.session
+        property: "live"
+        value: cameraScreen.live
+        when: cameraScreen.session !== null
+    }
+    Binding {
+        target: cameraScreen.session
+        property: "output"
+        value: preview
+        when: cameraScreen.session !== null
+    }
+    readonly property bool readyForCapture: session !== null && session.readyForCapture
     Item {
         id: previewParent
         anchors.fill: parent
@@ -108,7 +106,7 @@ Rectangle {
         }
         function onTakePictureRequested() {
             if (cameraScreen.readyForCapture)
-                cameraScreen.imageCapture.capture()
+                cameraScreen.session.takePicture()
         }
     }
 

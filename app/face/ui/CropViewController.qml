@@ -1,6 +1,7 @@
 // The crop screen: the photo under a fixed frame of width : height = ratio.
 // Drag to move the photo, pinch or scroll to zoom; "确定" hands the part under
 // the frame to the capture flow, "取消" leaves without a photo.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

@@ -2,8 +2,12 @@
 // opens the album or the camera for a new score, and the two feeds; the
 // settings button on the left carries the unread badge. The feeds themselves
 // come from MenusFeeds.qml when the app has it.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
+// qmllint disable unused-imports
+import QtQuick.Layouts // the album's Layout attached properties (fitAlbumToWidth)
+// qmllint enable unused-imports
 import QtQuick.Dialogs
 import Rongdian
 

@@ -1,6 +1,7 @@
 // The result screen: the photo with rounded corners, the counting number,
 // the attribute lines, the sub-scores as labels and bars, " ? " for help,
 // publishing with a message and sharing. `vc` is its ResultLogic.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

@@ -1,6 +1,7 @@
 // An action sheet: a title and a column of buttons at the bottom of the
 // screen; a button may carry a picture instead of text. Escape or the back
 // key is its cancel button.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

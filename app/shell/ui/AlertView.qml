@@ -1,4 +1,5 @@
 // An alert: title, message and its buttons over a dimmed screen.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

@@ -2,6 +2,7 @@
 // the back button on the left, a plain text button on the right and, once
 // setleftBtnRedNum() is called, the settings button with its unread badge in
 // place of the back button. Screen content goes below the bar.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

@@ -1,4 +1,5 @@
 // The message bar: slides in at the top with a title and a description.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

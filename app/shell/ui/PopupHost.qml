@@ -2,6 +2,7 @@
 // background posts "fadeViewAction"; the screens that care dismiss the pop-up.
 // Escape or the back key leaves a pop-up without effect. The pop-up gets the
 // keyboard: its field marked `focus: true` is the one typed into.
+pragma ComponentBehavior: Bound
 import QtQuick
 import Rongdian
 

@@ -1,5 +1,6 @@
 // The progress display: a dark box in the middle with a spinner, a progress
 // bar or a mark, and the text. Waiting and progress cover the screen.
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
 import Rongdian

@@ -1,5 +1,6 @@
 // The splash over the live home screen: the picture under a white veil and
 // the title block, faded out and removed by the start-up (App).
+pragma ComponentBehavior: Bound
 import QtQuick
 import Rongdian
 

@@ -1,0 +1,99 @@
+// The head of an item's page: the photo with its poster, score, message, like
+// button and comment count, for the record the list's header shows. A tap
+// beside the buttons is `tapped`.
+pragma ComponentBehavior: Bound
+import QtQuick
+import QtQuick.Controls
+import Rongdian
+
+Rectangle {
+    id: header
+    readonly property FeedList list: ListView.view as FeedList
+    readonly property var itemInfo: list && list.headerRecord ? list.headerRecord : ({})
+    signal tapped
+
+    // The like under way (its request), the like button's tapped look and
+    // that look before the tap.
+    property int likeRequest: 0
+    property bool likeShown: false
+    property bool likedBefore: false
+    Connections {
+        target: Items
+        function onLikeAnswered(request, ok, refused) {
+            if (request !== header.likeRequest)
+                return
+            header.likeRequest = 0
+            if (refused)
+                header.likeShown = header.likedBefore
+        }
+    }
+
+    width: list ? list.width : 0
+    // The message is read whole: as many lines as it takes.
+    height: labMessage.text.length > 0 ? labMessage.y + labMessage.height + 10 : 300
+    color: "white"
+    MouseArea {
+        anchors.fill: parent
+        onClicked: header.tapped()
+    }
+    RemoteImage {
+        id: imgHead
+        objectName: "imgHead"
+        x: (parent.width - 200) / 2
+        y: 8
+        width: 200
+        height: 250
+        source: header.itemInfo.imgurl || ""
+    }
+    NameBadge {
+        x: 10
+        y: 264
+        name: header.itemInfo.userlikename || ""
+    }
+    Label {
+        id: labScore
+        objectName: "labScore"
+        x: 48
+        y: 268
+        text: header.itemInfo.lookscorebasis || ""
+        color: FeedRows.scoreColor(text)
+        font.pixelSize: 18
+        font.bold: true
+    }
+    Label {
+        id: labMessage
+        objectName: "labMessage"
+        x: 12
+        y: 298
+        width: parent.width - 24
+        wrapMode: Text.Wrap
+        text: header.itemInfo.imgmessage || ""
+        font.pixelSize: 14
+    }
+    LikeButton {
+        id: btnLike
+        objectName: "btnLike"
+        anchors.right: parent.right
+        anchors.rightMargin: 50
+        y: 264
+        text: FeedRows.likeTitle(header.itemInfo.like)
+        enabled: header.likeRequest === 0
+        liked: header.likeShown
+        onClicked: {
+            header.likedBefore = header.likeShown
+            header.likeShown = true
+            header.likeRequest = Items.likeAction(header.itemInfo, true)
+        }
+    }
+    Label {
+        id: labComment
+        objectName: "labComment"
+        anchors.right: parent.right
+        anchors.rightMargin: 12
+        y: 270
+        // The item's count (+1 after each comment sent from its page).
+        text: String(header.itemInfo.commentNum !== undefined ? header.itemInfo.commentNum : 0)
+        color: "#888888"
+        font.pixelSize: 13
+    }
+}

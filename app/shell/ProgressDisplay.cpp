@@ -64,8 +64,6 @@ void ProgressDisplay::showErrorWithStatus(const QString& status) {
   present(Kind::Error, status, -1);
 }
 
-void ProgressDisplay::dismiss() { present(Kind::Dismiss, {}, -1); }
-
 const char* ProgressDisplay::kindName(Kind kind) {
   switch (kind) {
     case Kind::Show:
@@ -76,8 +74,6 @@ const char* ProgressDisplay::kindName(Kind kind) {
       return "success";
     case Kind::Error:
       return "error";
-    case Kind::Dismiss:
-      return "dismiss";
   }
   return "?";
 }

@@ -1,6 +1,6 @@
 // The app's progress display and message bar: the one place user feedback of
-// background work goes (a waiting text, a fraction, a success or error text,
-// dismissal; short notices in a bar at the top of the screen).
+// background work goes (a waiting text, a fraction, a success or error text;
+// short notices in a bar at the top of the screen).
 //
 // The UI installs a presenter at start-up (ProgressDisplay::setPresenter with
 // a function that drives its overlay; MessageBar::setPresenter likewise).
@@ -19,7 +19,6 @@ class ProgressDisplay {
     Progress,  // waiting with a fraction 0.0 .. 1.0 and a text
     Success,   // a success text that goes away by itself
     Error,     // an error text that goes away by itself
-    Dismiss,   // take the display away
   };
   // fraction is only meaningful for Kind::Progress (negative otherwise).
   using Presenter = std::function<void(Kind kind, const QString& text, double fraction)>;
@@ -31,7 +30,6 @@ class ProgressDisplay {
   static void showProgress(double fraction, const QString& status);
   static void showSuccessWithStatus(const QString& status);
   static void showErrorWithStatus(const QString& status);
-  static void dismiss();
 
   static const char* kindName(Kind kind);
 };

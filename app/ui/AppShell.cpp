@@ -64,11 +64,6 @@ void AppShell::installAdapters() {
       case ProgressDisplay::Kind::Error:
         hud->showErrorWithStatus(text);
         break;
-      case ProgressDisplay::Kind::Dismiss:
-        // Lists dismiss when their load ends; a message shown meanwhile (a
-        // list's error, a deletion's success) stays readable.
-        hud->dismissWaiting();
-        break;
     }
   });
   MessageBar::setPresenter([](const QString& title, const QString& text, MessageBar::Type type) {

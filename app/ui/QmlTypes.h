@@ -7,10 +7,11 @@
 // is handed each one and never owns it.
 #pragma once
 
+#include <QtQml/qqmlregistration.h>
+
 #include <QAbstractItemModel>
 #include <QJSEngine>
 #include <QObject>
-#include <QtQml/qqmlregistration.h>
 
 #include "community/CommentTableViews.h"
 #include "community/ItemTableViews.h"

@@ -88,8 +88,7 @@ void collect(QQuickItem* root, const QString& name, QList<QQuickItem*>& out) {
 // The feed's record of the photo with `message`.
 QVariantMap rowWithMessage(QObject* table, const QString& message) {
   for (int i = 0; i < table->property("count").toInt(); ++i)
-    if (recordMap(rowOf(table, i))["imgmessage"] == message)
-      return recordMap(rowOf(table, i));
+    if (recordMap(rowOf(table, i))["imgmessage"] == message) return recordMap(rowOf(table, i));
   return {};
 }
 

@@ -33,12 +33,11 @@ QString ItemActions::photoMessageError(const QString& text) const {
 }
 
 void ItemActions::loadFristPoint() {
-  ItemApi::getMaxpointItem(QStringLiteral("rd_get_item"),
-                           [this](std::optional<QList<Item>> items) {
-                             if (!items || items->isEmpty()) return;
-                             topItem_ = recordMap(items->first());
-                             emit topItemChanged();
-                           });
+  ItemApi::getMaxpointItem(QStringLiteral("rd_get_item"), [this](std::optional<QList<Item>> items) {
+    if (!items || items->isEmpty()) return;
+    topItem_ = recordMap(items->first());
+    emit topItemChanged();
+  });
 }
 
 int ItemActions::likeAction(const QVariant& itemVar, bool isLike) {
@@ -69,15 +68,15 @@ int ItemActions::likeAction(const QVariant& itemVar, bool isLike) {
 void ItemActions::createComment(const QString& itemId, const QString& text) {
   const UserInfo u = LocalUserInfo::getUserInfo();
   ProgressHud::instance()->showWithStatus(QStringLiteral("评论中..."));
-  CommentApi::createComment(u.username, itemId, u.userlikename, text,
-                            QStringLiteral("rd_add_comments"), [this, itemId](bool ok) {
-                              if (ok)
-                                ProgressHud::instance()->dismiss();
-                              else
-                                ProgressHud::instance()->showErrorWithStatus(
-                                    HeadApi::kNetworkErrorText);
-                              emit commentAnswered(itemId, ok);
-                            });
+  CommentApi::createComment(
+      u.username, itemId, u.userlikename, text, QStringLiteral("rd_add_comments"),
+      [this, itemId](bool ok) {
+        if (ok)
+          ProgressHud::instance()->dismiss();
+        else
+          ProgressHud::instance()->showErrorWithStatus(HeadApi::kNetworkErrorText);
+        emit commentAnswered(itemId, ok);
+      });
 }
 
 void ItemActions::deleteItem(const QString& itemId) {

@@ -22,7 +22,8 @@ Session* Session::instance() {
 
 Session::Session(QObject* parent) : QObject(parent) {
   NotificationCenter::defaultCenter().addObserver(
-      Notifications::userloginsucceed, this, [this](const Notification&) { emit sessionChanged(); });
+      Notifications::userloginsucceed, this,
+      [this](const Notification&) { emit sessionChanged(); });
 }
 
 bool Session::loggedIn() const { return LocalUserInfo::isLoggedIn(); }
@@ -53,31 +54,26 @@ QString Session::nameError(const QString& name) const { return AccountChecks::na
 
 void Session::signUp(const QString& number, const QString& password, const QString& name) {
   ProgressHud::instance()->showWithStatus(QStringLiteral("注册中..."));
-  UserInfoApi::UserSignin(number, password, name, QStringLiteral("rd_register_user"),
-                          [this](const UserInfo&) {
-                            ProgressHud::instance()->showSuccessWithStatus(
-                                QStringLiteral("注册成功"));
-                            emit sessionChanged();
-                            emit signedUp();
-                          });
+  UserInfoApi::UserSignin(
+      number, password, name, QStringLiteral("rd_register_user"), [this](const UserInfo&) {
+        ProgressHud::instance()->showSuccessWithStatus(QStringLiteral("注册成功"));
+        emit sessionChanged();
+        emit signedUp();
+      });
 }
 
 void Session::logIn(const QString& number, const QString& password, bool reset) {
   ProgressHud::instance()->showWithStatus(QStringLiteral("加载中..."));
-  UserInfoApi::UserLogIn(number, password, QStringLiteral("rd_login_user"), reset,
-                         [this](bool ok) {
-                           if (ok) {
-                             ProgressHud::instance()->showSuccessWithStatus(
-                                 QStringLiteral("登录成功"));
-                             if (!LocalUserInfo::firstLoginDone())
-                               LocalUserInfo::setFirstLoginDone(true);
-                             emit sessionChanged();
-                           } else {
-                             ProgressHud::instance()->showErrorWithStatus(
-                                 HeadApi::kNetworkErrorText);
-                           }
-                           emit loggedInAnswered(ok);
-                         });
+  UserInfoApi::UserLogIn(number, password, QStringLiteral("rd_login_user"), reset, [this](bool ok) {
+    if (ok) {
+      ProgressHud::instance()->showSuccessWithStatus(QStringLiteral("登录成功"));
+      if (!LocalUserInfo::firstLoginDone()) LocalUserInfo::setFirstLoginDone(true);
+      emit sessionChanged();
+    } else {
+      ProgressHud::instance()->showErrorWithStatus(HeadApi::kNetworkErrorText);
+    }
+    emit loggedInAnswered(ok);
+  });
 }
 
 int Session::refreshUser() {

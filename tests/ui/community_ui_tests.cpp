@@ -275,6 +275,15 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   EXPECT_EQ(text(heart), likesShown);
   EXPECT_EQ(text(item(cells.last(), "labScore")), scoreShown);
   EXPECT_FALSE(heart->property("liked").toBool());
+  // The same on its page: the button as it was when the answer came.
+  QMetaObject::invokeMethod(feeds(), "openItem", Q_ARG(QVariant, cells.last()->property("shown")));
+  ASSERT_TRUE(onScreen("CommentViewController"));
+  QQuickItem* pageHeart = item(top(), "btnLike");
+  press(pageHeart);
+  EXPECT_TRUE(pageHeart->property("liked").toBool());  // at once, until the answer
+  ASSERT_TRUE(waitUntil([&] { return pageHeart->isEnabled(); }));
+  EXPECT_FALSE(pageHeart->property("liked").toBool());
+  EXPECT_EQ(text(item(top(), "labScore")), scoreShown);
 }
 
 TEST(CommunityUi, SignUpChecksNamePopupAndTheOneTimePasswordReset) {

@@ -12,8 +12,7 @@
 #include "service/Endpoints.h"
 #include "service/HeadApi.h"
 #include "service/LocalUserInfo.h"
-
-const QString FeedbackClient::kNetworkErrorText = QStringLiteral("网络环境差，请稍候再试！：）");
+#include "shell/ProgressDisplay.h"
 
 namespace {
 
@@ -105,7 +104,7 @@ void FeedbackClient::send(const QString& text, const QString& voicePath, Done do
                                     : QStringLiteral("发送失败（%1）").arg(r.error);
     } else {
       r.error = QStringLiteral("network");
-      r.message = kNetworkErrorText;
+      r.message = ProgressDisplay::kNetworkErrorText;
     }
     done(r);
   });

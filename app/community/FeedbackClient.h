@@ -30,7 +30,4 @@ class FeedbackClient {
 
   // The content type sent with a voice file, from its suffix.
   static QString voiceContentType(const QString& path);
-
-  // Shown when the server could not be reached.
-  static const QString kNetworkErrorText;
 };

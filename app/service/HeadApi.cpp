@@ -15,8 +15,6 @@
 
 Q_LOGGING_CATEGORY(lcHeadApi, "rd.service.http", QtInfoMsg)
 
-const QString HeadApi::kNetworkErrorText = QStringLiteral("网络环境差，请稍候再试！：）");
-
 namespace {
 
 // The platform's request time-out (the app never changes it).

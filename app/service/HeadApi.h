@@ -60,7 +60,4 @@ class HeadApi {
   // The common steps of a command: POST `body` to commandUrl(query).
   static void postCommand(const QString& query, const QJsonObject& body, ReplyHandler onReply,
                           FailureHandler onFailure);
-
-  // The text shown for any transport failure.
-  static const QString kNetworkErrorText;  // "网络环境差，请稍候再试！：）"
 };

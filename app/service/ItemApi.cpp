@@ -29,7 +29,7 @@ QString messageOf(const QJsonValue& reply) {
 }
 
 void showNetworkError(int, const QString&) {
-  ProgressDisplay::showErrorWithStatus(HeadApi::kNetworkErrorText);
+  ProgressDisplay::showErrorWithStatus(ProgressDisplay::kNetworkErrorText);
 }
 
 // The network text, then the caller's own step when it has one.
@@ -162,7 +162,7 @@ void ItemApi::likeItem(const QString& itemId, bool isLike, const QString& cmd,
         if (block) block(reply.isUndefined() ? Vote::Unanswered : Vote::Counted);
       },
       [block](int, const QString&) {
-        ProgressDisplay::showErrorWithStatus(HeadApi::kNetworkErrorText);
+        ProgressDisplay::showErrorWithStatus(ProgressDisplay::kNetworkErrorText);
         if (block) block(Vote::Unanswered);
       });
 }

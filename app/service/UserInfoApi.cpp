@@ -30,7 +30,7 @@ QString messageOf(const QJsonObject& reply) {
 }
 
 void showNetworkError(int, const QString&) {
-  ProgressDisplay::showErrorWithStatus(HeadApi::kNetworkErrorText);
+  ProgressDisplay::showErrorWithStatus(ProgressDisplay::kNetworkErrorText);
 }
 
 void signedIn(const QJsonObject& reply) {
@@ -59,7 +59,7 @@ void UserInfoApi::UserSignin(const QString& mobile, const QString& password,
         }
         const UserInfo user = KADO_JSON::jsonToUserInfo(value);
         if (!hasId(reply)) {
-          ProgressDisplay::showErrorWithStatus(HeadApi::kNetworkErrorText);
+          ProgressDisplay::showErrorWithStatus(ProgressDisplay::kNetworkErrorText);
           return;
         }
         if (!LocalUserInfo::firstLoginDone()) LocalUserInfo::setFirstLoginDone(true);

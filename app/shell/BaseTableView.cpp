@@ -2,11 +2,12 @@
 
 #include <QMetaProperty>
 
+#include "shell/ProgressDisplay.h"
+
 const QString BaseTableView::kLoadingText = QStringLiteral("正在加载...");
 const QString BaseTableView::kMoreText = QStringLiteral("上拉加载更多");
 const QString BaseTableView::kNoMoreText = QStringLiteral("已经到底了哈！");
 const QString BaseTableView::kRefreshText = QStringLiteral("加载中...");
-const QString BaseTableView::kNetworkText = QStringLiteral("网络环境差，请稍候再试！：）");
 
 namespace {
 constexpr int kModelDataRole = Qt::UserRole;
@@ -314,7 +315,7 @@ void BaseTableView::loadFailedToReach(bool reload) {
   setReloading(false);
   failedReload_ = reload;
   loadFailed_ = true;
-  setFooter(kNetworkText, false);
+  setFooter(ProgressDisplay::kNetworkErrorText, false);
   emit stateChanged();
   finishRefreshControl();
   endLoading();

@@ -60,9 +60,6 @@ class BaseTableView : public QAbstractListModel {
   static const QString kMoreText;     // "上拉加载更多"
   static const QString kNoMoreText;   // "已经到底了哈！"
   static const QString kRefreshText;  // "加载中..."
-  // The footer after a load that could not reach the server (the same text
-  // the request layer shows for a transport failure).
-  static const QString kNetworkText;  // "网络环境差，请稍候再试！：）"
 
   explicit BaseTableView(QObject* parent = nullptr);
 

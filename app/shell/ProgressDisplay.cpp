@@ -45,6 +45,8 @@ void present(ProgressDisplay::Kind kind, const QString& text, double fraction) {
 
 }  // namespace
 
+const QString ProgressDisplay::kNetworkErrorText = QStringLiteral("网络环境差，请稍候再试！：）");
+
 void ProgressDisplay::setPresenter(Presenter p) {
   QMutexLocker lock(&presenterMutex());
   progressPresenter() = std::move(p);

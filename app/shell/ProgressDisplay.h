@@ -26,6 +26,9 @@ class ProgressDisplay {
   // Replaces the presenter; an empty function restores the logging default.
   static void setPresenter(Presenter p);
 
+  // The text of any request that could not reach the server.
+  static const QString kNetworkErrorText;  // "网络环境差，请稍候再试！：）"
+
   static void show(const QString& status = {});
   static void showProgress(double fraction, const QString& status);
   static void showSuccessWithStatus(const QString& status);

@@ -1,18 +1,13 @@
 #include "AppShell.h"
 
-#include <QQmlContext>
 #include <QQuickItem>
 #include <QQuickWindow>
-#include <QSettings>
-#include <QtQml>
 
 #include "community/ui/PhotoCache.h"
 #include "face/CaptureFlow.h"
 #include "face/FaceppClient.h"
 #include "face/ui/CaptureController.h"
 #include "face/ui/CaptureImages.h"
-#include "face/ui/NumberJump.h"
-#include "face/ui/ResultViewController.h"
 #include "service/Endpoints.h"
 #include "service/LocalUserInfo.h"
 #include "shell/ProgressDisplay.h"
@@ -37,7 +32,6 @@ AppShell::AppShell(QObject* parent) : QObject(parent) {
   installAdapters();
   installPhotoCache(&engine_);
   delegate_ = new AppDelegate(this);
-  QmlTypes::app = delegate_;
   capture_ = new CaptureController(this);
   QmlTypes::capture = capture_;
   engine_.addImageProvider(QStringLiteral("capture"), new CaptureImages);

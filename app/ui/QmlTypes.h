@@ -34,8 +34,7 @@ class QQmlEngine;
 
 namespace QmlTypes {
 
-// The shell's objects of the running app (set before its window loads).
-inline AppDelegate* app = nullptr;
+// The running app's capture controller (set before its window loads).
 inline CaptureController* capture = nullptr;
 
 template <typename T>
@@ -53,7 +52,9 @@ struct AppForeign {
   QML_NAMED_ELEMENT(App)
   QML_SINGLETON
  public:
-  static AppDelegate* create(QQmlEngine*, QJSEngine*) { return QmlTypes::kept(QmlTypes::app); }
+  static AppDelegate* create(QQmlEngine*, QJSEngine*) {
+    return QmlTypes::kept(AppDelegate::instance());
+  }
 };
 
 struct CaptureForeign {

@@ -14,6 +14,7 @@
 #include "community/FeedbackClient.h"
 #include "service/Endpoints.h"
 #include "service/LocalUserInfo.h"
+#include "shell/ProgressDisplay.h"
 #include "support/DatabaseRows.h"
 #include "support/ServerProcess.h"
 
@@ -125,7 +126,7 @@ TEST_F(Feedback, RefusalsCarryTheServersTextAndNothingIsStored) {
   auto gone = send(QStringLiteral("有人吗"));
   EXPECT_FALSE(gone.ok);
   EXPECT_EQ(gone.error, QStringLiteral("network"));
-  EXPECT_EQ(gone.message, FeedbackClient::kNetworkErrorText);
+  EXPECT_EQ(gone.message, ProgressDisplay::kNetworkErrorText);
 }
 
 TEST(FeedbackEndpoints, FollowTheServerUrl) {

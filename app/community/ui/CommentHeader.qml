@@ -12,22 +12,6 @@ Rectangle {
     readonly property var itemInfo: list && list.headerRecord ? list.headerRecord : ({})
     signal tapped
 
-    // The like under way (its request), the like button's tapped look and
-    // that look before the tap.
-    property int likeRequest: 0
-    property bool likeShown: false
-    property bool likedBefore: false
-    Connections {
-        target: Items
-        function onLikeAnswered(request, ok, refused) {
-            if (request !== header.likeRequest)
-                return
-            header.likeRequest = 0
-            if (refused)
-                header.likeShown = header.likedBefore
-        }
-    }
-
     width: list ? list.width : 0
     // The message is read whole: as many lines as it takes.
     height: labMessage.text.length > 0 ? labMessage.y + labMessage.height + 10 : 300
@@ -77,13 +61,7 @@ Rectangle {
         anchors.rightMargin: 50
         y: 264
         text: FeedRows.likeTitle(header.itemInfo.like)
-        enabled: header.likeRequest === 0
-        liked: header.likeShown
-        onClicked: {
-            header.likedBefore = header.likeShown
-            header.likeShown = true
-            header.likeRequest = Items.likeAction(header.itemInfo, true)
-        }
+        onClicked: vote(header.itemInfo, true)
     }
     Label {
         id: labComment

@@ -54,7 +54,6 @@ BaseViewController {
         input.focus = false
     }
 
-
     Connections {
         target: Items
         // The same item changed elsewhere, or a like here or a refused one

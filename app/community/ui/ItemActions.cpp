@@ -4,10 +4,10 @@
 #include "community/LikeTapAction.h"
 #include "community/ui/Records.h"
 #include "community/ui/Session.h"
-#include "service/HeadApi.h"
 #include "service/ItemApi.h"
 #include "service/LocalUserInfo.h"
 #include "shell/NotificationCenter.h"
+#include "shell/ProgressDisplay.h"
 #include "shell/ui/MessageBarModel.h"
 #include "shell/ui/ProgressHud.h"
 
@@ -74,7 +74,7 @@ void ItemActions::createComment(const QString& itemId, const QString& text) {
         if (ok)
           ProgressHud::instance()->dismiss();
         else
-          ProgressHud::instance()->showErrorWithStatus(HeadApi::kNetworkErrorText);
+          ProgressHud::instance()->showErrorWithStatus(ProgressDisplay::kNetworkErrorText);
         emit commentAnswered(itemId, ok);
       });
 }

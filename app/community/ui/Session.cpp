@@ -2,10 +2,10 @@
 
 #include "community/AccountChecks.h"
 #include "community/ui/Records.h"
-#include "service/HeadApi.h"
 #include "service/LocalUserInfo.h"
 #include "service/UserInfoApi.h"
 #include "shell/NotificationCenter.h"
+#include "shell/ProgressDisplay.h"
 #include "shell/ui/ProgressHud.h"
 
 namespace {
@@ -70,7 +70,7 @@ void Session::logIn(const QString& number, const QString& password, bool reset) 
       if (!LocalUserInfo::firstLoginDone()) LocalUserInfo::setFirstLoginDone(true);
       emit sessionChanged();
     } else {
-      ProgressHud::instance()->showErrorWithStatus(HeadApi::kNetworkErrorText);
+      ProgressHud::instance()->showErrorWithStatus(ProgressDisplay::kNetworkErrorText);
     }
     emit loggedInAnswered(ok);
   });

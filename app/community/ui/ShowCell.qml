@@ -22,31 +22,12 @@ Rectangle {
 
     readonly property var rankInfo: FeedRows.rank(row)
 
-    // The like under way from this cell: its request, its button, whether it
-    // was a like, and the button's state before.
-    property int likeRequest: 0
-    property Item likeButton: null
-    property bool likeIsLike: true
-    property bool likedBefore: false
-
+    // The same item changed (a like here, its page, another list): show it.
     Connections {
         target: Items
-        // The same item changed (a like here, its page, another list): show it.
         function onItemChanged(changed) {
             if (changed.itemId !== undefined && changed.itemId === cell.shown.itemId)
                 cell.changed = changed
-        }
-        function onLikeAnswered(request, ok, refused) {
-            if (request !== cell.likeRequest || !cell.likeButton)
-                return
-            cell.likeRequest = 0
-            cell.likeButton.enabled = true
-            if (refused)
-                cell.likeButton.liked = cell.likedBefore // the vote did not count: the button as it was
-            // The score and like labels follow the item, which already holds
-            // the answer's values; the dislike title shows the like count.
-            if (ok && !cell.likeIsLike)
-                btnunLike.text = FeedRows.unlikeTitle(cell.shown.like)
         }
     }
     width: parent ? parent.width : 320
@@ -55,12 +36,7 @@ Rectangle {
     objectName: header ? "ShowOneCell" : (ranking ? "ValueCell" : "ShowCell")
 
     function likeAction(isLike, button) {
-        likedBefore = button.liked
-        likeButton = button
-        likeIsLike = isLike
-        button.enabled = false
-        button.liked = true
-        likeRequest = Items.likeAction(cell.shown, isLike)
+        button.vote(cell.shown, isLike)
         kiss.play()
     }
     // shakeView: a short shake of the tapped view.
@@ -160,6 +136,12 @@ Rectangle {
             visible: cell.header
             text: FeedRows.unlikeTitle(cell.shown.unlike)
             onClicked: cell.likeAction(false, btnunLike)
+            // The score and like labels follow the item, which already holds
+            // the answer's values; the dislike title shows the like count.
+            onAnswered: ok => {
+                if (ok)
+                    btnunLike.text = FeedRows.unlikeTitle(cell.shown.like)
+            }
         }
         Label {
             objectName: "labComment"

@@ -323,44 +323,29 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
                       });
   }
 
-  void timed_out() {
+  // Answers a request that goes no further with a JSON error, then closes.
+  void refuse(unsigned status, const std::string& error, unsigned version,
+              const std::string& label) {
     Request req;
-    req.version(11);
-    auto res = json_response(req, bhttp::status::request_timeout,
-                             boost::json::object{{"error", "request timed out"}});
-    res.keep_alive(false);
-    send(std::move(res), route_ ? route_->label : "-", false);
+    req.version(version);
+    send(json_response(req, status, boost::json::object{{"error", error}}), label, false);
   }
+  std::string route_label() const { return route_ ? route_->label : "-"; }
+
+  void timed_out() { refuse(408, "request timed out", 11, route_label()); }
 
   void fail_head(beast::error_code ec) {
-    // A malformed request head: answer 400 once and close.
-    Request req;
-    req.version(11);
-    req.keep_alive(false);
-    unsigned status = ec == bhttp::error::header_limit ? 431 : 400;
-    auto res =
-        json_response(req, status, boost::json::object{{"error", "bad request: " + ec.message()}});
-    res.keep_alive(false);
-    send(std::move(res), "-", false);
+    // A malformed request head.
+    refuse(ec == bhttp::error::header_limit ? 431 : 400, "bad request: " + ec.message(), 11, "-");
   }
 
   void bad_target() {
     // Not a path with an optional query, or a broken escape in it.
-    Request req;
-    req.version(parser_->get().version());
-    auto res = json_response(req, bhttp::status::bad_request,
-                             boost::json::object{{"error", "bad request: malformed target"}});
-    res.keep_alive(false);
-    send(std::move(res), "-", false);
+    refuse(400, "bad request: malformed target", parser_->get().version(), "-");
   }
 
   void too_large() {
-    Request req;
-    req.version(parser_->get().version());
-    auto res = json_response(req, bhttp::status::payload_too_large,
-                             boost::json::object{{"error", "request body too large"}});
-    res.keep_alive(false);
-    send(std::move(res), route_ ? route_->label : "-", false);
+    refuse(413, "request body too large", parser_->get().version(), route_label());
   }
 
   void on_body(beast::error_code ec, bool path_known) {
@@ -374,12 +359,7 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
         return close();
       // A body that ends early (the peer stopped sending before its
       // Content-Length) or is malformed (bad chunks): 400, then close.
-      Request req;
-      req.version(11);
-      auto res = json_response(req, bhttp::status::bad_request,
-                               boost::json::object{{"error", "bad request body: " + ec.message()}});
-      res.keep_alive(false);
-      return send(std::move(res), route_ ? route_->label : "-", false);
+      return refuse(400, "bad request body: " + ec.message(), 11, route_label());
     }
     req_ = parser_->release();
     if (!route_) {

@@ -7,19 +7,41 @@ CMAKE_ARGS ?=
 export CCACHE_BASEDIR := $(CURDIR)
 export CCACHE_NOHASHDIR := 1
 
-.PHONY: run test test-asan setup build build-asan bench clean format qmllint
+.PHONY: run test test-asan setup setup-run build build-asan bench clean format qmllint
+
+# What `make run` needs: the server and the app, nothing of the tests.
+RUN_TARGETS := rongdian-server rongdian
 
 setup:
 	@scripts/setup.sh
 
-$(BUILD)/CMakeCache.txt:
-	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS)
+setup-run:
+	@scripts/setup.sh --run
 
-# (env -u MAKELEVEL: the build's own makefiles then print no "Entering directory" lines.)
-build: setup $(BUILD)/CMakeCache.txt
-	@env -u MAKELEVEL cmake --build $(BUILD) -j $(JOBS)
+# Ninja: a build with nothing to do does nothing (the Makefile generator reruns
+# Qt's metatype steps, and so the QML compiler, every time). A folder
+# configured with another generator is configured afresh. (Once configured,
+# Ninja reruns CMake itself when a CMakeLists.txt changes.)
+#   $(call configure,DIR,CMAKE ARGS)
+define configure
+	@if [ ! -f $(1)/build.ninja ]; then \
+	  if [ -f $(1)/CMakeCache.txt ]; then \
+	    echo "build: $(1) was configured with another generator; configuring it again for Ninja"; \
+	    rm -rf $(1)/CMakeCache.txt $(1)/CMakeFiles; fi; \
+	  echo cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS); \
+	  cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS); fi
+endef
 
-run: build
+# The tests on: a folder that `make run` configured without them gets them.
+build: setup
+	$(call configure,$(BUILD),-DCMAKE_BUILD_TYPE=RelWithDebInfo)
+	@grep -q '^BUILD_TESTING:BOOL=ON$$' $(BUILD)/CMakeCache.txt || cmake -DBUILD_TESTING=ON $(BUILD)
+	@cmake --build $(BUILD) -j $(JOBS)
+
+# Only what it runs: the tests and benchmarks are built by `make test`/`make bench`.
+run: setup-run
+	$(call configure,$(BUILD),-DCMAKE_BUILD_TYPE=RelWithDebInfo -DBUILD_TESTING=OFF)
+	@cmake --build $(BUILD) -j $(JOBS) --target $(RUN_TARGETS)
 	@scripts/run.sh $(BUILD)
 
 test: build
@@ -27,14 +49,12 @@ test: build
 
 # qmllint over the app's QML module (also one of the tests).
 qmllint: build
-	@env -u MAKELEVEL cmake --build $(BUILD) --target rongdian_ui_qmllint
+	@cmake --build $(BUILD) --target rongdian_ui_qmllint
 
 # The unit tests once more, built with AddressSanitizer and UBSan.
-$(ASAN_BUILD)/CMakeCache.txt:
-	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DRD_SANITIZE=ON -DRD_BUILD_APP=OFF $(CMAKE_ARGS)
-
-build-asan: setup $(ASAN_BUILD)/CMakeCache.txt
-	@env -u MAKELEVEL cmake --build $(ASAN_BUILD) -j $(JOBS) --target unit_tests
+build-asan: setup
+	$(call configure,$(ASAN_BUILD),-DCMAKE_BUILD_TYPE=Debug -DRD_SANITIZE=ON -DRD_BUILD_APP=OFF)
+	@cmake --build $(ASAN_BUILD) -j $(JOBS) --target unit_tests
 
 test-asan: build-asan
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \

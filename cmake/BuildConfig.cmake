@@ -3,21 +3,36 @@
 # time for a real deployment.
 set(RD_SERVER_URL "http://127.0.0.1:8080" CACHE STRING "Base URL of the local rongdian-server")
 
-set(RD_BACKEND_ENDPOINT "${RD_SERVER_URL}/api" CACHE STRING "Backend endpoint (the app appends ?cmd=NAME)")
-
 set(RD_FACEPP_KEY "rongdian-dev-key" CACHE STRING "Face detection API key")
 set(RD_FACEPP_SECRET "rongdian-dev-secret" CACHE STRING "Face detection API secret")
-set(RD_FACEPP_REGION0_URL "${RD_SERVER_URL}/v2/" CACHE STRING "Detection base URL, region 0")
-set(RD_FACEPP_REGION1_URL "${RD_SERVER_URL}/v2/" CACHE STRING "Detection base URL, region 1")
 
 set(RD_STORAGE_ACCESS_KEY "rongdian-dev-ak" CACHE STRING "Photo storage access key")
 set(RD_STORAGE_SECRET_KEY "rongdian-dev-sk" CACHE STRING "Photo storage secret key")
 set(RD_STORAGE_BUCKET "rongdian" CACHE STRING "Photo storage bucket")
-set(RD_STORAGE_UPLOAD_URL "${RD_SERVER_URL}/upload" CACHE STRING "Primary photo upload address")
-set(RD_STORAGE_BACKUP_UPLOAD_URL "${RD_SERVER_URL}/upload-backup" CACHE STRING "Backup photo upload address")
-set(RD_STORAGE_DOWNLOAD_PREFIX "${RD_SERVER_URL}/files/" CACHE STRING "Public download prefix of stored photos")
 
-set(RD_PUSH_URL "ws://127.0.0.1:8080/push" CACHE STRING "Push gateway WebSocket address")
+# Addresses derived from RD_SERVER_URL. Each can be set on its own (-D); left
+# empty it follows RD_SERVER_URL on every configure, so changing the server's
+# address moves them all. (A plain variable of the same name shadows the empty
+# cache entry for the rest of the configure.)
+string(REGEX REPLACE "^http" "ws" rd_push_base "${RD_SERVER_URL}")
+foreach(derived
+    "RD_BACKEND_ENDPOINT|${RD_SERVER_URL}/api|Backend endpoint (the app appends ?cmd=NAME)"
+    "RD_FACEPP_REGION0_URL|${RD_SERVER_URL}/v2/|Detection base URL, region 0"
+    "RD_FACEPP_REGION1_URL|${RD_SERVER_URL}/v2/|Detection base URL, region 1"
+    "RD_STORAGE_UPLOAD_URL|${RD_SERVER_URL}/upload|Primary photo upload address"
+    "RD_STORAGE_BACKUP_UPLOAD_URL|${RD_SERVER_URL}/upload-backup|Backup photo upload address"
+    "RD_STORAGE_DOWNLOAD_PREFIX|${RD_SERVER_URL}/files/|Public download prefix of stored photos"
+    "RD_PUSH_URL|${rd_push_base}/push|Push gateway WebSocket address")
+  string(REPLACE "|" ";" derived "${derived}")
+  list(GET derived 0 name)
+  list(GET derived 1 value)
+  list(GET derived 2 doc)
+  set(${name} "" CACHE STRING "${doc} (empty: derived from RD_SERVER_URL)")
+  if("${${name}}" STREQUAL "")
+    set(${name} "${value}")
+  endif()
+endforeach()
+
 set(RD_REGISTER_DEVICE_TOKEN "<5f1c3a9e 7b2d4c60 91e8a7f3 0c4b6d2e 8a9f1b3c 4d5e6f70 1a2b3c4d 5e6f7a8b>"
   CACHE STRING "The fixed device token the app signs up with (the server never binds it)")
 # Addresses starting with "/" are pages of the server the app talks to (the

@@ -49,19 +49,24 @@ trap 'echo; echo "run: stopping"; exit 130' INT
 trap 'exit 143' TERM
 trap 'exit 129' HUP
 
-"$server" --listen "$listen" --data "$data" >"$log" 2>&1 &
+# The log exists before the server starts: the loop below reads it at once,
+# and the background process may not have opened it yet on a busy machine.
+: >"$log"
+"$server" --listen "$listen" --data "$data" >>"$log" 2>&1 &
 server_pid=$!
 
-# The server's first line tells where it listens (the port, when 0 was asked for).
+# The server's first line tells where it listens (the port, when 0 was asked
+# for). It is given a minute: loading the models takes longer on a busy machine.
 url=
-for _ in $(seq 1 300); do
+deadline=$((SECONDS + 60))
+while [ "$SECONDS" -lt "$deadline" ]; do
   url=$(sed -n 's/^rongdian-server: listening on \(http:[^ ]*\).*/\1/p' "$log")
-  [ -n "$url" ] && curl -fsS -m 1 "$url/healthz" >/dev/null 2>&1 && break
+  [ -n "$url" ] && curl -fsS -m 2 "$url/healthz" >/dev/null 2>&1 && break
   url=
   kill -0 "$server_pid" 2>/dev/null || { echo "run: rongdian-server did not start:" >&2; cat "$log" >&2; exit 1; }
   sleep 0.1
 done
-[ -n "$url" ] || { echo "run: rongdian-server did not answer in 30 s; see $log" >&2; exit 1; }
+[ -n "$url" ] || { echo "run: rongdian-server did not answer in 60 s; see $log" >&2; exit 1; }
 echo "run: rongdian-server is up on $url (data in $data, log in $log)"
 
 # The app runs in the background and the script waits for it, so that a

@@ -2,6 +2,7 @@
 # Installs what the build, the run and the tests need, and fetches the face
 # model package. Idempotent: a second run only checks and returns quickly.
 #   scripts/setup.sh            packages + model data
+#   scripts/setup.sh --run      what the build and `make run` need + model data
 #   scripts/setup.sh --models   model data only
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
@@ -9,11 +10,17 @@ root=$(cd "$here/.." && pwd)
 
 as_root() { if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi; }
 
+# install_packages [run]: all the listed packages, or with "run" those above
+# the "[tests]" line.
 install_packages() {
   local all=() want=() have p
   while read -r p; do
     [ -z "$p" ] && continue
     case "$p" in \#*) continue ;; esac
+    if [ "$p" = "[tests]" ]; then
+      [ "${1:-}" = run ] && break
+      continue
+    fi
     all+=("$p")
   done <"$here/packages.txt"
   # One dpkg query for the whole list (a second run is back in a blink).
@@ -31,6 +38,7 @@ install_packages() {
 
 case "${1:-}" in
   --models) ;;
+  --run) install_packages run ;;
   *) install_packages ;;
 esac
 "$here/fetch-models.sh"

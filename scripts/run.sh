@@ -49,7 +49,8 @@ trap 'echo; echo "run: stopping"; exit 130' INT
 trap 'exit 143' TERM
 trap 'exit 129' HUP
 
-"$server" --listen "$listen" --data "$data" >"$log" 2>&1 &
+# A development install: the server takes the built-in keys the app is built with.
+"$server" --listen "$listen" --data "$data" --development >"$log" 2>&1 &
 server_pid=$!
 
 # The server's first line tells where it listens (the port, when 0 was asked for).

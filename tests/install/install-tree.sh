@@ -58,7 +58,7 @@ if [ -n "$(find "$p" -name '*.qml' -print -quit)" ]; then fail "QML files instal
 # The installed server, run from elsewhere, on a free port.
 mkdir -p "$work/run"
 cd "$work/run"
-"$p/bin/rongdian-server" --listen 127.0.0.1:0 --data "$work/run/var" \
+"$p/bin/rongdian-server" --listen 127.0.0.1:0 --data "$work/run/var" --development \
   >"$work/server.out" 2>"$work/server.err" &
 server_pid=$!
 url=

@@ -9,19 +9,7 @@ set -euo pipefail
 build=$1
 src=$2
 qml=$3
-work=$(mktemp -d "$build/package-test.XXXXXX")
-server_pid=
-cleanup() {
-  if [ -n "$server_pid" ] && kill -0 "$server_pid" 2>/dev/null; then
-    kill -KILL "$server_pid" 2>/dev/null || true
-  fi
-  rm -rf "$work"
-}
-trap cleanup EXIT
-fail() {
-  echo "FAIL: $*" >&2
-  exit 1
-}
+. "$(dirname "$0")/../support/installed-server.sh" "$build"
 
 cpack --config "$build/CPackConfig.cmake" -B "$work/out" >"$work/cpack.log" 2>&1 ||
   { cat "$work/cpack.log" >&2; fail "cpack"; }
@@ -120,29 +108,16 @@ done
 # The installed server with the packaged settings, as the unit starts it: on
 # the development keys it refuses to start until told it is a development install.
 server="$root/usr/bin/rongdian-server"
-settings() { grep -v '^#' "$root/etc/default/rongdian-server" | grep .; }
-run_server() {  # run_server EXTRA_ENV...
-  env -i PATH=/usr/bin:/bin $(settings) RONGDIAN_LISTEN=127.0.0.1:0 RONGDIAN_DATA="$work/data" "$@" \
-    "$server" >"$work/server.out" 2>"$work/server.err" &
-  server_pid=$!
-}
+settings=$(grep -v '^#' "$root/etc/default/rongdian-server" | grep .)
 status=0
-run_server
-wait "$server_pid" || status=$?
-server_pid=
+env -i PATH=/usr/bin:/bin $settings RONGDIAN_LISTEN=127.0.0.1:0 RONGDIAN_DATA="$work/data" \
+  "$server" >"$work/server.out" 2>"$work/server.err" || status=$?
 [ "$status" = 2 ] || { cat "$work/server.err" >&2; fail "the server started on the development keys (status $status)"; }
 grep -q 'RONGDIAN_DETECT_KEY.*local-development default' "$work/server.err" ||
   { cat "$work/server.err" >&2; fail "the refusal does not say why"; }
 
-run_server RONGDIAN_DEVELOPMENT=1
-url=
-for _ in $(seq 1 300); do
-  url=$(sed -n 's/^rongdian-server: listening on \(http:[^ ]*\).*/\1/p' "$work/server.out")
-  [ -n "$url" ] && break
-  kill -0 "$server_pid" 2>/dev/null || { cat "$work/server.err" >&2; fail "the installed server exited"; }
-  sleep 0.1
-done
-[ -n "$url" ] || fail "the installed server did not start"
+start_server env -i PATH=/usr/bin:/bin $settings RONGDIAN_LISTEN=127.0.0.1:0 RONGDIAN_DATA="$work/data" \
+  RONGDIAN_DEVELOPMENT=1 "$server"
 grep -qF "face models from $root/usr/share/rongdian/models" "$work/server.err" ||
   { cat "$work/server.err" >&2; fail "the installed server does not use its packaged models"; }
 
@@ -153,10 +128,5 @@ grep -qF "face models from $root/usr/share/rongdian/models" "$work/server.err" |
 grep -q '"allResultPoint":"[0-9]*"' "$work/score.json" || fail "score: $(cat "$work/score.json")"
 echo "score: $(cat "$work/score.json")"
 
-kill -TERM "$server_pid"
-status=0
-wait "$server_pid" || status=$?
-server_pid=
-[ "$status" = 0 ] || fail "SIGTERM: the server stopped with status $status"
-grep -q '^rongdian-server: stopped' "$work/server.out" || fail "the server did not say it stopped"
+stop_server
 echo "packages: ok ($(basename "$app_deb"), $(basename "$server_deb"))"

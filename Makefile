@@ -7,7 +7,7 @@ CMAKE_ARGS ?=
 export CCACHE_BASEDIR := $(CURDIR)
 export CCACHE_NOHASHDIR := 1
 
-.PHONY: run test test-asan setup setup-run build build-asan bench clean format qmllint
+.PHONY: run test test-asan setup setup-run build build-asan bench clean format qmllint package
 
 # What `make run` needs: the server and the app, nothing of the tests.
 RUN_TARGETS := rongdian-server rongdian
@@ -46,6 +46,14 @@ run: setup-run
 
 test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 900
+
+# The Debian packages rongdian and rongdian-server, in $(BUILD)/packages
+# (cmake/Package.cmake): only what they hold is built.
+package: setup
+	$(call configure,$(BUILD),-DCMAKE_BUILD_TYPE=RelWithDebInfo)
+	@cmake --build $(BUILD) -j $(JOBS) --target rongdian rongdian-server rongdian-score man_pages
+	cpack --config $(BUILD)/CPackConfig.cmake -B $(BUILD)/packages
+	@ls $(BUILD)/packages/*.deb
 
 # qmllint over the app's QML module (also one of the tests).
 qmllint: build

@@ -22,6 +22,7 @@ struct Option {
   int Config::*number = nullptr;
   bool Config::*flag_member = nullptr;
   const char* dev_default = nullptr;  // local-development value, announced at start
+  bool credential = false;            // its development value is refused outside --development
 };
 
 // Every flag of the server. Keep --help (usage()) and the README in step with this table.
@@ -62,13 +63,13 @@ const std::vector<Option>& options() {
        "models/face-api/model",
        Kind::Text, &Config::models_dir},
       {"detect-key", "RONGDIAN_DETECT_KEY", "api_key the detection service accepts", Kind::Text,
-       &Config::detect_key, nullptr, nullptr, build::kFaceppKey},
+       &Config::detect_key, nullptr, nullptr, build::kFaceppKey, true},
       {"detect-secret", "RONGDIAN_DETECT_SECRET", "api_secret the detection service accepts",
-       Kind::Text, &Config::detect_secret, nullptr, nullptr, build::kFaceppSecret},
+       Kind::Text, &Config::detect_secret, nullptr, nullptr, build::kFaceppSecret, true},
       {"storage-access-key", "RONGDIAN_STORAGE_ACCESS_KEY", "photo storage access key", Kind::Text,
-       &Config::storage_access_key, nullptr, nullptr, build::kStorageAccessKey},
+       &Config::storage_access_key, nullptr, nullptr, build::kStorageAccessKey, true},
       {"storage-secret-key", "RONGDIAN_STORAGE_SECRET_KEY", "photo storage secret key", Kind::Text,
-       &Config::storage_secret_key, nullptr, nullptr, build::kStorageSecretKey},
+       &Config::storage_secret_key, nullptr, nullptr, build::kStorageSecretKey, true},
       {"storage-bucket", "RONGDIAN_STORAGE_BUCKET", "photo storage bucket name", Kind::Text,
        &Config::storage_bucket, nullptr, nullptr, build::kStorageBucket},
       {"storage-download-prefix", "RONGDIAN_STORAGE_DOWNLOAD_PREFIX",
@@ -79,6 +80,10 @@ const std::vector<Option>& options() {
        "worker threads (default: one per core, more while requests wait on a distant "
        "database: sized at start by its measured latency)",
        Kind::Int, nullptr, &Config::threads},
+      {"development", "RONGDIAN_DEVELOPMENT",
+       "a development install: accept the built-in keys and secrets, which anyone can read in "
+       "the app; without it the server refuses to start on them",
+       Kind::Flag, nullptr, nullptr, &Config::development},
       {"quiet", "RONGDIAN_QUIET", "no log line per request", Kind::Flag, nullptr, nullptr,
        &Config::quiet},
       {"hide-disabled", "RONGDIAN_HIDE_DISABLED",
@@ -256,6 +261,20 @@ ParseResult parse_config(int argc, char** argv) {
       std::cerr << "rongdian-server: " << err << "\n";
       r.exit = true;
       r.exit_code = 2;
+      return r;
+    }
+  }
+  if (!c.development) {
+    for (const auto& opt : options())
+      if (opt.credential && c.*(opt.text) == opt.dev_default) {
+        std::cerr << "rongdian-server: --" << opt.flag << " [" << opt.env
+                  << "] is the local-development default\n";
+        r.exit = true;
+        r.exit_code = 2;
+      }
+    if (r.exit) {
+      std::cerr << "rongdian-server: set this deployment's own keys and secrets, or pass "
+                   "--development [RONGDIAN_DEVELOPMENT=1] on a development machine\n";
       return r;
     }
   }

@@ -10,19 +10,7 @@ build=$1
 src=$2
 key=$3
 secret=$4
-work=$(mktemp -d "$build/install-test.XXXXXX")
-server_pid=
-cleanup() {
-  if [ -n "$server_pid" ] && kill -0 "$server_pid" 2>/dev/null; then
-    kill -KILL "$server_pid" 2>/dev/null || true
-  fi
-  rm -rf "$work"
-}
-trap cleanup EXIT
-fail() {
-  echo "FAIL: $*" >&2
-  exit 1
-}
+. "$(dirname "$0")/../support/installed-server.sh" "$build"
 
 prefix=/opt/rongdian
 DESTDIR="$work/dest" cmake --install "$build" --prefix "$prefix" >"$work/install.log" ||
@@ -58,17 +46,7 @@ if [ -n "$(find "$p" -name '*.qml' -print -quit)" ]; then fail "QML files instal
 # The installed server, run from elsewhere, on a free port.
 mkdir -p "$work/run"
 cd "$work/run"
-"$p/bin/rongdian-server" --listen 127.0.0.1:0 --data "$work/run/var" \
-  >"$work/server.out" 2>"$work/server.err" &
-server_pid=$!
-url=
-for _ in $(seq 1 300); do
-  url=$(sed -n 's/^rongdian-server: listening on \(http:[^ ]*\).*/\1/p' "$work/server.out")
-  [ -n "$url" ] && break
-  kill -0 "$server_pid" 2>/dev/null || { cat "$work/server.err" >&2; fail "the installed server exited"; }
-  sleep 0.1
-done
-[ -n "$url" ] || fail "the installed server did not start"
+start_server "$p/bin/rongdian-server" --listen 127.0.0.1:0 --data "$work/run/var" --development
 grep -qF "face models from $p/share/rongdian/models" "$work/server.err" ||
   { cat "$work/server.err" >&2; fail "the installed server does not use its installed models"; }
 [ "$(curl -fsS -m 10 "$url/healthz")" = '{"status":"ok"}' ] || fail "/healthz"
@@ -95,9 +73,5 @@ ready=$(env XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data" XDG_CACHE_
 echo "$ready" | grep -q '"usableMs":' || { cat "$work/app.err" >&2; fail "app: $ready"; }
 echo "app: $ready"
 
-kill -TERM "$server_pid"
-status=0
-wait "$server_pid" || status=$?
-server_pid=
-[ "$status" = 0 ] || fail "the installed server stopped with status $status"
+stop_server
 echo "install tree: ok"

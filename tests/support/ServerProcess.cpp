@@ -45,8 +45,9 @@ ServerProcess::ServerProcess(std::vector<std::string> extra_args, std::string da
   } else {
     data_dir_ = std::move(data_dir);
   }
-  std::vector<std::string> args = {RD_SERVER_BINARY, "--listen", "127.0.0.1:0",
-                                   "--data",         data_dir_,  "--quiet"};
+  // The tests run on the built-in development keys.
+  std::vector<std::string> args = {RD_SERVER_BINARY, "--listen", "127.0.0.1:0",  "--data",
+                                   data_dir_,        "--quiet",  "--development"};
   args.insert(args.end(), extra_args.begin(), extra_args.end());
 
   int out[2];

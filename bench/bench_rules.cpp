@@ -143,15 +143,15 @@ int main() {
 
   // 3. Sign-ups of 200 numbers from 200 addresses of one /24.
   int squatted = 0;
-  std::vector<std::string> throwaway;
+  std::vector<std::pair<std::string, std::string>> throwaway;  // id, address
   {
     auto t = Clock::now();
     for (int i = 1; i <= 200; ++i) {
-      auto id =
-          signup("1370000" + std::to_string(10000 + i).substr(1), "10.7.7." + std::to_string(i));
+      const std::string address = "10.7.7." + std::to_string(i);
+      auto id = signup("1370000" + std::to_string(10000 + i).substr(1), address);
       if (!id.empty()) {
         ++squatted;
-        throwaway.push_back(id);
+        throwaway.emplace_back(id, address);
       }
     }
     std::printf("sign-ups: 200 numbers from 200 addresses of one /24 in %.2f s: %d registered\n",
@@ -171,9 +171,9 @@ int main() {
     auto own = api("rd_like_item", {{"item_id", shown_id}, {"user_id", victim}, {"is_liked", true}},
                    "198.51.100.7");
     int liked = 0;
-    for (const auto& id : throwaway)
+    for (const auto& [id, address] : throwaway)
       if (error_of(api("rd_like_item", {{"item_id", shown_id}, {"user_id", id}, {"is_liked", true}},
-                       "10.7.7.250"))
+                       address))
               .empty())
         ++liked;
     std::printf(

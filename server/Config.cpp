@@ -132,6 +132,10 @@ const std::vector<Option>& options() {
       {"signup-rate-total", "RONGDIAN_SIGNUP_RATE_TOTAL",
        "sign-up attempts allowed per hour in all (0: no limit; default 600)", Kind::Int, nullptr,
        &Config::signup_rate_total},
+      {"vote-rate-item", "RONGDIAN_VOTE_RATE_ITEM",
+       "votes on one photo allowed per day from one client address, four times as many from its "
+       "block (0: no limit; default 3)",
+       Kind::Int, nullptr, &Config::vote_rate_item},
       {"login-free-failures", "RONGDIAN_LOGIN_FREE_FAILURES",
        "wrong passwords for one mobile number from one client address before each further "
        "attempt must wait; from all addresses together four times as many, except for the "

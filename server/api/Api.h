@@ -67,10 +67,12 @@ class AddressLimiter {
   static constexpr int kBlockFactor = 4;
   explicit AddressLimiter(int per_address, std::chrono::seconds window = std::chrono::minutes(1))
       : by_address_(per_address, window), by_block_(per_address * kBlockFactor, window) {}
-  // Counts an attempt; false when the address or its block is over its cap.
-  bool allow(const std::string& address,
+  // Counts an attempt (on `what`, when the cap is per thing); false when the
+  // address or its block is over its cap.
+  bool allow(const std::string& address, const std::string& what = {},
              std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now()) {
-    return by_address_.allow(address, now) && by_block_.allow(address_block(address), now);
+    return by_address_.allow(what + " " + address, now) &&
+           by_block_.allow(what + " " + address_block(address), now);
   }
 
  private:

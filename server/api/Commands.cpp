@@ -224,6 +224,7 @@ class Api {
         scorer_(s.config.trust_claimed_scores ? nullptr : s.scorer),
         by_address_(s.config.auth_rate_address),
         signups_(s.config.signup_rate, std::chrono::hours(1)),
+        votes_(s.config.vote_rate_item, std::chrono::hours(24)),
         signups_total_(s.config.signup_rate_total, std::chrono::hours(1)),
         logins_(s.config.login_free_failures, std::chrono::milliseconds(s.config.login_delay_ms)),
         number_logins_(s.config.login_free_failures * kNumberFactor,
@@ -466,7 +467,7 @@ class Api {
     return json::object{{"status", "ok"}, {"id", id}};
   }
 
-  json::value like_item(const Body& b, Call&) {
+  json::value like_item(const Body& b, Call& call) {
     auto id = b.item_id();
     bool like = b.boolean("is_liked");
     auto user = session_user(b);
@@ -474,6 +475,9 @@ class Api {
     auto target = store_.item(id);
     if (!target) fail("unknown_item", "照片不存在或已删除");
     if (target->user_id == user.id) fail("own_photo", "主人，不要点自己啦");
+    // Throw-away accounts on one network count only so much for one photo.
+    if (!votes_.allow(call.ctx.remote_address, std::to_string(id)))
+      fail("rate_limited", "这张照片从你的网络收到的赞太多了，请明天再试");
     auto v = store_.vote(id, user.id, like, now_ms());
     switch (v.result) {
       case store::VoteResult::NoSuchItem:
@@ -658,6 +662,7 @@ class Api {
   static constexpr int kNumberFactor = 4;
   AddressLimiter by_address_;
   AddressLimiter signups_;       // per hour
+  AddressLimiter votes_;         // per item, per day
   RateLimiter signups_total_;    // per hour, one key
   LoginThrottle logins_;         // per number and address
   LoginThrottle number_logins_;  // per number

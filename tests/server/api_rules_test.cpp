@@ -200,6 +200,32 @@ TEST(RulesAddresses, LimitsCountPerAddressBlockToo) {
   EXPECT_EQ(signup("13800138361", "10.9.10.1"), "");
 }
 
+TEST(RulesAddresses, OnePhotoTakesFewVotesFromOneNetwork) {
+  ApiServer s("sqlite", behind_proxy({"--vote-rate-item", "1"}));
+  RD_REQUIRE_SERVER(s);
+  std::string owner = s.register_user("13800138420");
+  std::string item = s.add_item(owner, 0), other = s.add_item(owner, 0);
+  std::vector<std::string> fans;
+  for (int i = 0; i < 6; ++i) fans.push_back(s.register_user("1380013843" + std::to_string(i)));
+  auto like = [&](const std::string& fan, const std::string& id, const std::string& address) {
+    return s
+        .call("rd_like_item", {{"item_id", id}, {"user_id", fan}, {"is_liked", true}},
+              from(address))
+        .error();
+  };
+  // One vote a day per photo from an address, four from its /24, whoever casts them.
+  EXPECT_EQ(like(fans[0], item, "10.5.5.1"), "");
+  EXPECT_EQ(like(fans[1], item, "10.5.5.1"), "rate_limited");
+  for (int i = 1; i <= 3; ++i)
+    EXPECT_EQ(like(fans[i], item, "10.5.5." + std::to_string(i + 1)), "") << i;
+  EXPECT_EQ(like(fans[4], item, "10.5.5.9"), "rate_limited");
+  EXPECT_EQ(like(fans[4], item, "10.5.6.1"), "");
+  EXPECT_EQ(like(fans[5], other, "10.5.5.9"), "");  // another photo has its own count
+  // (An item id lists its owner's photos, newest first.)
+  auto now = s.call("rd_list_items", {{"limit", 2}, {"page", 1}, {"item_id", item}});
+  EXPECT_EQ(now.body.at("items").as_array().at(1).at("num_look_score"), 500);
+}
+
 TEST(RulesAccounts, GuessesFromManyAddressesAreSlowedButNotTheOwnersPhone) {
   ApiServer s("sqlite", behind_proxy({"--login-free-failures", "2", "--login-delay-ms", "600000",
                                       "--auth-rate-address", "0", "--signup-rate", "0",

@@ -43,7 +43,11 @@ std::string small_png(int variant) {
 
 void ApiServer::restart() {
   proc_.reset();
-  std::vector<std::string> args = {"--database", db_url_, "--trust-claimed-scores"};
+  // Tests sign up many accounts and vote much from loopback: no budgets for
+  // those unless a test sets its own (a later flag wins).
+  std::vector<std::string> args = {
+      "--database",       db_url_, "--trust-claimed-scores", "--signup-rate", "0",
+      "--vote-rate-item", "0"};
   args.insert(args.end(), extra_.begin(), extra_.end());
   proc_ = std::make_unique<ServerProcess>(args, data_dir_);
 }

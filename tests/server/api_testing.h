@@ -36,6 +36,8 @@ class ApiServer {
   // A fresh database of `engine`; extra server flags after the database. The
   // server takes published scores as claimed (--trust-claimed-scores): the
   // tests publish made-up ones; "--trust-claimed-scores=0" in `extra` checks them.
+  // Sign-ups and votes have no budgets (--signup-rate 0, --vote-rate-item 0)
+  // unless `extra` sets them.
   explicit ApiServer(const std::string& engine, std::vector<std::string> extra = {});
   // A server on an existing database and data folder (for restarts).
   ApiServer(const std::string& database_url, const std::string& data_dir,

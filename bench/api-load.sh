@@ -42,7 +42,8 @@ start_server() {
   mkdir -p "$work/$name"
   # (the seed's scores are made up: taken as claimed)
   "$server" --listen 127.0.0.1:0 --data "$work/$name" --quiet --database "$db" \
-    ${threads:+--threads "$threads"} --auth-rate-address 0 --trust-claimed-scores --development \
+    ${threads:+--threads "$threads"} --auth-rate-address 0 --signup-rate 0 --vote-rate-item 0 \
+      --trust-claimed-scores --development \
     --storage-access-key bench-ak --storage-secret-key bench-sk --storage-bucket bench \
     >"$work/$name/out" 2>"$work/$name/err" &
   pids+=($!)
@@ -79,8 +80,12 @@ seed() {
   token=$(upload_token)
   items=
   for i in $(seq 30); do
+    # The server takes a picture's bytes once: each item gets the sample with a
+    # comment segment of its own after the JPEG's start marker.
+    { printf '\xff\xd8\xff\xfe\x00\x09bench%02d' "$i"; tail -c +3 "$root/app/ui/sample-face.jpg"; } \
+      >"$work/bench$i.jpeg"
     curl -s -o /dev/null -F "key=bench$i.jpeg" -F "token=$token" \
-      -F "file=@$root/app/ui/sample-face.jpg" "http://127.0.0.1:$p/upload"
+      -F "file=@$work/bench$i.jpeg" "http://127.0.0.1:$p/upload"
     item=$(api "$p" rd_add_item "{\"user_id\":\"$uid\",\"base_image_url\":\"http://127.0.0.1:$p/files/bench$i.jpeg?attname=\",\"num_look_score\":$((i * 137)),\"description\":\"压测照片$i\",\"is_enabled_photo\":true}" |
       sed -n 's/.*"item":{"id":\([0-9]*\).*/\1/p')
     items+=${items:+,}$item
@@ -121,7 +126,7 @@ body_for() {
   case $1 in
     list) echo '{"cmd":"rd_list_items","limit":10,"page":1}' ;;
     get) echo '{"cmd":"rd_get_item"}' ;;
-    like) echo "{\"cmd\":\"rd_like_item\",\"item_id\":\"$item\",\"user_id\":\"$uid\",\"is_liked\":true}" ;;
+    like) echo "{\"cmd\":\"rd_like_item\",\"item_id\":\"$item\",\"user_id\":\"${voters%%,*}\",\"is_liked\":true}" ;;
     comment) echo "{\"cmd\":\"rd_add_comments\",\"item_id\":\"$item\",\"user_id\":\"$uid\",\"comments\":\"好看好看\"}" ;;
   esac
 }

@@ -11,6 +11,7 @@ run() {
 }
 run "$build/bench/bench_engine"
 run "$build/bench/bench_detect"
+run "$build/bench/bench_rules"
 run "$root/bench/api-load.sh" "$build"
 for b in "$build"/bench/bench_app*; do
   [ -x "$b" ] && run "$b"

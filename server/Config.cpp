@@ -100,7 +100,8 @@ const std::vector<Option>& options() {
        "pushes kept per offline device, the newest (default 50)", Kind::Int, nullptr,
        &Config::push_pending_limit},
       {"feedback-rate", "RONGDIAN_FEEDBACK_RATE",
-       "feedback posts allowed per minute from one client address (0: no limit; default 5)",
+       "feedback posts allowed per minute from one client address, four times as many from its "
+       "block (0: no limit; default 5)",
        Kind::Int, nullptr, &Config::feedback_rate},
       {"feedback-quota-mb", "RONGDIAN_FEEDBACK_QUOTA_MB",
        "MiB of voice notes kept at most; past it a note is refused and its text may still be "
@@ -126,12 +127,24 @@ const std::vector<Option>& options() {
        "one gets 408 (default 30)",
        Kind::Int, nullptr, &Config::request_timeout},
       {"auth-rate-address", "RONGDIAN_AUTH_RATE_ADDRESS",
-       "login and register attempts allowed per minute from one client address (0: no limit; "
-       "default 30)",
+       "login and register attempts allowed per minute from one client address, four times as "
+       "many from its block (IPv4 /24, IPv6 /64) (0: no limit; default 30)",
        Kind::Int, nullptr, &Config::auth_rate_address},
+      {"signup-rate", "RONGDIAN_SIGNUP_RATE",
+       "sign-up attempts allowed per hour from one client address, four times as many from its "
+       "block (IPv4 /24, IPv6 /64) (0: no limit; default 10)",
+       Kind::Int, nullptr, &Config::signup_rate},
+      {"signup-rate-total", "RONGDIAN_SIGNUP_RATE_TOTAL",
+       "sign-up attempts allowed per hour in all (0: no limit; default 600)", Kind::Int, nullptr,
+       &Config::signup_rate_total},
+      {"vote-rate-item", "RONGDIAN_VOTE_RATE_ITEM",
+       "votes on one photo allowed per day from one client address, four times as many from its "
+       "block (0: no limit; default 3)",
+       Kind::Int, nullptr, &Config::vote_rate_item},
       {"login-free-failures", "RONGDIAN_LOGIN_FREE_FAILURES",
        "wrong passwords for one mobile number from one client address before each further "
-       "attempt must wait (default 5)",
+       "attempt must wait; from all addresses together four times as many, except for the "
+       "owner's phone (default 5)",
        Kind::Int, nullptr, &Config::login_free_failures},
       {"login-delay-ms", "RONGDIAN_LOGIN_DELAY_MS",
        "the first such wait in milliseconds; it doubles with every further wrong password, up "

@@ -24,6 +24,9 @@ struct Config {
   bool quiet = false;          // no per-request log lines
   bool hide_disabled = false;  // leave photos marked not enabled out of the lists
   int auth_rate_address = 30;  // login/register attempts per minute per client address; 0: no limit
+  int signup_rate = 10;        // sign-ups per hour per client address (x4 per block); 0: no limit
+  int signup_rate_total = 600;   // sign-ups per hour on this instance; 0: no limit
+  int vote_rate_item = 3;        // votes on one item per day per client address (x4 per block)
   int login_free_failures = 5;   // wrong passwords per mobile and address before waits begin
   int login_delay_ms = 1000;     // the first wait; it doubles with each further wrong password
   std::string trusted_proxies;   // CIDRs whose X-Forwarded-For names the client

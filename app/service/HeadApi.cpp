@@ -116,6 +116,9 @@ void HeadApi::send(const HeadRequest& request, ReplyHandler onReply, FailureHand
 }
 
 void HeadApi::postCommand(const QString& query, const QJsonObject& body, ReplyHandler onReply,
-                          FailureHandler onFailure) {
-  send(setPostHeadrequest(commandUrl(query), body), std::move(onReply), std::move(onFailure));
+                          FailureHandler onFailure, const QString& session) {
+  HeadRequest request = setPostHeadrequest(commandUrl(query), body);
+  if (!session.isEmpty())
+    request.request.setRawHeader("Authorization", "Bearer " + session.toUtf8());
+  send(request, std::move(onReply), std::move(onFailure));
 }

@@ -57,7 +57,10 @@ class HeadApi {
   // them, once. Callable from any thread.
   static void send(const HeadRequest& request, ReplyHandler onReply, FailureHandler onFailure);
 
-  // The common steps of a command: POST `body` to commandUrl(query).
+  // The common steps of a command: POST `body` to commandUrl(query). With a
+  // `session` (the account id kept since sign-up or log-in) the request also
+  // carries "Authorization: Bearer SESSION": the backend wants that proof
+  // where a body names the account only by its mobile number.
   static void postCommand(const QString& query, const QJsonObject& body, ReplyHandler onReply,
-                          FailureHandler onFailure);
+                          FailureHandler onFailure, const QString& session = {});
 };

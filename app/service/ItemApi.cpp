@@ -102,7 +102,9 @@ void ItemApi::listItem(int limit, int page, const QString& rank, const QString& 
         for (const QJsonValue& v : items) list.append(KADO_JSON::jsonToItem(v));
         if (block) block(list);
       },
-      networkError(std::move(failed)));
+      networkError(std::move(failed)),
+      // The own-photo list names its user by number: the session proves it is his.
+      !userId.isNull() && LocalUserInfo::isLoggedIn() ? LocalUserInfo::tokenID() : QString());
 }
 
 void ItemApi::getMaxpointItem(const QString& cmd, ItemsBlock block) {

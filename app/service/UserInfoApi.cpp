@@ -91,7 +91,9 @@ void UserInfoApi::UserLogIn(const QString& mobile, const QString& password, cons
         }
         ProgressDisplay::showErrorWithStatus(messageOf(reply));
       },
-      showNetworkError);
+      showNetworkError,
+      // A reset sets a new password: the phone shows it kept the old account.
+      reset ? LocalUserInfo::tokenID() : QString());
 }
 
 void UserInfoApi::getUserInfo(const QString& /*unused*/, const QString& /*userHeadId*/,

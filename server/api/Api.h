@@ -34,11 +34,12 @@ void set_time_zone(const std::string& zone);
 
 std::int64_t now_ms();
 
-// Fixed one-minute windows of attempts per key; thread-safe.
+// Fixed windows (a minute unless told) of attempts per key; thread-safe.
 class RateLimiter {
  public:
-  explicit RateLimiter(int per_minute) : limit_(per_minute) {}
-  // Counts an attempt; false when the key has used up its attempts this minute.
+  explicit RateLimiter(int per_window, std::chrono::seconds window = std::chrono::minutes(1))
+      : limit_(per_window), window_(window) {}
+  // Counts an attempt; false when the key has used up its attempts this window.
   bool allow(const std::string& key,
              std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
 
@@ -48,10 +49,40 @@ class RateLimiter {
     int used = 0;
   };
   int limit_;  // 0: no limit
+  std::chrono::seconds window_;
   std::mutex mu_;
   std::unordered_map<std::string, Window> windows_;
   std::chrono::steady_clock::time_point last_sweep_{};
 };
+
+// The block a client address belongs to: "a.b.c.0/24" for IPv4 (also when
+// written as an IPv4-mapped IPv6 address), the first 64 bits and "/64" for
+// IPv6. Text that is no address is its own block.
+std::string address_block(const std::string& address);
+
+// A cap per client address and, at `kBlockFactor` times it, per address
+// block: many addresses of one network count together. Thread-safe.
+class AddressLimiter {
+ public:
+  static constexpr int kBlockFactor = 4;
+  explicit AddressLimiter(int per_address, std::chrono::seconds window = std::chrono::minutes(1))
+      : by_address_(per_address, window), by_block_(per_address * kBlockFactor, window) {}
+  // Counts an attempt (on `what`, when the cap is per thing); false when the
+  // address or its block is over its cap.
+  bool allow(const std::string& address, const std::string& what = {},
+             std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now()) {
+    return by_address_.allow(what + " " + address, now) &&
+           by_block_.allow(what + " " + address_block(address), now);
+  }
+
+ private:
+  RateLimiter by_address_, by_block_;
+};
+
+// Nicknames no account may take, because the app's users would read them as
+// the operator speaking ("官方客服", "管理员", ...): compared after blanks,
+// invisible characters and full-width forms are taken out, ignoring case.
+bool reserved_nickname(std::string_view nickname);
 
 // Wrong passwords per key (a mobile number from one client address): the
 // first `free_failures` are answered at once; after them each attempt waits a

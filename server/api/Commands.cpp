@@ -1,4 +1,6 @@
 // POST /api?cmd=NAME: the ten commands of the app, from one table (Api::kCommands).
+#include <sodium.h>
+
 #include <iostream>
 
 #include "BuildConfig.h"
@@ -185,6 +187,34 @@ bool valid_mobile(const std::string& s) {
   return true;
 }
 
+// One request as the commands see it: the client's context and the session
+// the request proves, if any. The app sends "Authorization: Bearer ID" with
+// the account id it got at sign-up or log-in (128 random bits, answered to
+// that account alone, never shown to others) where a command's body names
+// the account only by its mobile number: the own-photos list and a password
+// reset.
+struct Call {
+  http::Context& ctx;
+  std::string session;  // the id the Authorization header names; empty: none
+};
+
+std::string bearer_session(const http::Request& req) {
+  std::string_view h = req[http::bhttp::field::authorization];
+  constexpr std::string_view kBearer = "Bearer ";
+  if (h.size() <= kBearer.size() || h.substr(0, kBearer.size()) != kBearer) return {};
+  std::string id(h.substr(kBearer.size()));
+  return is_user_id(id) ? id : std::string();
+}
+
+// A digest of a photo's bytes as items keep it (hex SHA-256).
+std::string photo_digest(std::string_view bytes) {
+  unsigned char d[crypto_hash_sha256_BYTES];
+  crypto_hash_sha256(d, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+  char hex[sizeof d * 2 + 1];
+  sodium_bin2hex(hex, sizeof hex, d, sizeof d);
+  return hex;
+}
+
 class Api {
  public:
   explicit Api(Services& s)
@@ -193,7 +223,12 @@ class Api {
         photos_(*s.photos),
         scorer_(s.config.trust_claimed_scores ? nullptr : s.scorer),
         by_address_(s.config.auth_rate_address),
-        logins_(s.config.login_free_failures, std::chrono::milliseconds(s.config.login_delay_ms)) {}
+        signups_(s.config.signup_rate, std::chrono::hours(1)),
+        votes_(s.config.vote_rate_item, std::chrono::hours(24)),
+        signups_total_(s.config.signup_rate_total, std::chrono::hours(1)),
+        logins_(s.config.login_free_failures, std::chrono::milliseconds(s.config.login_delay_ms)),
+        number_logins_(s.config.login_free_failures * kNumberFactor,
+                       std::chrono::milliseconds(s.config.login_delay_ms)) {}
 
   http::Response handle(const http::Request& req, http::Context& ctx) {
     std::string cmd;
@@ -212,7 +247,8 @@ class Api {
       Body b(body.as_object());
       if (auto kept = feed_reply(cmd, b))
         return http::text_response(req, http::bhttp::status::ok, std::move(*kept), kJson);
-      json::value reply = dispatch(cmd, b, ctx);
+      Call call{ctx, bearer_session(req)};
+      json::value reply = dispatch(cmd, b, call);
       return http::json_response(req, http::bhttp::status::ok, reply);
     } catch (const Failure& f) {
       s_.metrics.count("rongdian_api_errors_total{command=\"" + ctx.label.substr(4) +
@@ -257,7 +293,7 @@ class Api {
  private:
   // The ten commands: what each runs, and whether it is processor-bound
   // (sign-ups and logins hash passwords, publishing decodes and scores the photo).
-  using Run = json::value (Api::*)(const Body&, http::Context&);
+  using Run = json::value (Api::*)(const Body&, Call&);
   struct Command {
     std::string_view name;
     Run run;
@@ -273,10 +309,10 @@ class Api {
     return command(cmd) ? "api:" + cmd : "api:unknown";
   }
 
-  json::value dispatch(const std::string& cmd, const Body& b, http::Context& ctx) {
+  json::value dispatch(const std::string& cmd, const Body& b, Call& call) {
     const Command* c = command(cmd);
     if (!c) fail("unknown_command", "不支持的操作");
-    return (this->*(c->run))(b, ctx);
+    return (this->*(c->run))(b, call);
   }
 
   // What the reply is kept under: the newest feed's and the ranking's first
@@ -295,7 +331,8 @@ class Api {
     if (!key) return std::nullopt;
     return replies_.reply(*key, store_, [&] {
       http::Context none;
-      return json::serialize(cmd == "rd_get_item" ? get_item(b, none) : list_items(b, none));
+      Call call{none, {}};
+      return json::serialize(cmd == "rd_get_item" ? get_item(b, call) : list_items(b, call));
     });
   }
 
@@ -315,7 +352,7 @@ class Api {
     return {(page - 1) * capped, capped};
   }
 
-  json::value list_items(const Body& b, http::Context&) {
+  json::value list_items(const Body& b, Call& call) {
     auto [offset, limit] = paging(b);
     store::ItemQuery q;
     q.offset = offset;
@@ -324,9 +361,18 @@ class Api {
     q.include_disabled = !s_.config.hide_disabled;
     json::array items;
     if (b.has("user_id")) {
-      // The own-photos screen sends the mobile number; an id works as well.
+      // The own-photos screen sends the mobile number, with the account's id
+      // in the Authorization header; an id in the body works as well. A
+      // number alone proves nothing and lists nothing: it is answered as a
+      // number without an account, so probing numbers tells nothing either.
       std::string who = b.text("user_id", 1, 64);
-      auto u = is_user_id(who) ? store_.user_by_id(who) : store_.user_by_mobile(who);
+      std::optional<store::User> u;
+      if (is_user_id(who)) {
+        u = store_.user_by_id(who);
+      } else if (!call.session.empty()) {
+        u = store_.user_by_mobile(who);
+        if (u && u->id != call.session) u.reset();
+      }
       if (!u) return json::object{{"items", json::array{}}};
       q.owner_id = u->id;
       q.include_disabled = true;  // the owner sees all his photos, marked
@@ -341,13 +387,13 @@ class Api {
     return json::object{{"items", std::move(items)}};
   }
 
-  json::value get_item(const Body&, http::Context&) {
+  json::value get_item(const Body&, Call&) {
     auto it = store_.top_item(!s_.config.hide_disabled);
     if (!it) fail("no_items", "还没人有发表");
     return item_json(*it);
   }
 
-  json::value add_item(const Body& b, http::Context&) {
+  json::value add_item(const Body& b, Call&) {
     auto user = session_user(b);
     store::Item it;
     it.user_id = user.id;
@@ -357,7 +403,7 @@ class Api {
     it.num_look_score = b.integer("num_look_score", -1'000'000'000, 1'000'000'000);
     it.description = b.text("description", 0, 100);
     it.is_enabled_photo = b.boolean("is_enabled_photo");
-    it.photo_key = checked_photo(it.base_image_url, it.num_look_score);
+    std::tie(it.photo_key, it.photo_digest) = checked_photo(it.base_image_url, it.num_look_score);
     it.created_ms = it.updated_ms = now_ms();
     auto added = store_.add_item(it);
     if (!added) fail("photo_in_use", "这张照片已经发表过了");
@@ -366,16 +412,18 @@ class Api {
     return reply;
   }
 
-  // The key of the photo a new item is to point at: one of this server's
-  // storage that is there (or, with the outside storage, one under its
-  // prefix), scored again by the local engine unless that is off.
-  std::string checked_photo(const std::string& url, std::int64_t claimed) {
+  // The key of the photo a new item is to point at, and the digest of its
+  // bytes: one of this server's storage that is there (or, with the outside
+  // storage, one under its prefix, without a digest), scored again by the
+  // local engine unless that is off.
+  std::pair<std::string, std::string> checked_photo(const std::string& url, std::int64_t claimed) {
     auto ref = photos_.photo_of_url(url);
     if (!ref) fail("bad_photo", "照片地址有误，请重新发表");
-    if (!ref->local) return ref->key;  // the outside storage's: neither seen nor scored here
+    if (!ref->local) return {ref->key, {}};  // the outside storage's: neither seen nor scored here
     auto bytes = photos_.read(ref->key);
     if (!bytes) fail("no_photo", "照片还没有上传成功，请重新发表");
-    if (!scorer_) return ref->key;
+    std::pair<std::string, std::string> out{ref->key, photo_digest(*bytes)};
+    if (!scorer_) return out;
     auto own = scorer_->score(*bytes);
     using Outcome = detect::PhotoScore::Outcome;
     switch (own.outcome) {
@@ -390,10 +438,10 @@ class Api {
       case Outcome::Unreadable:
         fail("bad_photo", "照片无法识别，请重新发表");
     }
-    return ref->key;
+    return out;
   }
 
-  json::value remove_item(const Body& b, http::Context&) {
+  json::value remove_item(const Body& b, Call&) {
     auto id = b.item_id();
     auto user = session_user(b);
     store::RemovedItem removed;
@@ -419,10 +467,17 @@ class Api {
     return json::object{{"status", "ok"}, {"id", id}};
   }
 
-  json::value like_item(const Body& b, http::Context&) {
+  json::value like_item(const Body& b, Call& call) {
     auto id = b.item_id();
     bool like = b.boolean("is_liked");
     auto user = session_user(b);
+    // Nobody raises (or lowers) his own photo.
+    auto target = store_.item(id);
+    if (!target) fail("unknown_item", "照片不存在或已删除");
+    if (target->user_id == user.id) fail("own_photo", "主人，不要点自己啦");
+    // Throw-away accounts on one network count only so much for one photo.
+    if (!votes_.allow(call.ctx.remote_address, std::to_string(id)))
+      fail("rate_limited", "这张照片从你的网络收到的赞太多了，请明天再试");
     auto v = store_.vote(id, user.id, like, now_ms());
     switch (v.result) {
       case store::VoteResult::NoSuchItem:
@@ -436,7 +491,7 @@ class Api {
     return item_json(*v.item);
   }
 
-  json::value add_comment(const Body& b, http::Context&) {
+  json::value add_comment(const Body& b, Call&) {
     auto id = b.item_id();
     auto text = b.text("comments", 2, 60);
     auto user = session_user(b);
@@ -458,7 +513,7 @@ class Api {
     return comment_json(added->comment);
   }
 
-  json::value list_comments(const Body& b, http::Context&) {
+  json::value list_comments(const Body& b, Call&) {
     auto id = b.item_id();
     auto [offset, limit] = paging(b);
     if (!store_.item(id)) fail("unknown_item", "照片不存在或已删除");
@@ -467,15 +522,40 @@ class Api {
     return json::object{{"comments", std::move(out)}};
   }
 
-  // Attempts per client address per minute, and, for a mobile number tried
-  // from one address, growing waits after wrong passwords: a guesser is
-  // slowed down without locking the owner out on his own phone.
+  // Attempts per client address (and address block) per minute; for a
+  // mobile number tried from one address, growing waits after wrong
+  // passwords, and from all addresses together the same after four times as
+  // many. A guesser is slowed down, on many addresses too, without locking
+  // the owner out: his own phone (see owners_phone) is held only to its own
+  // address's waits.
   void rate_limit(const std::string& mobile, const http::Context& ctx) {
     if (!by_address_.allow(ctx.remote_address) || logins_.wait(login_key(mobile, ctx)).count() > 0)
       fail("rate_limited", "尝试次数过多，请稍后再试");
   }
+  void number_rate_limit(const std::string& mobile, bool owners_phone) {
+    if (!owners_phone && number_logins_.wait(mobile).count() > 0)
+      fail("rate_limited", "尝试次数过多，请稍后再试");
+  }
+  [[noreturn]] void wrong_password(const std::string& mobile, const http::Context& ctx) {
+    logins_.failed(login_key(mobile, ctx));
+    number_logins_.failed(mobile);
+    fail("wrong_password", "手机号或密码错误");
+  }
   static std::string login_key(const std::string& mobile, const http::Context& ctx) {
     return mobile + " " + ctx.remote_address;
+  }
+
+  // The request comes from a phone the account was used on: it names the
+  // account's id (the app keeps it after sign-up or log-in) or sends a push
+  // token bound to the account (256 random bits the push gateway gave that
+  // phone).
+  bool owners_phone(const Body& b, const Call& call, const store::User& u) {
+    if (!call.session.empty() && call.session == u.id) return true;
+    auto token = b.optional_text("device_token", 200);
+    if (!token || token->empty() || *token == build::kRegisterDeviceToken) return false;
+    for (const auto& t : store_.device_tokens(u.id))
+      if (t == *token) return true;
+    return false;
   }
 
   std::string checked_mobile(const Body& b) {
@@ -494,60 +574,98 @@ class Api {
       store_.add_device(user_id, *token, platform.value_or(""), now_ms());
   }
 
-  json::value register_user(const Body& b, http::Context& ctx) {
+  // Sign-up. Without a way to reach the phone behind a number, the answer for
+  // a registered number has to say so (the user is to log in instead), so
+  // what sign-ups can learn, and squat, is bounded instead: a few an hour per
+  // address, four times that per address block, and a ceiling for all. A
+  // registered number with its own password signs its owner in (a sign-up
+  // sent twice); with another one it counts as a wrong password for the number.
+  json::value register_user(const Body& b, Call& call) {
     auto mobile = checked_mobile(b);
-    rate_limit(mobile, ctx);
+    rate_limit(mobile, call.ctx);
     auto password = b.text("password", 1, 128);
     auto nickname = b.text("nickname", 1, 20);
     b.optional_text("device_token", 200);
     b.optional_text("device", 20);
+    if (reserved_nickname(nickname)) fail("reserved_nickname", "这个昵称不能使用，请换一个");
+    if (!signups_.allow(call.ctx.remote_address) || !signups_total_.allow(""))
+      fail("rate_limited", "注册太频繁了，请稍后再试");
     store::User u;
     u.id = new_user_id();
     u.mobile = mobile;
     u.nickname = nickname;
     u.password_hash = hash_password(password);
     u.created_ms = u.updated_ms = now_ms();
-    if (!store_.create_user(u)) fail("mobile_taken", "该手机号已注册");
+    if (!store_.create_user(u)) {
+      auto taken = store_.user_by_mobile(mobile);
+      if (taken) {
+        number_rate_limit(mobile, owners_phone(b, call, *taken));
+        if (verify_password(taken->password_hash, password)) {
+          logins_.succeeded(login_key(mobile, call.ctx));
+          remember_device(b, taken->id);
+          return user_json(*taken);
+        }
+        logins_.failed(login_key(mobile, call.ctx));
+        number_logins_.failed(mobile);
+      }
+      fail("mobile_taken", "该手机号已注册");
+    }
     remember_device(b, u.id);
     return user_json(u);
   }
 
-  json::value login_user(const Body& b, http::Context& ctx) {
+  // Log-in. With "reset" on an account the operator marked to choose a new
+  // password, the typed password becomes the account's, but only for its
+  // owner: on a phone the account was used on (owners_phone; the app's reset
+  // comes from such a phone, which still keeps the old account), or with the
+  // account's current password. Anyone else gets a wrong password.
+  json::value login_user(const Body& b, Call& call) {
     auto mobile = checked_mobile(b);
-    rate_limit(mobile, ctx);
+    rate_limit(mobile, call.ctx);
     auto password = b.text("password", 1, 128);
     bool reset = b.boolean("reset", false);
     b.optional_text("device_token", 200);
     b.optional_text("device", 20);
     auto u = store_.user_by_mobile(mobile);
     if (!u) {
+      number_rate_limit(mobile, false);
       // As slow as a real check, so timing does not tell which numbers exist.
       static const std::string dummy = hash_password("rongdian-no-such-account");
       verify_password(dummy, password);
-      logins_.failed(login_key(mobile, ctx));
-      fail("wrong_password", "手机号或密码错误");
+      wrong_password(mobile, call.ctx);
     }
-    if (reset && u->needs_new_password) {
+    const bool owners = owners_phone(b, call, *u);
+    number_rate_limit(mobile, owners);
+    const bool right = verify_password(u->password_hash, password);
+    if (reset && u->needs_new_password && (owners || right)) {
       store_.set_password(u->id, hash_password(password), now_ms());
       u = store_.user_by_id(u->id);
       if (!u) fail("unknown_user", "用户不存在");
-    } else if (!verify_password(u->password_hash, password)) {
-      logins_.failed(login_key(mobile, ctx));
-      fail("wrong_password", "手机号或密码错误");
+    } else if (!right) {
+      wrong_password(mobile, call.ctx);
     }
-    logins_.succeeded(login_key(mobile, ctx));
+    // (The number's own count is left to run out: a guesser's failures stay
+    // counted when the owner logs in meanwhile.)
+    logins_.succeeded(login_key(mobile, call.ctx));
     remember_device(b, u->id);
     return user_json(*u);
   }
 
-  json::value get_user(const Body& b, http::Context&) { return user_json(session_user(b)); }
+  json::value get_user(const Body& b, Call&) { return user_json(session_user(b)); }
 
   Services& s_;
   store::Store& store_;
   storage::PhotoStore& photos_;
   std::shared_ptr<detect::PhotoScorer> scorer_;  // null: scores are taken as claimed
-  RateLimiter by_address_;
-  LoginThrottle logins_;
+  // Wrong passwords for one number from all addresses wait after this many
+  // times the per-address free failures.
+  static constexpr int kNumberFactor = 4;
+  AddressLimiter by_address_;
+  AddressLimiter signups_;       // per hour
+  AddressLimiter votes_;         // per item, per day
+  RateLimiter signups_total_;    // per hour, one key
+  LoginThrottle logins_;         // per number and address
+  LoginThrottle number_logins_;  // per number
   ReplyCache replies_;
 };
 

@@ -2,11 +2,14 @@
 // body with "text" (required), an optional "voice" file (a recording), and
 // optional "user_id" and "device_token". Answers {"status": "ok", "id": N};
 // an error carries "error" (a short code) and "message" (a text for the
-// user) with a 4xx status. The voice note is on disk before its row is
-// written, and removed again when the row cannot be written.
+// user) with a 4xx status. The voice note is on disk, pending, before its row
+// is written; it takes its name once the row is committed, and is removed
+// again when the row cannot be written. What a crash leaves between those
+// steps is finished or removed by a sweep at start and now and then.
 #include <atomic>
 #include <filesystem>
 #include <iostream>
+#include <mutex>
 
 #include "Services.h"
 #include "api/Api.h"
@@ -72,6 +75,7 @@ class FeedbackRoute {
       : s_(s),
         by_address_(s.config.feedback_rate),
         quota_(std::int64_t{s.config.feedback_quota_mb} * 1024 * 1024) {
+    sweep();
     // What the kept voice notes take already.
     std::error_code ec;
     if (s_.voice_notes)
@@ -96,7 +100,32 @@ class FeedbackRoute {
   }
 
  private:
+  // Voice notes a crash cut off between file and row: at start, then at most
+  // every kSweepEvery, on a feedback post.
+  static constexpr auto kSweepEvery = std::chrono::minutes(10);
+  void sweep() {
+    if (!s_.voice_notes) return;
+    const auto now = std::chrono::steady_clock::now();
+    {
+      std::lock_guard lock(sweep_mu_);
+      if (swept_ && now - last_sweep_ < kSweepEvery) return;
+      swept_ = true;
+      last_sweep_ = now;
+    }
+    try {
+      const int n = s_.voice_notes->sweep(
+          [this](const std::string& key) { return s_.store->feedback_has_voice(key); },
+          std::chrono::duration_cast<std::chrono::seconds>(kSweepEvery));
+      if (n > 0)
+        std::cerr << "rongdian-server: feedback: finished or removed " << n
+                  << " voice note file(s) a stop had cut off\n";
+    } catch (const std::exception& e) {
+      std::cerr << "rongdian-server: feedback: sweeping voice notes failed: " << e.what() << "\n";
+    }
+  }
+
   std::int64_t accept(const http::Request& req, const http::Context& ctx) {
+    sweep();
     if (!by_address_.allow(ctx.remote_address))
       reject(429, "rate_limited", "反馈太频繁了，请稍后再试");
     auto boundary = http::multipart_boundary(req[bhttp::field::content_type]);
@@ -148,19 +177,28 @@ class FeedbackRoute {
       f.voice_key = *key;
       f.voice_mime = audio->mime;
       f.voice_bytes = static_cast<std::int64_t>(voice->data.size());
+      std::int64_t id = 0;
       try {
-        return s_.store->add_feedback(f).id;
+        id = s_.store->add_feedback(f).id;
       } catch (...) {
-        s_.voice_notes->remove(*key);  // no row, so no file either
+        s_.voice_notes->discard(*key);  // no row, so no file either
         used_ -= size;
         throw;
       }
+      // The row is in; a note left pending now is finished by the next sweep.
+      if (!s_.voice_notes->commit(*key))
+        std::cerr << "rongdian-server: feedback " << id << ": naming voice note " << *key
+                  << " failed; the next sweep does it\n";
+      return id;
     }
     return s_.store->add_feedback(f).id;
   }
 
   server::Services& s_;
-  RateLimiter by_address_;
+  AddressLimiter by_address_;
+  std::mutex sweep_mu_;
+  bool swept_ = false;
+  std::chrono::steady_clock::time_point last_sweep_;
   const std::int64_t quota_;  // bytes of voice notes at most; 0: no limit
   std::atomic<std::int64_t> used_{0};
 };

@@ -1,8 +1,11 @@
 // Passwords, ids, rate limits, text lengths and times for the api.
+#include <arpa/inet.h>
 #include <sodium.h>
 
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <stdexcept>
@@ -66,19 +69,77 @@ void set_time_zone(const std::string& zone) {
 bool RateLimiter::allow(const std::string& key, std::chrono::steady_clock::time_point now) {
   if (limit_ <= 0) return true;
   std::lock_guard lock(mu_);
-  const auto minute = std::chrono::minutes(1);
-  if (now - last_sweep_ > minute) {  // forget finished windows now and then
-    std::erase_if(windows_, [&](const auto& kv) { return now - kv.second.start >= minute; });
+  if (now - last_sweep_ > window_) {  // forget finished windows now and then
+    std::erase_if(windows_, [&](const auto& kv) { return now - kv.second.start >= window_; });
     last_sweep_ = now;
   }
   Window& w = windows_[key];
-  if (w.used == 0 || now - w.start >= minute) {
+  if (w.used == 0 || now - w.start >= window_) {
     w.start = now;
     w.used = 0;
   }
   if (w.used >= limit_) return false;
   ++w.used;
   return true;
+}
+
+std::string address_block(const std::string& address) {
+  unsigned char raw[16];
+  if (::inet_pton(AF_INET, address.c_str(), raw) == 1)
+    return std::to_string(raw[0]) + "." + std::to_string(raw[1]) + "." + std::to_string(raw[2]) +
+           ".0/24";
+  if (::inet_pton(AF_INET6, address.c_str(), raw) != 1) return address;
+  static constexpr unsigned char mapped[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
+  if (std::memcmp(raw, mapped, sizeof mapped) == 0)
+    return std::to_string(raw[12]) + "." + std::to_string(raw[13]) + "." + std::to_string(raw[14]) +
+           ".0/24";
+  char hex[17];
+  for (int i = 0; i < 8; ++i) std::snprintf(hex + 2 * i, 3, "%02x", raw[i]);
+  return std::string(hex, 16) + "/64";
+}
+
+namespace {
+
+// The nickname as it is compared: ASCII letters in lower case, full-width
+// forms (U+FF01..U+FF5E) as their ASCII twins, blanks and invisible
+// characters (U+200B..U+200F, U+2060, U+FEFF, U+3000) left out.
+std::string folded_nickname(std::string_view s) {
+  std::string out;
+  std::size_t i = 0;
+  while (i < s.size()) {
+    const auto c = static_cast<unsigned char>(s[i]);
+    const std::size_t n = c < 0x80 ? 1 : c < 0xE0 ? 2 : c < 0xF0 ? 3 : 4;
+    std::uint32_t cp = c;
+    if (n > 1 && i + n <= s.size()) {
+      cp = c & (0x7F >> n);
+      for (std::size_t k = 1; k < n; ++k)
+        cp = (cp << 6) | (static_cast<unsigned char>(s[i + k]) & 0x3F);
+    }
+    if (cp >= 0xFF01 && cp <= 0xFF5E) cp -= 0xFEE0;
+    if (cp < 0x80) {
+      if (!std::isspace(static_cast<int>(cp)) && !std::iscntrl(static_cast<int>(cp)))
+        out += static_cast<char>(std::tolower(static_cast<int>(cp)));
+    } else if (!((cp >= 0x200B && cp <= 0x200F) || cp == 0x2060 || cp == 0xFEFF || cp == 0x3000 ||
+                 cp == 0x00A0)) {
+      out.append(s.substr(i, std::min(n, s.size() - i)));
+    }
+    i += n;
+  }
+  return out;
+}
+
+}  // namespace
+
+bool reserved_nickname(std::string_view nickname) {
+  // Words that make a name look like the operator's; any name holding one is refused.
+  static constexpr std::string_view kReserved[] = {
+      "官方",       "客服", "管理员", "系统",     "容点团队",
+      "容点小助手", "运营", "admin",  "official", "support",
+  };
+  const std::string folded = folded_nickname(nickname);
+  for (auto word : kReserved)
+    if (folded.find(word) != std::string::npos) return true;
+  return false;
 }
 
 std::chrono::milliseconds LoginThrottle::wait(const std::string& key, Clock::time_point now) {

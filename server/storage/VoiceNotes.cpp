@@ -1,8 +1,15 @@
 #include "storage/VoiceNotes.h"
 
+#include <fcntl.h>
 #include <sodium.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <vector>
 
 namespace rd::storage {
 
@@ -98,19 +105,210 @@ std::optional<AudioInfo> probe_iso_media(std::string_view b) {
   return std::nullopt;  // qt, M4V, avc1, heic, ...: pictures and films
 }
 
-bool mp3_frame(std::string_view b) {
-  // Frame sync (11 bits), MPEG version not reserved, layer III/II/I, bitrate not "bad".
-  if (b.size() < 4 || at(b, 0) != 0xFF || (at(b, 1) & 0xE0) != 0xE0) return false;
-  if (((at(b, 1) >> 3) & 3) == 1 || ((at(b, 1) >> 1) & 3) == 0) return false;
-  if ((at(b, 2) >> 4) == 15 || ((at(b, 2) >> 2) & 3) == 3) return false;
-  return true;
+// MPEG audio (MP3): the length of the frame whose header starts `b`, or 0
+// when it is no frame header (no sync, a reserved version, layer, bitrate or
+// sample rate, or the "free" bitrate whose frames have no length to check).
+std::size_t mpeg_frame_length(std::string_view b) {
+  if (b.size() < 4 || at(b, 0) != 0xFF || (at(b, 1) & 0xE0) != 0xE0) return 0;
+  const int version = (at(b, 1) >> 3) & 3;  // 0: 2.5, 2: 2, 3: 1
+  const int layer = (at(b, 1) >> 1) & 3;    // 1: III, 2: II, 3: I
+  const int rate_index = at(b, 2) >> 4, sample_index = (at(b, 2) >> 2) & 3;
+  if (version == 1 || layer == 0 || rate_index == 0 || rate_index == 15 || sample_index == 3)
+    return 0;
+  static constexpr int kbps[5][14] = {
+      {32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448},  // 1, I
+      {32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384},     // 1, II
+      {32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320},      // 1, III
+      {32, 48, 56, 64, 80, 96, 112, 128, 144, 160, 176, 192, 224, 256},     // 2 and 2.5, I
+      {8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},          // 2 and 2.5, II, III
+  };
+  static constexpr int hz[3] = {44100, 48000, 32000};
+  const bool v1 = version == 3;
+  const int row = v1 ? 3 - layer : (layer == 3 ? 3 : 4);
+  const long bitrate = kbps[row][rate_index - 1] * 1000L;
+  const long sample_rate = hz[sample_index] >> (v1 ? 0 : version == 2 ? 1 : 2);
+  const int padding = (at(b, 2) >> 1) & 1;
+  if (layer == 3) return static_cast<std::size_t>((12 * bitrate / sample_rate + padding) * 4);
+  const long per = (layer == 1 && !v1) ? 72 : 144;
+  return static_cast<std::size_t>(per * bitrate / sample_rate + padding);
 }
 
-bool adts_frame(std::string_view b) {
-  // 12-bit sync, layer 0; a frame length that covers at least its header.
-  if (b.size() < 7 || at(b, 0) != 0xFF || (at(b, 1) & 0xF6) != 0xF0) return false;
-  std::uint32_t len = ((at(b, 3) & 3u) << 11) | (at(b, 4) << 3) | (at(b, 5) >> 5);
-  return len >= 7;
+// MP3: an optional ID3v2 tag, then MPEG audio frames one after the other to
+// the end, where an ID3v1 tag may close the file.
+bool mpeg_frames_whole(std::string_view b) {
+  std::size_t pos = 0;
+  if (starts_with(b, "ID3")) {
+    if (b.size() < 10 || at(b, 3) == 0xFF || at(b, 4) == 0xFF) return false;
+    std::size_t size = 0;
+    for (int i = 6; i < 10; ++i) {
+      if (at(b, i) & 0x80) return false;  // the size is "synchsafe": 7 bits a byte
+      size = (size << 7) | at(b, i);
+    }
+    pos = 10 + size + ((at(b, 5) & 0x10) ? 10 : 0);  // with a footer
+    if (pos > b.size()) return false;
+  }
+  std::size_t end = b.size();
+  if (end - pos >= 128 && b.substr(end - 128, 3) == "TAG") end -= 128;
+  int frames = 0;
+  while (pos < end) {
+    const std::size_t n = mpeg_frame_length(b.substr(pos, end - pos));
+    if (n < 4 || n > end - pos) return false;
+    pos += n;
+    ++frames;
+  }
+  return frames > 0;
+}
+
+// AAC in ADTS frames, one after the other to the end.
+bool adts_frames_whole(std::string_view b) {
+  std::size_t pos = 0;
+  int frames = 0;
+  while (pos < b.size()) {
+    const std::string_view f = b.substr(pos);
+    // 12-bit sync, layer 0, a known sampling frequency; a frame covering its header.
+    if (f.size() < 7 || at(f, 0) != 0xFF || (at(f, 1) & 0xF6) != 0xF0) return false;
+    if (((at(f, 2) >> 2) & 0xF) > 12) return false;
+    const std::size_t header = (at(f, 1) & 1) ? 7 : 9;
+    const std::size_t len = ((at(f, 3) & 3u) << 11) | (at(f, 4) << 3) | (at(f, 5) >> 5);
+    if (len < header || len > f.size()) return false;
+    pos += len;
+    ++frames;
+  }
+  return frames > 0;
+}
+
+// AMR and AMR-WB storage format: the magic line, then frames whose sizes
+// their one-byte headers give, to the very end.
+bool amr_frames_whole(std::string_view b) {
+  static constexpr std::string_view kNarrow = "#!AMR\n", kWide = "#!AMR-WB\n";
+  // Bytes per frame including its header, by frame type; 0: not allowed.
+  static constexpr unsigned char narrow[16] = {13, 14, 16, 18, 20, 21, 27, 32,
+                                               6,  0,  0,  0,  0,  0,  0,  1};
+  static constexpr unsigned char wide[16] = {18, 24, 33, 37, 41, 47, 51, 59,
+                                             61, 6,  0,  0,  0,  0,  1,  1};
+  const bool is_wide = starts_with(b, kWide);
+  if (!is_wide && !starts_with(b, kNarrow)) return false;
+  const unsigned char* sizes = is_wide ? wide : narrow;
+  std::size_t pos = is_wide ? kWide.size() : kNarrow.size();
+  int frames = 0;
+  while (pos < b.size()) {
+    const unsigned char h = at(b, pos);
+    const std::size_t n = sizes[(h >> 3) & 0xF];
+    if ((h & 0x83) != 0 || n == 0 || n > b.size() - pos) return false;  // padding bits are 0
+    pos += n;
+    ++frames;
+  }
+  return frames > 0;
+}
+
+// FLAC: the stream info block first, the metadata blocks one after the other
+// up to the one marked last, then audio that starts with a frame header.
+bool flac_whole(std::string_view b) {
+  std::size_t pos = 4;
+  bool first = true, last = false;
+  while (!last) {
+    if (b.size() - pos < 4) return false;
+    const unsigned char h = at(b, pos);
+    last = (h & 0x80) != 0;
+    const int type = h & 0x7F;
+    const std::size_t len =
+        (std::size_t{at(b, pos + 1)} << 16) | (at(b, pos + 2) << 8) | at(b, pos + 3);
+    if (type == 127 || len > b.size() - pos - 4) return false;
+    if (first) {
+      // STREAMINFO: 34 bytes; a block size of at least 16 and a sample rate.
+      if (type != 0 || len != 34) return false;
+      const std::string_view info = b.substr(pos + 4, 34);
+      const unsigned min_block = (at(info, 0) << 8) | at(info, 1);
+      const unsigned rate =
+          (unsigned{at(info, 10)} << 12) | (at(info, 11) << 4) | (at(info, 12) >> 4);
+      if (min_block < 16 || rate == 0) return false;
+    } else if (type == 0) {
+      return false;  // only one stream info
+    }
+    first = false;
+    pos += 4 + len;
+  }
+  return b.size() - pos >= 2 && at(b, pos) == 0xFF && (at(b, pos + 1) & 0xFE) == 0xF8;
+}
+
+// EBML variable-length integers: the element id keeps its length marker,
+// the size does not (all ones: "unknown", to the end of its parent).
+struct Ebml {
+  std::uint64_t id = 0;
+  std::uint64_t size = 0;
+  bool unknown_size = false;
+  std::size_t head = 0;  // bytes of id and size
+};
+
+std::optional<Ebml> ebml_element(std::string_view b, std::size_t pos) {
+  auto vint = [&](std::size_t& p, bool keep_marker,
+                  bool* all_ones) -> std::optional<std::uint64_t> {
+    if (p >= b.size()) return std::nullopt;
+    const unsigned char first = at(b, p);
+    int len = 1;
+    while (len <= 8 && !(first & (0x80 >> (len - 1)))) ++len;
+    if (len > 8 || b.size() - p < static_cast<std::size_t>(len)) return std::nullopt;
+    std::uint64_t v = keep_marker ? first : (first & (0xFF >> len));
+    bool ones = v == (0xFFu >> len);
+    for (int i = 1; i < len; ++i) {
+      v = (v << 8) | at(b, p + i);
+      ones = ones && at(b, p + i) == 0xFF;
+    }
+    if (all_ones) *all_ones = ones;
+    p += len;
+    return v;
+  };
+  Ebml e;
+  std::size_t p = pos;
+  auto id = vint(p, true, nullptr);
+  bool ones = false;
+  auto size = id ? vint(p, false, &ones) : std::nullopt;
+  if (!size) return std::nullopt;
+  e.id = *id;
+  e.size = *size;
+  e.unknown_size = ones;
+  e.head = p - pos;
+  return e;
+}
+
+// WebM/Matroska: the EBML header, whole and naming the document type, then
+// one segment to the end of the file whose first elements are the segment's
+// own (meta seek, info, tracks, ...), with the tracks before the first cluster.
+bool matroska_whole(std::string_view b) {
+  auto header = ebml_element(b, 0);
+  if (!header || header->id != 0x1A45DFA3 || header->unknown_size ||
+      header->size > b.size() - header->head)
+    return false;
+  bool doc_type = false;
+  const std::size_t header_end = header->head + header->size;
+  for (std::size_t p = header->head; p < header_end;) {
+    auto e = ebml_element(b.substr(0, header_end), p);
+    if (!e || e->unknown_size || e->size > header_end - p - e->head) return false;
+    if (e->id == 0x4282) {
+      const std::string_view t = b.substr(p + e->head, e->size);
+      doc_type = t == "webm" || t == "matroska";
+    }
+    p += e->head + e->size;
+  }
+  auto segment = ebml_element(b, header_end);
+  if (!doc_type || !segment || segment->id != 0x18538067) return false;
+  const std::size_t body = header_end + segment->head;
+  if (!segment->unknown_size && segment->size != b.size() - body) return false;
+  static constexpr std::uint64_t kSegmentIds[] = {0x114D9B74, 0x1549A966, 0x1654AE6B, 0x1F43B675,
+                                                  0x1C53BB6B, 0x1043A770, 0x1254C367, 0x1941A469,
+                                                  0xEC,       0xBF};
+  bool tracks = false;
+  for (std::size_t p = body; p < b.size();) {
+    auto e = ebml_element(b, p);
+    if (!e ||
+        std::find(std::begin(kSegmentIds), std::end(kSegmentIds), e->id) == std::end(kSegmentIds))
+      return false;
+    if (e->id == 0x1654AE6B) tracks = true;
+    if (e->id == 0x1F43B675) return tracks;  // the clusters hold the audio
+    if (e->unknown_size || e->size > b.size() - p - e->head) return false;
+    p += e->head + e->size;
+  }
+  return tracks;
 }
 
 }  // namespace
@@ -121,17 +319,45 @@ std::optional<AudioInfo> probe_audio(std::string_view b) {
     return wave_chunks_whole(b) ? std::optional(AudioInfo{"audio/wav", "wav"}) : std::nullopt;
   if (starts_with(b, "OggS"))
     return ogg_pages_whole(b) ? std::optional(AudioInfo{"audio/ogg", "ogg"}) : std::nullopt;
-  if (starts_with(b, "fLaC") && b.size() >= 8) return AudioInfo{"audio/flac", "flac"};
-  if (starts_with(b, "#!AMR")) return AudioInfo{"audio/amr", "amr"};
-  if (starts_with(b, "\x1A\x45\xDF\xA3") && b.size() >= 16)  // EBML: WebM or Matroska
-    return AudioInfo{"audio/webm", "webm"};
-  if (starts_with(b, "ID3") && b.size() >= 10) return AudioInfo{"audio/mpeg", "mp3"};
-  if (adts_frame(b)) return AudioInfo{"audio/aac", "aac"};
-  if (mp3_frame(b)) return AudioInfo{"audio/mpeg", "mp3"};
+  if (starts_with(b, "fLaC"))
+    return flac_whole(b) ? std::optional(AudioInfo{"audio/flac", "flac"}) : std::nullopt;
+  if (starts_with(b, "#!AMR"))
+    return amr_frames_whole(b) ? std::optional(AudioInfo{"audio/amr", "amr"}) : std::nullopt;
+  if (starts_with(b, "\x1A\x45\xDF\xA3"))  // EBML: WebM or Matroska
+    return matroska_whole(b) ? std::optional(AudioInfo{"audio/webm", "webm"}) : std::nullopt;
+  if (adts_frames_whole(b)) return AudioInfo{"audio/aac", "aac"};
+  if (mpeg_frames_whole(b)) return AudioInfo{"audio/mpeg", "mp3"};
   return std::nullopt;
 }
 
 VoiceNotes::VoiceNotes(std::filesystem::path dir) : files_(std::move(dir), std::string()) {}
+
+namespace {
+
+constexpr std::string_view kPending = ".pending";
+
+bool ends_with(std::string_view s, std::string_view suffix) {
+  return s.size() >= suffix.size() && s.substr(s.size() - suffix.size()) == suffix;
+}
+
+// A stored note's name: 32 hex digits, a dot and a short extension.
+bool note_name(std::string_view name) {
+  if (name.size() < 34 || name.size() > 40 || name[32] != '.') return false;
+  for (std::size_t i = 0; i < 32; ++i)
+    if (!std::isxdigit(static_cast<unsigned char>(name[i]))) return false;
+  for (char c : name.substr(33))
+    if (!std::isalnum(static_cast<unsigned char>(c))) return false;
+  return true;
+}
+
+void sync_folder(const std::filesystem::path& dir) {
+  const int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return;
+  ::fsync(fd);
+  ::close(fd);
+}
+
+}  // namespace
 
 std::optional<std::string> VoiceNotes::put(std::string_view bytes, const AudioInfo& info,
                                            std::string* error) {
@@ -145,7 +371,8 @@ std::optional<std::string> VoiceNotes::put(std::string_view bytes, const AudioIn
       key += hex[c & 15];
     }
     key += "." + info.extension;
-    switch (files_.put(key, bytes, error)) {
+    if (std::filesystem::exists(dir() / key)) continue;
+    switch (files_.put(key + std::string(kPending), bytes, error)) {
       case PhotoFiles::Put::Stored:
         return key;
       case PhotoFiles::Put::Exists:
@@ -156,6 +383,48 @@ std::optional<std::string> VoiceNotes::put(std::string_view bytes, const AudioIn
   }
   if (error) *error = "no free name for the voice note";
   return std::nullopt;
+}
+
+bool VoiceNotes::commit(const std::string& key) {
+  if (!valid_key(key)) return false;
+  const auto pending = dir() / (key + std::string(kPending));
+  if (::rename(pending.c_str(), (dir() / key).c_str()) != 0)
+    return errno == ENOENT && std::filesystem::exists(dir() / key);  // a sweep was first
+  sync_folder(dir());
+  return true;
+}
+
+void VoiceNotes::discard(const std::string& key) {
+  if (valid_key(key)) files_.remove(key + std::string(kPending));
+}
+
+int VoiceNotes::sweep(const std::function<bool(const std::string&)>& has_row,
+                      std::chrono::seconds grace) {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  const auto now = fs::file_time_type::clock::now();
+  std::vector<fs::path> files;
+  for (const auto& e : fs::directory_iterator(dir(), ec))
+    if (e.is_regular_file(ec)) files.push_back(e.path());
+  int changed = 0;
+  for (const auto& path : files) {
+    const std::string name = path.filename().string();
+    const auto written = fs::last_write_time(path, ec);
+    const bool old = !ec && now - written >= grace;
+    if (ends_with(name, kPending)) {
+      const std::string key = name.substr(0, name.size() - kPending.size());
+      if (!note_name(key)) continue;
+      if (has_row(key)) {
+        changed += commit(key) ? 1 : 0;
+      } else if (old && fs::remove(path, ec)) {
+        ++changed;
+      }
+    } else if (old && (name.rfind(".tmp-", 0) == 0 || (note_name(name) && !has_row(name)))) {
+      if (fs::remove(path, ec)) ++changed;
+    }
+  }
+  if (changed) sync_folder(dir());
+  return changed;
 }
 
 }  // namespace rd::storage

@@ -3,8 +3,10 @@
 // really is a recording.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -29,18 +31,33 @@ struct AudioInfo {
 // and data), so a header glued to anything else is refused.
 std::optional<AudioInfo> probe_audio(std::string_view bytes);
 
+// A note is first written as pending ("<key>.pending"), and takes its key
+// only once its feedback row is committed (commit), so that a crash leaves
+// neither a file without a row nor a row without its file for long: sweep
+// finishes what a crash cut off.
 class VoiceNotes {
  public:
   explicit VoiceNotes(std::filesystem::path dir);
 
-  // Stores the note under a new key ("<32 hex digits>.<ext>") and returns the
-  // key once the file and its folder entry are on disk; nullopt (and `error`)
-  // when it could not be written; nothing is left behind then.
+  // Writes the note, synced, as pending under a new key ("<32 hex
+  // digits>.<ext>") and returns the key; nullopt (and `error`) when it could
+  // not be written; nothing is left behind then.
   std::optional<std::string> put(std::string_view bytes, const AudioInfo& info,
                                  std::string* error = nullptr);
+  // The pending note takes its key (its row is committed); false when it
+  // could not be renamed.
+  bool commit(const std::string& key);
+  // Drops a pending note (its row was not written).
+  void discard(const std::string& key);
   std::optional<std::string> read(const std::string& key) const { return files_.read(key); }
   bool remove(const std::string& key) { return files_.remove(key); }
   const std::filesystem::path& dir() const { return files_.dir(); }
+
+  // After a crash: a pending note whose key `has_row` knows is committed;
+  // one without a row, a note without a row, and a half-written temporary
+  // file are removed once older than `grace` (another server on the same
+  // folder may be writing them just now). Returns how many files it changed.
+  int sweep(const std::function<bool(const std::string& key)>& has_row, std::chrono::seconds grace);
 
  private:
   PhotoFiles files_;  // the same write-once file store, in a folder of its own

@@ -19,6 +19,7 @@ namespace sql {
 std::string schema_v1(const std::string& id_column, const std::string& integer);
 std::string schema_v2(const std::string& id_column, const std::string& integer);
 std::string schema_v3(const std::string& integer);
+std::string schema_v4();
 }  // namespace sql
 
 namespace {
@@ -368,7 +369,8 @@ std::shared_ptr<Store> open_postgres(const std::string& url, int connections) {
   sql::Dialect d;
   d.name = "postgresql";
   d.migrations = {sql::schema_v1("BIGSERIAL PRIMARY KEY", "BIGINT"),
-                  sql::schema_v2("BIGSERIAL PRIMARY KEY", "BIGINT"), sql::schema_v3("BIGINT")};
+                  sql::schema_v2("BIGSERIAL PRIMARY KEY", "BIGINT"), sql::schema_v3("BIGINT"),
+                  sql::schema_v4()};
   // Instances starting together take turns at the schema.
   d.migration_lock = "SELECT pg_advisory_xact_lock(7263540117)";
   d.on_start = kChangeTriggers;

@@ -307,13 +307,15 @@ std::optional<Item> SqlStore::add_item(const Item& in) {
   std::int64_t id = 0;
   try {
     id = write([&](Conn& c) {
-      // The unique index on photo_key turns away a photo another item points at.
+      // The unique indexes on photo_key and photo_digest turn away a photo
+      // another item points at, or the same bytes stored again.
       auto rows = c.query(
-          "INSERT INTO items (user_id, base_image_url, photo_key, description, num_look_score, "
-          "num_like, num_dislike, num_comments, is_enabled_photo, created_ms, updated_ms) "
-          "VALUES (?, ?, ?, ?, ?, 0, 0, 0, ?, ?, ?) RETURNING id",
+          "INSERT INTO items (user_id, base_image_url, photo_key, photo_digest, description, "
+          "num_look_score, num_like, num_dislike, num_comments, is_enabled_photo, created_ms, "
+          "updated_ms) VALUES (?, ?, ?, ?, ?, ?, 0, 0, 0, ?, ?, ?) RETURNING id",
           {in.user_id, in.base_image_url,
-           in.photo_key.empty() ? Param{nullptr} : Param{in.photo_key}, in.description,
+           in.photo_key.empty() ? Param{nullptr} : Param{in.photo_key},
+           in.photo_digest.empty() ? Param{nullptr} : Param{in.photo_digest}, in.description,
            in.num_look_score, std::int64_t{in.is_enabled_photo}, in.created_ms, in.updated_ms});
       if (rows.empty()) throw Error("insert of an item returned no id");
       return rows[0].i(0);
@@ -533,6 +535,11 @@ std::vector<Feedback> SqlStore::list_feedback(std::int64_t offset, int limit) {
   return out;
 }
 
+bool SqlStore::feedback_has_voice(const std::string& voice_key) {
+  auto c = pool_.get();
+  return !c->query("SELECT 1 FROM feedback WHERE voice_key = ? LIMIT 1", {voice_key}).empty();
+}
+
 // ---------------------------------------------------------------- schema
 
 std::string schema_v1(const std::string& id_column, const std::string& integer) {
@@ -628,6 +635,16 @@ CREATE TABLE votes (
 )";
   for (std::size_t p; (p = s.find("{INT}")) != std::string::npos;) s.replace(p, 5, integer);
   return s;
+}
+
+// A digest of each new item's photo bytes, unique (items from before it have
+// none); and the feedback rows found by their voice note.
+std::string schema_v4() {
+  return R"(
+ALTER TABLE items ADD COLUMN photo_digest TEXT;
+CREATE UNIQUE INDEX items_photo_digest ON items (photo_digest);
+CREATE INDEX feedback_voice ON feedback (voice_key);
+)";
 }
 
 // Items published before the keys: the last part of the URL's path is the

@@ -128,6 +128,7 @@ class SqlStore : public Store {
 
   Feedback add_feedback(const Feedback& f) override;
   std::vector<Feedback> list_feedback(std::int64_t offset, int limit) override;
+  bool feedback_has_voice(const std::string& voice_key) override;
 
   ChangeCount change_count() override;
   void change_count(std::function<void(ChangeCount)> done) override;

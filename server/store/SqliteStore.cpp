@@ -14,6 +14,7 @@ namespace sql {
 std::string schema_v1(const std::string& id_column, const std::string& integer);
 std::string schema_v2(const std::string& id_column, const std::string& integer);
 std::string schema_v3(const std::string& integer);
+std::string schema_v4();
 }  // namespace sql
 
 namespace {
@@ -133,7 +134,7 @@ std::shared_ptr<Store> open_sqlite(const std::string& path, int connections) {
   d.name = "sqlite";
   d.migrations = {sql::schema_v1("INTEGER PRIMARY KEY AUTOINCREMENT", "INTEGER"),
                   sql::schema_v2("INTEGER PRIMARY KEY AUTOINCREMENT", "INTEGER"),
-                  sql::schema_v3("INTEGER")};
+                  sql::schema_v3("INTEGER"), sql::schema_v4()};
   d.serialize_writes = true;
   return std::make_shared<sql::SqlStore>(
       std::move(d), [path] { return std::make_unique<SqliteConn>(path); }, connections);

@@ -43,6 +43,10 @@ struct Item {
   // The key of the photo base_image_url names; no two items share one. Set
   // for add_item; the reads leave it empty (remove_item reports it).
   std::string photo_key;
+  // A digest of the photo's bytes (hex SHA-256); no two items share one, so
+  // the same picture cannot be published again under another key. Set for
+  // add_item when the server has the photo; the reads leave it empty.
+  std::string photo_digest;
   std::string description;
   std::int64_t num_look_score = 0;
   std::int64_t num_like = 0;
@@ -137,7 +141,8 @@ class Store {
 
   // --- items
   // Id and nickname filled in from the store; empty when another item already
-  // points at the same photo (item.photo_key).
+  // points at the same photo (item.photo_key) or holds the same bytes
+  // (item.photo_digest).
   virtual std::optional<Item> add_item(const Item& item) = 0;
   virtual std::optional<Item> item(std::int64_t id) = 0;
   virtual std::vector<Item> list_items(const ItemQuery& q) = 0;
@@ -166,6 +171,8 @@ class Store {
   virtual Feedback add_feedback(const Feedback& f) = 0;  // id filled in
   // Newest first.
   virtual std::vector<Feedback> list_feedback(std::int64_t offset, int limit) = 0;
+  // Whether a feedback row names this voice note.
+  virtual bool feedback_has_voice(const std::string& voice_key) = 0;
 
   // --- changes, for replies kept in memory (server/api/ReplyCache.h)
   // A count that moves on after every committed write: this process's, and on

@@ -334,6 +334,33 @@ TEST_F(Commands, LogInWithErrorAndIdIsAnError) {
   EXPECT_FALSE(LocalUserInfo::firstLoginDone());  // only sign-up sets it
 }
 
+// The own-photo list and a password reset name the account by its number;
+// they carry the kept session as proof, and nothing else does.
+TEST_F(Commands, TheSessionGoesOnlyWhereANumberNamesTheAccount) {
+  const QByteArray kProof = "Bearer 0123456789abcdef0123456789abcdef";
+  auto proofOf = [&](int n) {
+    EXPECT_TRUE(waitRequests(n));
+    return server.requests().last().header("Authorization");
+  };
+  // Signed out: no session to send.
+  ItemApi::listItem(10, 1, QString(), "13800000001", QString(), "rd_list_items", {});
+  EXPECT_EQ(proofOf(1), "");
+  LocalUserInfo::storeSignedIn(
+      QJsonDocument::fromJson(R"({"id":"0123456789abcdef0123456789abcdef"})").object());
+  ItemApi::listItem(10, 1, QString(), "13800000001", QString(), "rd_list_items", {});
+  EXPECT_EQ(proofOf(2), kProof);
+  EXPECT_EQ(lastBody()["user_id"], "13800000001");  // the body as it was
+  ItemApi::listItem(10, 1, "createdAt", QString(), QString(), "rd_list_items", {});
+  EXPECT_EQ(proofOf(3), "");
+  UserInfoApi::UserLogIn("13800000001", "p", "rd_login_user", false, {});
+  EXPECT_EQ(proofOf(4), "");
+  // A reset comes from the phone that kept the old account, signed in or not.
+  LocalUserInfo::clearUserInfo();
+  UserInfoApi::UserLogIn("13800000001", "new", "rd_login_user", true, {});
+  EXPECT_EQ(proofOf(5), kProof);
+  EXPECT_EQ(lastBody()["reset"], true);
+}
+
 TEST_F(Commands, GetUserRefreshesOnlyTheStoredUser) {
   LocalUserInfo::storeSignedIn(QJsonDocument::fromJson(R"({"id":"u1","nickname":"old"})").object());
   std::optional<UserInfo> user;

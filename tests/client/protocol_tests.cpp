@@ -86,14 +86,19 @@ class Protocol : public ::testing::Test {
     }
     EXPECT_EQ(list.footerText(), "已经到底了哈！");
   }
+  // Each call a picture of its own: the server takes one photo's bytes once.
   QImage samplePhoto() {
     QImage img(QStringLiteral(RD_MODELS_DIR "/demo/sample1.jpg"));
     if (img.isNull()) {
       img = QImage(400, 500, QImage::Format_RGB32);
       img.fill(QColor(180, 140, 120));
     }
+    const QColor mark((photos_++ * 37) % 256, 255, 0);
+    for (int y = 0; y < 40; ++y)
+      for (int x = 0; x < 40; ++x) img.setPixelColor(x, y, mark);
     return img;
   }
+  int photos_ = 0;
 
   // The scores published here are made up: taken as claimed.
   rdtest::ServerProcess server{{"--trust-claimed-scores"}};

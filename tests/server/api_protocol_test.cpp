@@ -85,12 +85,16 @@ TEST_P(Api, ResetSetsThePasswordOnlyForFlaggedAccounts) {
   ApiServer s(GetParam());
   RD_REQUIRE_SERVER(s);
   std::string id = s.register_user("13800138010", "old");
+  // (From the phone that keeps the account's session; AResetMustProveTheOwner
+  // has the others.)
   auto attempt = [&](const std::string& pw, bool reset) {
-    return s.call("rd_login_user", {{"mobile", "13800138010"},
-                                    {"password", pw},
-                                    {"device_token", "<t>"},
-                                    {"device", "ios"},
-                                    {"reset", reset}});
+    return s.call("rd_login_user",
+                  {{"mobile", "13800138010"},
+                   {"password", pw},
+                   {"device_token", "<t>"},
+                   {"device", "ios"},
+                   {"reset", reset}},
+                  rdtest::bearer(id));
   };
   EXPECT_EQ(attempt("new", true).error(), "wrong_password");  // not flagged: must match
 
@@ -152,10 +156,11 @@ TEST_P(Api, ItemsArePublishedListedPagedAndRanked) {
     EXPECT_FALSE(v.as_object().at("user").as_object().contains("mobile"));
   }
 
-  // Own photos by mobile (as the app sends) or by id; an item's owner by item id.
-  EXPECT_EQ(
-      ids_of(s.call("rd_list_items", {{"limit", 10}, {"page", 1}, {"user_id", "13800138020"}})),
-      (std::vector<std::string>{i3, i1}));
+  // Own photos by mobile with the session (as the app sends) or by id; an
+  // item's owner by item id.
+  EXPECT_EQ(ids_of(s.call("rd_list_items", {{"limit", 10}, {"page", 1}, {"user_id", "13800138020"}},
+                          rdtest::bearer(a))),
+            (std::vector<std::string>{i3, i1}));
   EXPECT_EQ(ids_of(s.call("rd_list_items", {{"limit", 10}, {"page", 1}, {"user_id", b}})),
             (std::vector<std::string>{i2}));
   EXPECT_EQ(ids_of(s.call("rd_list_items", {{"limit", 10}, {"page", 1}, {"item_id", i2}})),
@@ -189,7 +194,7 @@ TEST_P(Api, EachUserVotesOnceAndMayChangeHisVote) {
   RD_REQUIRE_SERVER(s);
   std::string a = s.register_user("13800138040");
   std::string b = s.register_user("13800138041");
-  std::string item = s.add_item(a, 120);
+  std::string item = s.add_item(s.register_user("13800138042"), 120);
   auto vote = [&](bool like, const std::string& user, const std::string& id) {
     return s.call("rd_like_item", {{"item_id", id}, {"user_id", user}, {"is_liked", like}});
   };
@@ -272,9 +277,11 @@ TEST_P(Api, CommentsCountForTheOwnerUntilHeOpensHisPhotos) {
   // Someone else looking at the owner's photos leaves the count alone...
   s.call("rd_list_items", {{"limit", 10}, {"page", 1}, {"item_id", item}});
   // ... and so does the owner's second page; his first page clears it.
-  s.call("rd_list_items", {{"limit", 10}, {"page", 2}, {"user_id", "13800138050"}});
+  s.call("rd_list_items", {{"limit", 10}, {"page", 2}, {"user_id", "13800138050"}},
+         rdtest::bearer(owner));
   EXPECT_EQ(s.call("rd_get_user", {{"user_id", owner}}).number("num_comments"), 2);
-  s.call("rd_list_items", {{"limit", 10}, {"page", 1}, {"user_id", "13800138050"}});
+  s.call("rd_list_items", {{"limit", 10}, {"page", 1}, {"user_id", "13800138050"}},
+         rdtest::bearer(owner));
   EXPECT_EQ(s.call("rd_get_user", {{"user_id", owner}}).number("num_comments"), 0);
 }
 

@@ -31,7 +31,7 @@ struct FakePhotos : storage::PhotoStore {
     if (at == std::string::npos) return std::nullopt;
     return Ref{url.substr(at + 7), true};
   }
-  std::optional<std::string> read(const std::string&) const override { return "photo"; }
+  std::optional<std::string> read(const std::string& key) const override { return "photo " + key; }
   bool remove(const std::string& key) override {
     removed.push_back(key);
     if (fail) throw std::runtime_error("disk on fire");

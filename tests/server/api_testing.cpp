@@ -34,8 +34,8 @@ ApiServer::ApiServer(const std::string& database_url, const std::string& data_di
   restart();
 }
 
-std::string small_png() {
-  cv::Mat img(40, 30, CV_8UC3, cv::Scalar(10, 200, 30));
+std::string small_png(int variant) {
+  cv::Mat img(40, 30, CV_8UC3, cv::Scalar(10 + variant % 200, 200, 30 + variant / 200 % 200));
   std::vector<uchar> out;
   cv::imencode(".png", img, out);
   return std::string(out.begin(), out.end());
@@ -43,14 +43,24 @@ std::string small_png() {
 
 void ApiServer::restart() {
   proc_.reset();
-  std::vector<std::string> args = {"--database", db_url_, "--trust-claimed-scores"};
+  // Tests sign up many accounts and vote much from loopback: no budgets for
+  // those unless a test sets its own (a later flag wins).
+  std::vector<std::string> args = {
+      "--database",       db_url_, "--trust-claimed-scores", "--signup-rate", "0",
+      "--vote-rate-item", "0"};
   args.insert(args.end(), extra_.begin(), extra_.end());
   proc_ = std::make_unique<ServerProcess>(args, data_dir_);
 }
 
-ApiReply ApiServer::call(const std::string& cmd, json::object body) const {
+ApiReply ApiServer::call(const std::string& cmd, json::object body, Headers headers) const {
   body["cmd"] = cmd;
-  return raw("/api?cmd=" + cmd, json::serialize(body));
+  headers.emplace_back("HTTP_ACCESS_TOKEN", "anonymous");
+  return parse_reply(
+      http_request(proc_->port(), "POST", "/api?cmd=" + cmd, json::serialize(body), headers));
+}
+
+ApiServer::Headers bearer(const std::string& user_id) {
+  return {{"Authorization", "Bearer " + user_id}};
 }
 
 ApiReply ApiServer::raw(const std::string& target, const std::string& body) const {
@@ -75,9 +85,9 @@ std::string ApiServer::upload_photo(const std::string& bytes) {
   const std::string key = "photo" + std::to_string(++uploads_) + ".png";
   auto token = make_upload_token(upload_policy(rd::build::kStorageBucket),
                                  rd::build::kStorageAccessKey, rd::build::kStorageSecretKey);
-  auto r =
-      upload(proc_->port(),
-             {{"key", key}, {"token", token}, {"file", bytes.empty() ? small_png() : bytes, true}});
+  auto r = upload(proc_->port(), {{"key", key},
+                                  {"token", token},
+                                  {"file", bytes.empty() ? small_png(uploads_) : bytes, true}});
   EXPECT_EQ(r.status, 200) << r.body;
   std::string base = proc_->url();
   for (std::size_t i = 0; i + 1 < extra_.size(); ++i)

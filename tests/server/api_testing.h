@@ -36,6 +36,8 @@ class ApiServer {
   // A fresh database of `engine`; extra server flags after the database. The
   // server takes published scores as claimed (--trust-claimed-scores): the
   // tests publish made-up ones; "--trust-claimed-scores=0" in `extra` checks them.
+  // Sign-ups and votes have no budgets (--signup-rate 0, --vote-rate-item 0)
+  // unless `extra` sets them.
   explicit ApiServer(const std::string& engine, std::vector<std::string> extra = {});
   // A server on an existing database and data folder (for restarts).
   ApiServer(const std::string& database_url, const std::string& data_dir,
@@ -46,8 +48,11 @@ class ApiServer {
   const std::string& database_url() const { return db_url_; }
   void restart();  // same database and data folder, after a stop or kill
 
-  // POST /api?cmd=CMD with the body (its "cmd" is added as the app does).
-  ApiReply call(const std::string& cmd, boost::json::object body) const;
+  using Headers = std::vector<std::pair<std::string, std::string>>;
+  // POST /api?cmd=CMD with the body (its "cmd" is added as the app does),
+  // and extra headers ("Authorization", or "X-Forwarded-For" for a server
+  // that trusts 127.0.0.1 as its proxy).
+  ApiReply call(const std::string& cmd, boost::json::object body, Headers headers = {}) const;
   ApiReply raw(const std::string& target, const std::string& body) const;
 
   // Registers a user and returns his id ("" on failure).
@@ -70,8 +75,11 @@ class ApiServer {
   int uploads_ = 0;
 };
 
-// A small picture without a face.
-std::string small_png();
+// A small picture without a face; each variant has other bytes.
+std::string small_png(int variant = 0);
+
+// "Authorization: Bearer ID", as the app proves its session.
+ApiServer::Headers bearer(const std::string& user_id);
 
 ApiReply parse_reply(const HttpReply& r);
 

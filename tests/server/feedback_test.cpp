@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <fstream>
 
 #include "api_testing.h"
 #include "storage/VoiceNotes.h"
@@ -52,6 +54,62 @@ std::string ogg_note(int pages = 3) {
   for (int p = 0; p < pages; ++p)
     out += "OggS" + std::string(22, '\0') + '\x02' + std::string(2, '\xFF') + std::string(510, 'o');
   return out;
+}
+
+// MP3: an ID3v2 tag, then `frames` MPEG-1 layer III frames (128 kbit/s,
+// 44.1 kHz: 417 bytes each).
+std::string mp3_note(int frames = 3) {
+  std::string out = std::string("ID3\x04\0\0\0\0\0\x0A", 10) + std::string(10, '\0');
+  for (int i = 0; i < frames; ++i)
+    out += std::string("\xFF\xFB\x90\x00", 4) + std::string(413, 'm');
+  return out;
+}
+
+// AAC in ADTS: frames of 100 bytes, 44.1 kHz, no CRC.
+std::string adts_note(int frames = 3) {
+  std::string out;
+  const unsigned len = 100;
+  for (int i = 0; i < frames; ++i)
+    out += std::string{'\xFF',
+                       '\xF1',
+                       '\x50',
+                       static_cast<char>(0x80 | (len >> 11)),
+                       static_cast<char>((len >> 3) & 0xFF),
+                       static_cast<char>((len & 7) << 5 | 0x1F),
+                       '\xFC'} +
+           std::string(len - 7, 'a');
+  return out;
+}
+
+// AMR: the magic line and frames of the 12.2 kbit/s mode (32 bytes each).
+std::string amr_note(int frames = 5) {
+  std::string out = "#!AMR\n";
+  for (int i = 0; i < frames; ++i) out += '\x3C' + std::string(31, 'r');
+  return out;
+}
+
+// FLAC: the stream info (44.1 kHz, blocks of 4096), then a frame's start.
+std::string flac_note() {
+  std::string info(34, '\0');
+  info[0] = '\x10';  // min block 4096
+  info[2] = '\x10';  // max block 4096
+  info[10] = '\x0A';
+  info[11] = '\xC4';
+  info[12] = '\x42';  // 44100 Hz, then channels and bits
+  return "fLaC" + std::string("\x80\x00\x00\x22", 4) + info + "\xFF\xF8" + std::string(60, 'f');
+}
+
+// WebM as a browser records it: the EBML header, a segment and a cluster of
+// unknown size, the tracks before it.
+std::string webm_note() {
+  const std::string doc = std::string("\x42\x82\x84", 3) + "webm";
+  const std::string header =
+      std::string("\x1A\x45\xDF\xA3", 4) + static_cast<char>(0x80 | doc.size()) + doc;
+  const std::string unknown("\x01\xFF\xFF\xFF\xFF\xFF\xFF\xFF", 8);
+  return header + std::string("\x18\x53\x80\x67", 4) + unknown +
+         std::string("\x15\x49\xA9\x66\x80", 5) +              // info, empty
+         std::string("\x16\x54\xAE\x6B\x83\xEC\x81\x00", 8) +  // tracks
+         std::string("\x1F\x43\xB6\x75", 4) + unknown + std::string(200, 'w');
 }
 
 std::vector<std::string> files_in(const fs::path& dir) {
@@ -211,10 +269,13 @@ TEST(VoiceNotes, RecognisesRecordingsAndNothingElse) {
   EXPECT_EQ(probe_audio(m4a_note())->extension, "m4a");
   EXPECT_EQ(probe_audio(m4a_note("3gp4"))->mime, "audio/3gpp");
   EXPECT_EQ(probe_audio(ogg_note())->mime, "audio/ogg");
-  EXPECT_EQ(probe_audio("#!AMR\n" + std::string(40, '\0'))->mime, "audio/amr");
-  EXPECT_EQ(probe_audio("ID3\x04" + std::string(40, '\0'))->mime, "audio/mpeg");
-  EXPECT_EQ(probe_audio(std::string("\xFF\xFB\x90\x64", 4) + std::string(40, '\0'))->mime,
-            "audio/mpeg");
+  EXPECT_EQ(probe_audio(amr_note())->mime, "audio/amr");
+  EXPECT_EQ(probe_audio(mp3_note())->mime, "audio/mpeg");
+  EXPECT_EQ(probe_audio(mp3_note().substr(20))->mime, "audio/mpeg");  // without its tag
+  EXPECT_EQ(probe_audio(mp3_note() + "TAG" + std::string(125, ' '))->mime, "audio/mpeg");
+  EXPECT_EQ(probe_audio(adts_note())->mime, "audio/aac");
+  EXPECT_EQ(probe_audio(flac_note())->mime, "audio/flac");
+  EXPECT_EQ(probe_audio(webm_note())->mime, "audio/webm");
 
   EXPECT_FALSE(probe_audio(""));
   EXPECT_FALSE(probe_audio(rdtest::sample_jpeg()));
@@ -238,6 +299,22 @@ TEST(VoiceNotes, RecognisesRecordingsAndNothingElse) {
   EXPECT_FALSE(probe_audio(wav_note() + junk));
   EXPECT_FALSE(probe_audio(wav_note().substr(0, 100)));
   EXPECT_FALSE(probe_audio(ogg_note(1) + junk));
+  // The other containers too: a header with random bytes, or frames cut off.
+  std::string noise(3000, '\0');
+  std::uint32_t x = 12345;
+  for (auto& c : noise) c = static_cast<char>((x = x * 1103515245 + 12345) >> 16);
+  EXPECT_FALSE(probe_audio("ID3" + noise));
+  EXPECT_FALSE(probe_audio(mp3_note().substr(0, 30) + noise));
+  EXPECT_FALSE(probe_audio(mp3_note() + noise));
+  EXPECT_FALSE(probe_audio(mp3_note().substr(0, mp3_note().size() - 1)));
+  EXPECT_FALSE(probe_audio(mp3_note(0)));  // a tag and no sound
+  EXPECT_FALSE(probe_audio(adts_note() + noise));
+  EXPECT_FALSE(probe_audio("#!AMR\n" + noise));
+  EXPECT_FALSE(probe_audio(amr_note().substr(0, 40)));
+  EXPECT_FALSE(probe_audio("fLaC" + noise));
+  EXPECT_FALSE(probe_audio(flac_note().substr(0, 30)));
+  EXPECT_FALSE(probe_audio(std::string("\x1A\x45\xDF\xA3", 4) + noise));
+  EXPECT_FALSE(probe_audio(webm_note().substr(0, 20) + noise));
 }
 
 TEST(VoiceNotes, StoresEachNoteUnderAFreshNameAndReadsItBack) {
@@ -248,12 +325,56 @@ TEST(VoiceNotes, StoresEachNoteUnderAFreshNameAndReadsItBack) {
   auto b = notes.put("one", wav);
   ASSERT_TRUE(a && b);
   EXPECT_NE(*a, *b);
+  // Pending until its row is in.
+  EXPECT_FALSE(notes.read(*a));
+  ASSERT_TRUE(notes.commit(*a) && notes.commit(*b));
   EXPECT_EQ(fs::path(*a).extension(), ".wav");
   EXPECT_EQ(notes.read(*a), "one");
   EXPECT_TRUE(notes.remove(*a));
   EXPECT_FALSE(notes.read(*a));
   EXPECT_EQ(notes.read(*b), "one");
   EXPECT_FALSE(notes.read("../rongdian.db"));
+  auto c = notes.put("two", wav);
+  ASSERT_TRUE(c);
+  notes.discard(*c);
+  EXPECT_EQ(files_in(notes.dir()), (std::vector<std::string>{*b}));
+}
+
+// What a kill -9 can leave between the note and its row (a file without a
+// row, a row whose note is still pending, a half-written file) is finished
+// or removed when the server starts again; notes just written are left to
+// their writer.
+TEST_P(FeedbackRoute, ACrashLeavesNeitherNoteWithoutRowNorRowWithoutNote) {
+  auto sent = post({{"text", "有声音"}, {"voice", wav_note(), true}});
+  ASSERT_EQ(sent.status, 200);
+  const std::string kept = store_->list_feedback(0, 1).at(0).voice_key;
+  server_->process().kill_now();
+
+  rd::storage::VoiceNotes notes(voice_dir());
+  auto orphan = notes.put(wav_note(), {"audio/wav", "wav"});   // its row never came
+  auto pending = notes.put(wav_note(), {"audio/wav", "wav"});  // its row came
+  auto fresh = notes.put(wav_note(), {"audio/wav", "wav"});    // being written just now
+  auto no_row = notes.put(wav_note(), {"audio/wav", "wav"});   // named, without a row
+  ASSERT_TRUE(orphan && pending && fresh && no_row && notes.commit(*no_row));
+  rd::store::Feedback f;
+  f.text = "崩溃前写下的";
+  f.voice_key = *pending;
+  f.voice_mime = "audio/wav";
+  f.created_ms = 1;
+  store_->add_feedback(f);
+  std::ofstream((voice_dir() / ".tmp-AbC123").string()) << "half";
+  const auto long_ago = fs::file_time_type::clock::now() - std::chrono::hours(1);
+  for (const auto& name : {*orphan + ".pending", *no_row, std::string(".tmp-AbC123")})
+    fs::last_write_time(voice_dir() / name, long_ago);
+
+  server_->restart();
+  ASSERT_TRUE(server_->process().ok());
+  auto names = files_in(voice_dir());
+  std::sort(names.begin(), names.end());
+  std::vector<std::string> expected{kept, *pending, *fresh + ".pending"};
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(names, expected);
+  EXPECT_EQ(notes.read(*pending), wav_note());
 }
 
 }  // namespace
@@ -277,12 +398,14 @@ TEST(FeedbackStore, AnOlderDatabaseIsUpgraded) {
   sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
   // Back to the first schema: no feedback, no photo keys, no votes.
-  ASSERT_EQ(sqlite3_exec(db,
-                         "DROP TABLE feedback; DROP TABLE votes; DROP INDEX items_photo_key; "
-                         "DROP INDEX items_keyless_url; ALTER TABLE items DROP COLUMN photo_key; "
-                         "UPDATE schema_version SET version = 1",
-                         nullptr, nullptr, nullptr),
-            SQLITE_OK);
+  ASSERT_EQ(
+      sqlite3_exec(db,
+                   "DROP TABLE feedback; DROP TABLE votes; DROP INDEX items_photo_key; "
+                   "DROP INDEX items_keyless_url; ALTER TABLE items DROP COLUMN photo_key; "
+                   "DROP INDEX items_photo_digest; ALTER TABLE items DROP COLUMN photo_digest; "
+                   "UPDATE schema_version SET version = 1",
+                   nullptr, nullptr, nullptr),
+      SQLITE_OK);
   sqlite3_close(db);
 
   auto store = rd::store::open_store("sqlite:" + path, "", 1);

@@ -87,17 +87,21 @@ TEST(ImageHeader, ReadsSizeAndEndWithoutDecoding) {
   EXPECT_EQ(read_image_header("").format, ImageFormat::Unknown);
 }
 
+namespace {
+// How decode_image() refuses the bytes (Empty, with a failure, when it takes them).
+ImageError::Kind refusal(const std::string& bytes, const Limits& limits = {}) {
+  try {
+    decode_image(bytes, limits);
+  } catch (const ImageError& e) {
+    return e.kind;
+  }
+  ADD_FAILURE() << "accepted";
+  return ImageError::Kind::Empty;
+}
+}  // namespace
+
 TEST(ImageHeader, BadInputIsRefusedByKind) {
-  const Limits limits;
-  auto kind_of = [&](const std::string& bytes) {
-    try {
-      decode_image(bytes, limits);
-    } catch (const ImageError& e) {
-      return e.kind;
-    }
-    ADD_FAILURE() << "accepted";
-    return ImageError::Kind::Empty;
-  };
+  auto kind_of = [](const std::string& bytes) { return refusal(bytes); };
   const std::string jpeg = rdtest::read_bytes(rdtest::sample_path(2));
   EXPECT_EQ(kind_of(""), ImageError::Kind::Empty);
   EXPECT_EQ(kind_of("hello, world"), ImageError::Kind::NotImage);
@@ -117,14 +121,7 @@ TEST(ImageHeader, BadInputIsRefusedByKind) {
 // from their structure; large phone photos are decoded reduced.
 TEST(ImageHeader, DecodeWorkIsBoundedBeforeDecoding) {
   const Limits limits;
-  auto kind_of = [&](const std::string& bytes) {
-    try {
-      check_image(bytes, limits);
-    } catch (const ImageError& e) {
-      return e.kind;
-    }
-    return ImageError::Kind::Empty;  // accepted
-  };
+  auto kind_of = [](const std::string& bytes) { return refusal(bytes); };
   // A progressive JPEG with one scan repeated: the scans are counted, and
   // their work over the picture's blocks.
   const std::string ordinary = rdtest::jpeg_with_repeated_scan(512, 0);
@@ -138,7 +135,7 @@ TEST(ImageHeader, DecodeWorkIsBoundedBeforeDecoding) {
   EXPECT_EQ(many.scans, plain.scans + 2000);
   EXPECT_TRUE(many.complete);
   EXPECT_EQ(many.end, bomb.size());
-  EXPECT_EQ(kind_of(ordinary), ImageError::Kind::Empty);
+  EXPECT_NO_THROW(check_image(ordinary, limits));
   EXPECT_EQ(kind_of(bomb), ImageError::Kind::TooLarge);
   // Fewer scans, but each over a large picture.
   EXPECT_EQ(kind_of(rdtest::jpeg_with_repeated_scan(3000, 90)), ImageError::Kind::TooLarge);

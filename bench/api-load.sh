@@ -43,7 +43,7 @@ start_server() {
   # (the seed's scores are made up: taken as claimed)
   "$server" --listen 127.0.0.1:0 --data "$work/$name" --quiet --database "$db" \
     ${threads:+--threads "$threads"} --auth-rate-address 0 --signup-rate 0 --vote-rate-item 0 \
-      --trust-claimed-scores --development \
+    --trust-claimed-scores --development \
     --storage-access-key bench-ak --storage-secret-key bench-sk --storage-bucket bench \
     >"$work/$name/out" 2>"$work/$name/err" &
   pids+=($!)

@@ -147,7 +147,20 @@ FaceEngine::FaceEngine(const std::string& model_dir, EngineOptions options)
 FaceEngine::~FaceEngine() = default;
 
 Analysis FaceEngine::analyze(std::string_view image_bytes) const {
-  return analyze_rgb(decode_image(image_bytes, options_.limits));
+  DecodedSize full;
+  const cv::Mat rgb = decode_image(image_bytes, options_.limits, &full);
+  Analysis result = analyze_rgb(rgb);
+  if (full.width == result.width && full.height == result.height) return result;
+  // Decoded reduced: boxes and points in the photo's own pixels.
+  const float sx = static_cast<float>(full.width) / static_cast<float>(rgb.cols);
+  const float sy = static_cast<float>(full.height) / static_cast<float>(rgb.rows);
+  for (Face& f : result.faces) {
+    f.box = {f.box.x * sx, f.box.y * sy, f.box.width * sx, f.box.height * sy};
+    for (Point& p : f.landmarks) p = {p.x * sx, p.y * sy};
+  }
+  result.width = full.width;
+  result.height = full.height;
+  return result;
 }
 
 Analysis FaceEngine::analyze_rgb(const cv::Mat& rgb) const {

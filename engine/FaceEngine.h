@@ -52,7 +52,7 @@ struct Face {
 };
 
 struct Analysis {
-  int width = 0, height = 0;  // of the decoded image
+  int width = 0, height = 0;  // of the photo (analyze: boxes and points are in its pixels)
   std::vector<Face> faces;    // best detector score first
 };
 
@@ -78,21 +78,45 @@ class ModelError : public std::runtime_error {
 
 enum class ImageFormat { Unknown, Jpeg, Png };
 
-// What the file header says, before any decoding.
+// What the file's structure says, before any decoding: its JPEG markers (and
+// the entropy-coded data between them, skipped) or its PNG chunks are walked
+// to the end marker.
 struct ImageHeader {
   ImageFormat format = ImageFormat::Unknown;
   int width = 0, height = 0;  // 0 when the header does not say (yet)
   bool complete = false;      // the file has its end marker (JPEG EOI, PNG IEND)
+  std::size_t end = 0;        // bytes up to and including the end marker; 0 without one
+  // JPEG: scans (start-of-scan markers), whether the frame is progressive,
+  // and the 8x8 blocks the decoder goes through in all scans together (its
+  // work grows with it), and the blocks of the frame.
+  int scans = 0;
+  bool progressive = false;
+  long long scan_blocks = 0, frame_blocks = 0;
+  // PNG: chunks other than the ones the decoder needs (text, colour profiles,
+  // animation frames, ...), which are dropped before decoding.
+  int ancillary_chunks = 0;
 };
 
-// Reads the format, the dimensions and the presence of the end marker from
-// the bytes, without decoding pixels. Never throws.
+// Reads the format, the dimensions, the end marker and the decode work from
+// the bytes, without decoding pixels; linear in their length. Never throws.
 ImageHeader read_image_header(std::string_view bytes);
 
 struct Limits {
   std::size_t max_bytes = 10 * 1024 * 1024;
   long long max_pixels = 36'000'000;  // e.g. 7200 x 5000
   int max_side = 12'000;
+  // Pixels a side at most after decoding: a larger JPEG is decoded at 1/2,
+  // 1/4 or 1/8 of its size (the decoder scales while it decodes); a PNG,
+  // which cannot be, may not be larger.
+  int decode_side = 2048;
+  int max_scans = 100;
+  // About three passes over 36 megapixels (4:2:0); a 12-megapixel progressive
+  // photo with the usual ten scans takes about 1.1 million.
+  long long max_scan_blocks = 3'000'000;
+  // A progressive JPEG keeps all its coefficients until the last scan (128
+  // bytes a block): 512k blocks is 64 MiB.
+  long long max_progressive_blocks = 512 * 1024;
+  int max_ancillary_chunks = 64;
 };
 
 struct EngineOptions {
@@ -132,8 +156,19 @@ class FaceEngine {
   std::unique_ptr<Impl> impl_;
 };
 
-// Decodes JPEG/PNG bytes to 8-bit RGB after the header checks of analyze();
-// throws ImageError. (The header's dimensions decide; EXIF orientation is applied.)
-cv::Mat decode_image(std::string_view bytes, const Limits& limits);
+// The size of the photo a decode came from, as oriented: the decoded image
+// may be smaller (see Limits::decode_side).
+struct DecodedSize {
+  int width = 0, height = 0;
+};
+
+// Decodes JPEG/PNG bytes to 8-bit RGB after the checks of analyze(); throws
+// ImageError. The header's dimensions, scans and chunks decide before any
+// pixel is decoded; bytes after the end marker are ignored; EXIF orientation
+// is applied.
+cv::Mat decode_image(std::string_view bytes, const Limits& limits, DecodedSize* size = nullptr);
+
+// The checks alone: throws the ImageError decode_image() would throw before decoding.
+ImageHeader check_image(std::string_view bytes, const Limits& limits);
 
 }  // namespace rd::engine

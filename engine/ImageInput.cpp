@@ -1,5 +1,5 @@
-// Reading photos: header checks before decoding, decoding, and the network
-// input blobs.
+// Reading photos: the checks of a file's structure before decoding, decoding
+// (reduced for large JPEGs), and the network input blobs.
 #include "engine/ImageInput.h"
 
 #include <algorithm>
@@ -8,6 +8,8 @@
 #include <cstring>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
+#include <string>
+#include <vector>
 
 namespace rd::engine {
 
@@ -19,39 +21,103 @@ std::uint32_t be32(const unsigned char* p) {
          p[3];
 }
 
+// The PNG chunks the decoder is given: the critical ones, transparency and
+// the EXIF orientation. Text, colour profiles and the like (which the decoder
+// would inflate and keep, and the picture does not need) are dropped.
+bool png_chunk_kept(const unsigned char* type) {
+  for (const char* kept : {"IHDR", "PLTE", "IDAT", "IEND", "tRNS", "eXIf"})
+    if (std::memcmp(type, kept, 4) == 0) return true;
+  return false;
+}
+
+struct Component {
+  int id = 0, h = 1, v = 1;
+};
+
+long long ceil_div(long long a, long long b) { return (a + b - 1) / b; }
+
+// Skips entropy-coded data from `pos`: the next marker is a 0xFF followed by
+// neither 0x00 (a stuffed byte) nor a restart marker. Returns its offset, or
+// n when the data runs to the end.
+std::size_t skip_entropy_data(const unsigned char* p, std::size_t n, std::size_t pos) {
+  while (pos < n) {
+    const void* ff = std::memchr(p + pos, 0xFF, n - pos);
+    if (!ff) return n;
+    pos = static_cast<std::size_t>(static_cast<const unsigned char*>(ff) - p);
+    if (pos + 1 >= n) return n;
+    const unsigned char next = p[pos + 1];
+    if (next != 0x00 && !(next >= 0xD0 && next <= 0xD7) && next != 0xFF) return pos;
+    pos += next == 0xFF ? 1 : 2;
+  }
+  return n;
+}
+
 ImageHeader read_jpeg(const unsigned char* p, std::size_t n) {
   ImageHeader h;
   h.format = ImageFormat::Jpeg;
-  // The end marker, allowing some trailing bytes after it. (0xFF 0xD9 cannot
-  // occur inside entropy-coded data, where 0xFF is always followed by 0x00.)
-  const std::size_t stop = n > 4096 ? n - 4096 : 1;
-  for (std::size_t i = n - 1; i >= stop && i > 0; --i)
-    if (p[i - 1] == 0xFF && p[i] == 0xD9) {
-      h.complete = true;
-      break;
-    }
+  std::vector<Component> comps;
+  int hmax = 1, vmax = 1;
   std::size_t pos = 2;
-  while (pos + 4 <= n) {
-    if (p[pos] != 0xFF) return h;  // not at a marker: damaged
-    unsigned marker = p[pos + 1];
+  while (pos + 2 <= n) {
+    if (p[pos] != 0xFF) {  // stray bytes before a marker: the decoder skips them too
+      const void* ff = std::memchr(p + pos, 0xFF, n - pos);
+      if (!ff) break;
+      pos = static_cast<std::size_t>(static_cast<const unsigned char*>(ff) - p);
+      continue;
+    }
+    const unsigned marker = p[pos + 1];
     if (marker == 0xFF) {  // fill byte
       ++pos;
       continue;
+    }
+    if (marker == 0xD9) {
+      h.complete = true;
+      h.end = pos + 2;
+      break;
     }
     if (marker == 0xD8 || (marker >= 0xD0 && marker <= 0xD7) || marker == 0x01) {
       pos += 2;
       continue;
     }
-    if (marker == 0xD9 || marker == 0xDA) return h;  // end or scan before any frame header
-    unsigned len = be16(p + pos + 2);
-    if (len < 2) return h;
+    if (pos + 4 > n) break;
+    const unsigned len = be16(p + pos + 2);
+    if (len < 2 || pos + 2 + len > n) break;
+    const unsigned char* seg = p + pos + 4;
     const bool sof =
         (marker >= 0xC0 && marker <= 0xCF) && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
-    if (sof) {
-      if (pos + 9 > n) return h;
-      h.height = static_cast<int>(be16(p + pos + 5));
-      h.width = static_cast<int>(be16(p + pos + 7));
-      return h;
+    if (sof && h.width == 0 && len >= 8) {
+      h.height = static_cast<int>(be16(seg + 1));
+      h.width = static_cast<int>(be16(seg + 3));
+      h.progressive = marker == 0xC2 || marker == 0xC6 || marker == 0xCA || marker == 0xCE;
+      const unsigned count = seg[5];
+      for (unsigned i = 0; i < count && 8 + 3 * (i + 1) <= len; ++i) {
+        Component c{seg[6 + 3 * i], std::max(1, seg[7 + 3 * i] >> 4),
+                    std::max(1, seg[7 + 3 * i] & 15)};
+        hmax = std::max(hmax, c.h);
+        vmax = std::max(vmax, c.v);
+        comps.push_back(c);
+      }
+      for (const auto& c : comps)
+        h.frame_blocks += ceil_div(ceil_div(1LL * h.width * c.h, hmax), 8) *
+                          ceil_div(ceil_div(1LL * h.height * c.v, vmax), 8);
+    }
+    if (marker == 0xDA) {
+      if (h.width == 0) return h;  // a scan before the frame header: damaged
+      ++h.scans;
+      const unsigned count = len >= 3 ? seg[0] : 0;
+      long long blocks = 0;
+      for (unsigned i = 0; i < count && 3 + 2 * (i + 1) <= len; ++i)
+        for (const auto& c : comps)
+          if (c.id == seg[1 + 2 * i]) {
+            if (count == 1)  // one component: its own blocks
+              blocks += ceil_div(ceil_div(1LL * h.width * c.h, hmax), 8) *
+                        ceil_div(ceil_div(1LL * h.height * c.v, vmax), 8);
+            else  // interleaved: whole MCUs
+              blocks += ceil_div(h.width, 8LL * hmax) * ceil_div(h.height, 8LL * vmax) * c.h * c.v;
+          }
+      h.scan_blocks += blocks;
+      pos = skip_entropy_data(p, n, pos + 2 + len);
+      continue;
     }
     pos += 2 + len;
   }
@@ -61,14 +127,41 @@ ImageHeader read_jpeg(const unsigned char* p, std::size_t n) {
 ImageHeader read_png(const unsigned char* p, std::size_t n) {
   ImageHeader h;
   h.format = ImageFormat::Png;
-  if (n >= 24 && std::memcmp(p + 12, "IHDR", 4) == 0) {
-    std::uint32_t w = be32(p + 16), hh = be32(p + 20);
-    h.width = w > 0x7fffffff ? 0x7fffffff : static_cast<int>(w);
-    h.height = hh > 0x7fffffff ? 0x7fffffff : static_cast<int>(hh);
+  std::size_t pos = 8;
+  bool first = true;
+  while (pos + 12 <= n) {
+    const std::uint32_t len = be32(p + pos);
+    if (len > 0x7fffffff || len > n - pos - 12) break;
+    const unsigned char* type = p + pos + 4;
+    if (first) {
+      if (std::memcmp(type, "IHDR", 4) != 0 || len < 8) return h;
+      const std::uint32_t w = be32(p + pos + 8), hh = be32(p + pos + 12);
+      h.width = w > 0x7fffffff ? 0x7fffffff : static_cast<int>(w);
+      h.height = hh > 0x7fffffff ? 0x7fffffff : static_cast<int>(hh);
+      first = false;
+    }
+    pos += 12 + len;
+    if (std::memcmp(type, "IEND", 4) == 0) {
+      h.complete = true;
+      h.end = pos;
+      break;
+    }
+    if (!png_chunk_kept(type)) ++h.ancillary_chunks;
   }
-  // IEND chunk: length 0, type, CRC — the last 12 bytes of a whole file.
-  if (n >= 8 + 25 + 12 && std::memcmp(p + n - 8, "IEND", 4) == 0) h.complete = true;
   return h;
+}
+
+// A copy of the PNG with only the chunks the decoder is given.
+std::string png_for_decoding(std::string_view bytes, std::size_t end) {
+  const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
+  std::string out(bytes.substr(0, 8));
+  out.reserve(end);
+  for (std::size_t pos = 8; pos + 12 <= end;) {
+    const std::size_t whole = 12 + be32(p + pos);
+    if (png_chunk_kept(p + pos + 4)) out.append(bytes.substr(pos, whole));
+    pos += whole;
+  }
+  return out;
 }
 
 }  // namespace
@@ -82,7 +175,7 @@ ImageHeader read_image_header(std::string_view bytes) {
   return {};
 }
 
-cv::Mat decode_image(std::string_view bytes, const Limits& limits) {
+ImageHeader check_image(std::string_view bytes, const Limits& limits) {
   using K = ImageError::Kind;
   if (bytes.empty()) throw ImageError(K::Empty, "the image is empty");
   if (bytes.size() > limits.max_bytes)
@@ -92,31 +185,72 @@ cv::Mat decode_image(std::string_view bytes, const Limits& limits) {
   const ImageHeader h = read_image_header(bytes);
   if (h.format == ImageFormat::Unknown)
     throw ImageError(K::NotImage, "the data is not a JPEG or PNG image");
-  const char* fmt = h.format == ImageFormat::Jpeg ? "JPEG" : "PNG";
+  const bool jpeg = h.format == ImageFormat::Jpeg;
+  const std::string fmt = jpeg ? "JPEG" : "PNG";
   if (h.width == 0 || h.height == 0) {
-    if (!h.complete)
-      throw ImageError(K::Truncated, std::string("the ") + fmt + " image is truncated");
-    throw ImageError(K::Corrupt, std::string("the ") + fmt + " header gives no image size");
+    if (!h.complete) throw ImageError(K::Truncated, "the " + fmt + " image is truncated");
+    throw ImageError(K::Corrupt, "the " + fmt + " header gives no image size");
   }
-  if (h.width > limits.max_side || h.height > limits.max_side ||
-      static_cast<long long>(h.width) * h.height > limits.max_pixels)
-    throw ImageError(K::TooLarge, "the image is " + std::to_string(h.width) + "x" +
+  const int side = jpeg ? limits.max_side : std::min(limits.max_side, limits.decode_side);
+  const long long pixels =
+      jpeg ? limits.max_pixels
+           : std::min<long long>(limits.max_pixels, 1LL * limits.decode_side * limits.decode_side);
+  if (h.width > side || h.height > side || 1LL * h.width * h.height > pixels)
+    throw ImageError(K::TooLarge, "the " + fmt + " image is " + std::to_string(h.width) + "x" +
                                       std::to_string(h.height) + " pixels; at most " +
-                                      std::to_string(limits.max_pixels) + " pixels and " +
-                                      std::to_string(limits.max_side) + " per side are accepted");
-  if (!h.complete)
-    throw ImageError(K::Truncated, std::string("the ") + fmt + " image is truncated");
+                                      std::to_string(pixels) + " pixels and " +
+                                      std::to_string(side) + " per side are accepted");
+  if (!h.complete) throw ImageError(K::Truncated, "the " + fmt + " image is truncated");
+  if (h.scans > limits.max_scans)
+    throw ImageError(K::TooLarge, "the JPEG image has " + std::to_string(h.scans) +
+                                      " scans; at most " + std::to_string(limits.max_scans) +
+                                      " are accepted");
+  if (h.scan_blocks > limits.max_scan_blocks ||
+      (h.progressive && h.frame_blocks > limits.max_progressive_blocks))
+    throw ImageError(K::TooLarge, "the JPEG image takes too much work to decode (" +
+                                      std::to_string(h.scans) + " scans over " +
+                                      std::to_string(h.frame_blocks) + " blocks)");
+  if (h.ancillary_chunks > limits.max_ancillary_chunks)
+    throw ImageError(K::TooLarge, "the PNG image has " + std::to_string(h.ancillary_chunks) +
+                                      " extra chunks; at most " +
+                                      std::to_string(limits.max_ancillary_chunks) +
+                                      " are accepted");
+  return h;
+}
 
-  cv::Mat raw(1, static_cast<int>(bytes.size()), CV_8U,
-              const_cast<char*>(bytes.data()));  // read only
+cv::Mat decode_image(std::string_view bytes, const Limits& limits, DecodedSize* size) {
+  const ImageHeader h = check_image(bytes, limits);
+  const bool jpeg = h.format == ImageFormat::Jpeg;
+  // The smallest reduction that brings the picture within decode_side.
+  int reduce = 1;
+  while (jpeg && reduce < 8 &&
+         (ceil_div(h.width, reduce) > limits.decode_side ||
+          ceil_div(h.height, reduce) > limits.decode_side))
+    reduce *= 2;
+  static constexpr int kFlags[] = {cv::IMREAD_COLOR, cv::IMREAD_REDUCED_COLOR_2,
+                                   cv::IMREAD_REDUCED_COLOR_4, cv::IMREAD_REDUCED_COLOR_8};
+  const int flags = kFlags[reduce == 1 ? 0 : reduce == 2 ? 1 : reduce == 4 ? 2 : 3];
+
+  std::string png;
+  std::string_view data = bytes.substr(0, h.end);
+  if (!jpeg && h.ancillary_chunks > 0) data = png = png_for_decoding(bytes, h.end);
+  cv::Mat raw(1, static_cast<int>(data.size()), CV_8U,
+              const_cast<char*>(data.data()));  // read only
   cv::Mat bgr;
   try {
-    bgr = cv::imdecode(raw, cv::IMREAD_COLOR);
+    bgr = cv::imdecode(raw, flags);
   } catch (const cv::Exception&) {
     bgr.release();
   }
   if (bgr.empty() || bgr.type() != CV_8UC3)
-    throw ImageError(K::Corrupt, std::string("the ") + fmt + " image cannot be decoded");
+    throw ImageError(ImageError::Kind::Corrupt,
+                     std::string("the ") + (jpeg ? "JPEG" : "PNG") + " image cannot be decoded");
+  if (size) {
+    // Turned by its EXIF orientation when the long side changed.
+    const bool turned = h.width != h.height && (bgr.cols > bgr.rows) != (h.width > h.height);
+    size->width = turned ? h.height : h.width;
+    size->height = turned ? h.width : h.height;
+  }
   cv::Mat rgb;
   cv::cvtColor(bgr, rgb, cv::COLOR_BGR2RGB);
   return rgb;

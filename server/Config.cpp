@@ -107,6 +107,20 @@ const std::vector<Option>& options() {
        "MiB of voice notes kept at most; past it a note is refused and its text may still be "
        "sent (0: no limit; default 1024)",
        Kind::Int, nullptr, &Config::feedback_quota_mb},
+      {"storage-unpublished-per-block", "RONGDIAN_STORAGE_UNPUBLISHED_PER_BLOCK",
+       "photo uploads no item points at yet, per client address block (IPv4 /24, IPv6 /64); "
+       "past it an upload gets 429 (default 50)",
+       Kind::Int, nullptr, &Config::storage_unpublished_per_block},
+      {"storage-unpublished-mb", "RONGDIAN_STORAGE_UNPUBLISHED_MB",
+       "MiB of such uploads from everyone together; past it an upload gets 507 (default 1024)",
+       Kind::Int, nullptr, &Config::storage_unpublished_mb},
+      {"storage-unpublished-seconds", "RONGDIAN_STORAGE_UNPUBLISHED_SECONDS",
+       "seconds after which an upload no item points at is removed (default 86400)", Kind::Int,
+       nullptr, &Config::storage_unpublished_seconds},
+      {"storage-reserve-mb", "RONGDIAN_STORAGE_RESERVE_MB",
+       "MiB of free disk photo uploads never take, left for the database and voice notes; past "
+       "it an upload gets 507 (default 64)",
+       Kind::Int, nullptr, &Config::storage_reserve_mb},
       {"max-connections", "RONGDIAN_MAX_CONNECTIONS",
        "connections at most; a new one past it closes the longest idle (else the slowest "
        "reading) one (default: the descriptor limit less 128)",

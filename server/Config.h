@@ -34,10 +34,14 @@ struct Config {
   int push_pending_limit = 50;   // pushes kept per offline device (the newest)
   int feedback_rate = 5;         // feedback posts per minute per client address; 0: no limit
   int feedback_quota_mb = 1024;  // MiB of voice notes kept at most; 0: no limit
-  int max_connections = 0;       // connections at most; 0: from the descriptor limit
-  int cpu_threads = 0;           // threads for hashing, detection, decoding; 0: one per core
-  int cpu_queue = 0;             // such requests waiting or running at most; 0: 16 per CPU thread
-  int idle_timeout = 30;         // seconds a keep-alive connection may wait for its next request
+  int storage_unpublished_per_block = 50;   // photo uploads no item uses, per /24 or /64
+  int storage_unpublished_mb = 1024;        // MiB of such uploads in all
+  int storage_unpublished_seconds = 86400;  // after this they are removed
+  int storage_reserve_mb = 64;              // MiB of free disk photos never take
+  int max_connections = 0;                  // connections at most; 0: from the descriptor limit
+  int cpu_threads = 0;       // threads for hashing, detection, decoding; 0: one per core
+  int cpu_queue = 0;         // such requests waiting or running at most; 0: 16 per CPU thread
+  int idle_timeout = 30;     // seconds a keep-alive connection may wait for its next request
   int request_timeout = 30;  // seconds to receive a request's head and body, and to send a reply
 
   bool trust_claimed_scores = false;  // publish the app's scores unchecked (outside detection)

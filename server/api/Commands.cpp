@@ -423,21 +423,25 @@ class Api {
     auto bytes = photos_.read(ref->key);
     if (!bytes) fail("no_photo", "照片还没有上传成功，请重新发表");
     std::pair<std::string, std::string> out{ref->key, photo_digest(*bytes)};
-    if (!scorer_) return out;
-    auto own = scorer_->score(*bytes);
-    using Outcome = detect::PhotoScore::Outcome;
-    switch (own.outcome) {
-      case Outcome::Scored:
-        if (claimed > own.total + kScoreTolerance || claimed < own.total - kScoreTolerance)
-          fail("score_mismatch", "容点与照片不符，请重新测一测再发表");
-        break;
-      case Outcome::NoFace:
-        fail("score_mismatch", "照片里没有找到人脸，请重新测一测再发表");
-      case Outcome::SeveralFaces:
-        fail("score_mismatch", "当前版本,仅支持单人测试");
-      case Outcome::Unreadable:
-        fail("bad_photo", "照片无法识别，请重新发表");
+    // The score is kept with the stored photo, so each photo is decoded once.
+    if (scorer_) {
+      auto own = scorer_->score_stored(photos_, ref->key, *bytes);
+      using Outcome = detect::PhotoScore::Outcome;
+      switch (own.outcome) {
+        case Outcome::Scored:
+          if (claimed > own.total + kScoreTolerance || claimed < own.total - kScoreTolerance)
+            fail("score_mismatch", "容点与照片不符，请重新测一测再发表");
+          break;
+        case Outcome::NoFace:
+          fail("score_mismatch", "照片里没有找到人脸，请重新测一测再发表");
+        case Outcome::SeveralFaces:
+          fail("score_mismatch", "当前版本,仅支持单人测试");
+        case Outcome::Unreadable:
+          fail("bad_photo", "照片无法识别，请重新发表");
+      }
     }
+    // From now on no longer an unpublished upload (which would be swept).
+    if (!photos_.keep(ref->key)) fail("no_photo", "照片还没有上传成功，请重新发表");
     return out;
   }
 

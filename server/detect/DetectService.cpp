@@ -1,6 +1,7 @@
 #include "detect/DetectService.h"
 
 #include <algorithm>
+#include <boost/url/parse_query.hpp>
 #include <charconv>
 #include <cmath>
 #include <random>
@@ -8,6 +9,7 @@
 
 #include "engine/FaceEngine.h"
 #include "http/Multipart.h"
+#include "storage/PhotoStore.h"
 
 namespace rd::detect {
 
@@ -19,7 +21,7 @@ namespace {
 constexpr std::size_t kMaxImageBytes = 10 * 1024 * 1024;
 
 struct Attributes {
-  bool age = false, gender = false, smiling = false;
+  bool age = false, gender = false, smiling = false, pose = false;
 };
 
 http::Response error(const http::Request& req, unsigned status, int code, const std::string& text) {
@@ -45,7 +47,7 @@ double round_to(double v, int places) {
 }
 
 // Parses "age,gender,..."; the names this engine cannot estimate (race,
-// glass, pose) are accepted and left out of the answer. Returns false on an
+// glass) are accepted and left out of the answer. Returns false on an
 // unknown name.
 bool parse_attributes(const std::string& text, Attributes& a, std::string& bad) {
   if (text == "none") return true;
@@ -60,7 +62,9 @@ bool parse_attributes(const std::string& text, Attributes& a, std::string& bad) 
       a.gender = true;
     else if (name == "smiling")
       a.smiling = true;
-    else if (name == "race" || name == "glass" || name == "pose")
+    else if (name == "pose")
+      a.pose = true;
+    else if (name == "race" || name == "glass")
       continue;
     else {
       bad = name;
@@ -78,6 +82,10 @@ json::object face_json(const AnswerFace& a, const Attributes& want, const std::s
   if (want.gender)
     attr["gender"] = json::object{{"value", a.gender}, {"confidence", a.gender_confidence}};
   if (want.smiling) attr["smiling"] = json::object{{"value", a.smiling}};
+  if (want.pose)
+    attr["pose"] = json::object{{"pitch_angle", json::object{{"value", a.pitch}}},
+                                {"roll_angle", json::object{{"value", a.roll}}},
+                                {"yaw_angle", json::object{{"value", a.yaw}}}};
   json::object pos{
       {"center", point(a.center)},
       {"eye_left", point(a.eye_left)},
@@ -171,6 +179,31 @@ AnswerFace answer_face(const engine::Face& f, int w, int h) {
   if (mouth_b.x < mouth_a.x) std::swap(mouth_a, mouth_b);
   const engine::Point nose = f.landmarks[30];
 
+  // Head pose from the outer eye corners (36, 45), the nose tip and the
+  // mouth corners, the roll taken out first, against a generic face: seen
+  // from the front the nose tip lies 170 of 320 units down from the eye
+  // corners' line to the mouth corners', 130 units nearer than they are,
+  // and the eye corners 225 units either side, 135 units behind it.
+  {
+    const engine::Point l = f.landmarks[36], r = f.landmarks[45];
+    const double ex = (l.x + r.x) / 2.0, ey = (l.y + r.y) / 2.0;
+    const double roll = std::atan2(r.y - l.y, r.x - l.x);
+    const double c = std::cos(-roll), s = std::sin(-roll);
+    auto upright = [&](engine::Point p) {
+      const double dx = p.x - ex, dy = p.y - ey;
+      return std::pair{dx * c - dy * s, dx * s + dy * c};
+    };
+    const auto [nx, ny] = upright(nose);
+    const double rx = upright(r).first;
+    const auto ml = upright(f.landmarks[48]), mr = upright(f.landmarks[54]);
+    const double mouth_y = (ml.second + mr.second) / 2.0;
+    constexpr double kDeg = 180.0 / 3.14159265358979323846;
+    a.roll = round_to(roll * kDeg, 3);
+    a.yaw = rx > 0 ? round_to(std::atan(nx / rx * 225.0 / 135.0) * kDeg, 3) : 0.0;
+    a.pitch = mouth_y > 0
+                  ? round_to(std::atan((170.0 / 320.0 - ny / mouth_y) * 320.0 / 130.0) * kDeg, 3)
+                  : 0.0;
+  }
   a.center = point((x0 + x1) / 2, (y0 + y1) / 2);
   a.eye_left = point(eye_a.x, eye_a.y);
   a.eye_right = point(eye_b.x, eye_b.y);
@@ -188,28 +221,51 @@ AnswerFace answer_face(const engine::Face& f, int w, int h) {
 std::size_t request_body_limit() { return kMaxImageBytes + kMaxImageBytes / 2; }
 
 DetectService::DetectService(std::shared_ptr<const engine::FaceEngine> engine, std::string key,
-                             std::string secret, std::string why_unavailable)
+                             std::string secret, std::string why_unavailable,
+                             std::shared_ptr<storage::PhotoStore> photos)
     : engine_(std::move(engine)),
       key_(std::move(key)),
       secret_(std::move(secret)),
-      why_unavailable_(std::move(why_unavailable)) {}
+      why_unavailable_(std::move(why_unavailable)),
+      photos_(std::move(photos)) {}
 
 http::Response DetectService::handle(const http::Request& req, http::Context& ctx) const {
-  const std::string* key = ctx.param("api_key");
-  const std::string* secret = ctx.param("api_secret");
+  if (req.method() != http::bhttp::verb::get && req.method() != http::bhttp::verb::post)
+    return error(req, 405, kBadArguments, "BAD_ARGUMENTS: use GET or POST");
+  // Every argument may come in the query or as a form field of the body.
+  std::multimap<std::string, std::string> args = ctx.query;
+  http::MultipartResult parts;
+  const auto type = req[http::bhttp::field::content_type];
+  if (auto boundary = http::multipart_boundary(type)) {
+    parts = http::parse_multipart(req.body(), *boundary);
+    if (!parts.error.empty())
+      return error(req, 400, kMissingImage, "MISSING_ARGUMENTS: img (" + parts.error + ")");
+    for (const auto& p : parts.parts)
+      if (p.name != "img") args.emplace(p.name, std::string(p.data));
+  } else if (constexpr std::string_view form = "application/x-www-form-urlencoded";
+             type.size() >= form.size() &&
+             http::beast::iequals(type.substr(0, form.size()), form)) {
+    if (auto form = boost::urls::parse_query(req.body()))
+      for (const auto& p : *form) {
+        const boost::urls::encoding_opts plus(true, false, false);
+        args.emplace(p.key.decode(plus), p.has_value ? p.value.decode(plus) : std::string());
+      }
+  }
+  auto param = [&](const char* name) -> const std::string* {
+    auto it = args.find(name);
+    return it == args.end() ? nullptr : &it->second;
+  };
+
+  const std::string* key = param("api_key");
+  const std::string* secret = param("api_secret");
   if (!key || !secret)
     return error(req, 401, kAuthorizationError,
                  "AUTHORIZATION_ERROR: api_key and api_secret are required");
   if (*key != key_ || *secret != secret_)
     return error(req, 401, kAuthorizationError, "AUTHORIZATION_ERROR: wrong api_key or api_secret");
 
-  if (ctx.param("url"))
-    return error(req, 400, kUrlNotSupported,
-                 "IMAGE_DOWNLOAD_ERROR: url input is not supported by this server; send the photo "
-                 "as the multipart part \"img\"");
-
   bool oneface = false;
-  if (const std::string* mode = ctx.param("mode")) {
+  if (const std::string* mode = param("mode")) {
     if (*mode == "oneface")
       oneface = true;
     else if (*mode != "normal" && !mode->empty())
@@ -218,23 +274,33 @@ http::Response DetectService::handle(const http::Request& req, http::Context& ct
   }
   Attributes want;
   {
-    const std::string* attr = ctx.param("attribute");
+    const std::string* attr = param("attribute");
     std::string bad;
     if (!parse_attributes(attr ? *attr : std::string("gender,age,race,smiling"), want, bad))
       return error(req, 400, kBadArguments, "BAD_ARGUMENTS: unknown attribute \"" + bad + "\"");
   }
-  const std::string* tag_p = ctx.param("tag");
+  const std::string* tag_p = param("tag");
   const std::string tag = tag_p ? *tag_p : std::string();
 
-  auto boundary = http::multipart_boundary(req[http::bhttp::field::content_type]);
-  if (!boundary)
-    return error(req, 400, kMissingImage,
-                 "MISSING_ARGUMENTS: img (a multipart/form-data body with the part \"img\")");
-  auto parts = http::parse_multipart(req.body(), *boundary);
-  if (!parts.error.empty())
-    return error(req, 400, kMissingImage, "MISSING_ARGUMENTS: img (" + parts.error + ")");
+  // The photo: the part "img", else a "url" of this server's own storage.
   const http::FormPart* img = parts.find("img");
-  if (!img || img->data.empty()) return error(req, 400, kMissingImage, "MISSING_ARGUMENTS: img");
+  const std::string* url = param("url");
+  std::optional<std::string> stored;
+  std::string_view photo;
+  if (img && !img->data.empty()) {
+    photo = img->data;
+  } else if (url) {
+    auto ref = photos_ ? photos_->photo_of_url(*url) : std::nullopt;
+    if (ref && ref->local) stored = photos_->read(ref->key);
+    if (!stored)
+      return error(req, 400, kImageDownload,
+                   "IMAGE_DOWNLOAD_ERROR: " + *url +
+                       " (only photos of this server's own storage are read; nothing else is "
+                       "fetched)");
+    photo = *stored;
+  } else {
+    return error(req, 400, kMissingImage, "MISSING_ARGUMENTS: img or url");
+  }
 
   if (!engine_)
     return error(req, 503, kEngineUnavailable,
@@ -243,7 +309,7 @@ http::Response DetectService::handle(const http::Request& req, http::Context& ct
 
   engine::Analysis result;
   try {
-    result = engine_->analyze(img->data);
+    result = engine_->analyze(photo);
   } catch (const ImageError& e) {
     switch (e.kind) {
       case ImageError::Kind::TooLarge:
@@ -272,11 +338,10 @@ http::Response DetectService::handle(const http::Request& req, http::Context& ct
   json::array out;
   for (const auto* f : faces)
     out.push_back(face_json(answer_face(*f, result.width, result.height), want, tag));
-  json::value answer = json::object{{"face", std::move(out)},
-                                    {"img_width", result.width},
-                                    {"img_height", result.height},
-                                    {"img_id", random_hex32()},
-                                    {"session_id", random_hex32()}};
+  json::value answer = json::object{
+      {"face", std::move(out)},       {"img_width", result.width},
+      {"img_height", result.height},  {"img_id", random_hex32()},
+      {"session_id", random_hex32()}, {"url", url ? json::value(*url) : json::value(nullptr)}};
   auto res = http::json_response(req, http::bhttp::status::ok, json::object{});
   res.body().clear();
   write_plain(answer, res.body());

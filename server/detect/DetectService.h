@@ -1,5 +1,7 @@
-// The face detection web service: POST /v2/detection/detect answered from the
-// local face engine, in the JSON the app's detection client reads.
+// The face detection web service: /v2/detection/detect answered from the
+// local face engine, in the JSON the app's detection client reads; its
+// arguments in the query or as form fields (urlencoded or multipart), the
+// photo as the part "img" or as a "url" of this server's own storage.
 #pragma once
 
 #include <cstdint>
@@ -13,6 +15,10 @@ class FaceEngine;
 struct Face;
 }  // namespace rd::engine
 
+namespace rd::storage {
+class PhotoStore;
+}
+
 namespace rd::detect {
 
 // Error codes of the answers ("error_code"), with their HTTP statuses.
@@ -22,7 +28,7 @@ enum ErrorCode : int {
   kBadArguments = 1005,        // 400: unknown mode or attribute
   kEngineUnavailable = 1202,   // 503: the model files could not be loaded
   kUnsupportedFormat = 1300,   // 400: the data is not a JPEG or PNG image
-  kUrlNotSupported = 1301,     // 400: "url" input (this server fetches nothing)
+  kImageDownload = 1301,       // 400: "url" names no photo of this server's storage
   kImageTooLarge = 1302,       // 413: too many bytes or pixels
   kImageTruncated = 1303,      // 400: the file ends early
   kImageCorrupt = 1304,        // 400: JPEG/PNG that cannot be decoded
@@ -43,6 +49,10 @@ struct AnswerFace {
   std::string gender;  // "Male" or "Female"
   double gender_confidence = 0;
   double smiling = 0;  // 0..100
+  // Head pose in degrees, from the landmarks and a generic face's depths:
+  // pitch positive looking up, yaw positive turned toward the image's right,
+  // roll positive turned clockwise in the image.
+  double pitch = 0, yaw = 0, roll = 0;
 };
 
 AnswerFace answer_face(const engine::Face& face, int image_width, int image_height);
@@ -50,14 +60,18 @@ AnswerFace answer_face(const engine::Face& face, int image_width, int image_heig
 class DetectService {
  public:
   // `engine` may be null: every request is then answered 503 with `why`.
+  // `photos`, when given, are the photos a "url" may name (this server's own
+  // storage); no other address is ever fetched.
   DetectService(std::shared_ptr<const engine::FaceEngine> engine, std::string key,
-                std::string secret, std::string why_unavailable = {});
+                std::string secret, std::string why_unavailable = {},
+                std::shared_ptr<storage::PhotoStore> photos = nullptr);
 
   http::Response handle(const http::Request& req, http::Context& ctx) const;
 
  private:
   std::shared_ptr<const engine::FaceEngine> engine_;
   std::string key_, secret_, why_unavailable_;
+  std::shared_ptr<storage::PhotoStore> photos_;
 };
 
 // Largest request body the route reads (the image limit plus multipart framing).

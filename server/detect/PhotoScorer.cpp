@@ -1,10 +1,13 @@
 #include "detect/PhotoScorer.h"
 
 #include <cmath>
+#include <sstream>
 
 #include "detect/DetectService.h"
 #include "engine/FaceEngine.h"
 #include "face/FaceScoringCore.h"
+#include "storage/PhotoFiles.h"
+#include "storage/PhotoStore.h"
 
 namespace rd::detect {
 
@@ -46,6 +49,25 @@ PhotoScore PhotoScorer::score(std::string_view photo) const {
   out.outcome = PhotoScore::Outcome::Scored;
   out.total = scoring::score(m).total;
   return out;
+}
+
+PhotoScore PhotoScorer::score_stored(storage::PhotoStore& photos, const std::string& key,
+                                     std::string_view photo) const {
+  const std::string hash = storage::content_hash(photo);
+  if (auto note = photos.note(key)) {
+    std::istringstream in(*note);
+    std::string seen;
+    int outcome = -1;
+    PhotoScore kept;
+    if (in >> seen >> outcome >> kept.total && seen == hash && outcome >= 0 && outcome <= 3) {
+      kept.outcome = static_cast<PhotoScore::Outcome>(outcome);
+      return kept;
+    }
+  }
+  const PhotoScore fresh = score(photo);
+  photos.set_note(key, hash + " " + std::to_string(static_cast<int>(fresh.outcome)) + " " +
+                           std::to_string(fresh.total));
+  return fresh;
 }
 
 }  // namespace rd::detect

@@ -5,10 +5,14 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <string_view>
 
 namespace rd::engine {
 class FaceEngine;
+}
+namespace rd::storage {
+class PhotoStore;
 }
 
 namespace rd::detect {
@@ -29,6 +33,11 @@ class PhotoScorer {
   explicit PhotoScorer(std::shared_ptr<const engine::FaceEngine> engine);
   // Runs the engine (tens of milliseconds for the app's 200×250 photo).
   PhotoScore score(std::string_view photo) const;
+  // The same for a photo of the storage: the score is kept in the photo's
+  // note, tied to its content, so a photo is decoded and scored once however
+  // often items are made from it.
+  PhotoScore score_stored(storage::PhotoStore& photos, const std::string& key,
+                          std::string_view photo) const;
 
  private:
   std::shared_ptr<const engine::FaceEngine> engine_;

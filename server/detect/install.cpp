@@ -8,23 +8,16 @@
 
 namespace rd::detect {
 
-namespace {
-constexpr int kMaxSide = 2048;
-constexpr long long kMaxPixels = 2048LL * 2048;
-}  // namespace
-
 void install(server::Services& s) {
   std::shared_ptr<const engine::FaceEngine> eng;
   std::string why;
   try {
-    // The app sends 200x250 photos; 2048 pixels a side is far more than any
-    // client needs and bounds a decode to 12 MiB (a small PNG can claim
-    // 6000x6000 and take 200 MiB). Decodes run on the CPU pool, so at most
+    // The engine's limits (engine::Limits): JPEGs up to 12000 pixels a side
+    // and 36 megapixels, decoded at 1/2, 1/4 or 1/8 to at most 2048 a side
+    // (12 MiB); PNGs up to 2048 a side; scans, decode work and extra chunks
+    // bounded before decoding. Decodes run on the CPU pool, so at most
     // --cpu-threads of them at once.
-    engine::EngineOptions options;
-    options.limits.max_side = kMaxSide;
-    options.limits.max_pixels = kMaxPixels;
-    eng = std::make_shared<engine::FaceEngine>(s.config.models_dir, options);
+    eng = std::make_shared<engine::FaceEngine>(s.config.models_dir);
     std::cerr << "rongdian-server: face models from " << s.config.models_dir << "\n";
   } catch (const std::exception& e) {
     why = e.what();
@@ -33,13 +26,15 @@ void install(server::Services& s) {
                  "(scripts/setup.sh --models, or --models DIR)\n";
   }
   if (eng) s.scorer = std::make_shared<PhotoScorer>(eng);
-  auto service =
-      std::make_shared<DetectService>(eng, s.config.detect_key, s.config.detect_secret, why);
+  auto service = std::make_shared<DetectService>(eng, s.config.detect_key, s.config.detect_secret,
+                                                 why, s.photos);
+  // GET (a "url") and POST alike; the handler answers other methods itself,
+  // with the service's error fields.
   s.router.add(
-      http::bhttp::verb::post, "/v2/detection/detect",
+      http::bhttp::verb::unknown, "/v2/detection/detect",
       [service](const http::Request& req, http::Context& ctx) { return service->handle(req, ctx); },
       "detect", request_body_limit());
-  s.router.set_heavy(http::bhttp::verb::post, "/v2/detection/detect");
+  s.router.set_heavy(http::bhttp::verb::unknown, "/v2/detection/detect");
 }
 
 }  // namespace rd::detect

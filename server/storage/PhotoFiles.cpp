@@ -5,12 +5,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <boost/asio/ip/address.hpp>
 #include <boost/url/pct_string_view.hpp>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <iostream>
-#include <opencv2/imgcodecs.hpp>
 #include <sstream>
 #include <vector>
 
@@ -94,22 +96,6 @@ std::optional<PhotoInfo> probe_photo(std::string_view bytes) {
   return probe_jpeg(bytes);
 }
 
-bool photo_decodes(std::string_view bytes) {
-  // Whole files only: the format's end marker must be the last bytes (a cut
-  // off JPEG still decodes, its missing rows grey; nothing may trail it).
-  static constexpr std::string_view kPngEnd("\0\0\0\0IEND\xAE\x42\x60\x82", 12);
-  const bool png = bytes.size() > 8 && bytes.substr(1, 3) == "PNG";
-  if (png ? !bytes.ends_with(kPngEnd) : !bytes.ends_with("\xFF\xD9")) return false;
-  try {
-    cv::Mat buf(1, static_cast<int>(bytes.size()), CV_8U, const_cast<char*>(bytes.data()));
-    // A reduced decode reads every byte of the entropy-coded data at a fraction of the cost.
-    cv::Mat img = cv::imdecode(buf, cv::IMREAD_REDUCED_GRAYSCALE_4);
-    return !img.empty();
-  } catch (const cv::Exception&) {
-    return false;
-  }
-}
-
 std::string content_hash(std::string_view bytes) {
   constexpr std::size_t kBlock = 4 * 1024 * 1024;
   unsigned char digest[SHA_DIGEST_LENGTH];
@@ -132,30 +118,95 @@ std::string content_hash(std::string_view bytes) {
 }
 
 bool valid_key(std::string_view key) {
-  if (key.empty() || key.size() > 200 || key.front() == '.') return false;
-  for (char c : key) {
-    bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-              std::strchr("._-~@+=,", c) != nullptr;
-    if (!ok || c == '\0') return false;
+  if (key.empty() || key.size() > kMaxKeyBytes) return false;
+  // Well-formed UTF-8: no stray continuation bytes, overlong forms or surrogates.
+  for (std::size_t i = 0; i < key.size();) {
+    const auto c = static_cast<unsigned char>(key[i]);
+    int more = c < 0x80 ? 0 : (c >> 5) == 6 ? 1 : (c >> 4) == 14 ? 2 : (c >> 3) == 30 ? 3 : -1;
+    if (more < 0 || key.size() - i <= static_cast<std::size_t>(more)) return false;
+    std::uint32_t cp = more == 0 ? c : c & (0x3F >> more);
+    for (int k = 1; k <= more; ++k) {
+      const auto b = static_cast<unsigned char>(key[i + static_cast<std::size_t>(k)]);
+      if ((b >> 6) != 2) return false;
+      cp = (cp << 6) | (b & 0x3F);
+    }
+    static constexpr std::uint32_t kMin[] = {0, 0x80, 0x800, 0x10000};
+    if (cp < kMin[more] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
+    i += static_cast<std::size_t>(more) + 1;
   }
   return true;
 }
 
+namespace {
+
+std::string percent_encode(std::string_view key, const char* keep) {
+  static constexpr char hex[] = "0123456789ABCDEF";
+  std::string out;
+  for (char ch : key) {
+    const auto c = static_cast<unsigned char>(ch);
+    if (std::isalnum(c) || (c != 0 && std::strchr(keep, ch))) {
+      out += ch;
+    } else {
+      out += '%';
+      out += hex[c >> 4];
+      out += hex[c & 15];
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
+std::string file_name(std::string_view key) {
+  std::string name = percent_encode(key, "._-~@+=,");
+  if (name.front() == '.') name.replace(0, 1, "%2E");
+  if (name.size() <= 200) return name;
+  unsigned char digest[SHA256_DIGEST_LENGTH];
+  SHA256(reinterpret_cast<const unsigned char*>(key.data()), key.size(), digest);
+  static constexpr char hex[] = "0123456789abcdef";
+  std::string hashed = "%-";
+  for (unsigned char c : digest) {
+    hashed += hex[c >> 4];
+    hashed += hex[c & 15];
+  }
+  return hashed;
+}
+
+std::string url_path(std::string_view key) { return percent_encode(key, "._-~/"); }
+
+std::string address_block(const std::string& address) {
+  boost::system::error_code ec;
+  auto a = boost::asio::ip::make_address(address, ec);
+  if (ec) return address;
+  if (a.is_v6() && a.to_v6().is_v4_mapped())
+    a = boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, a.to_v6());
+  if (a.is_v4()) {
+    auto b = a.to_v4().to_bytes();
+    b[3] = 0;
+    return boost::asio::ip::address_v4(b).to_string() + "/24";
+  }
+  auto b = a.to_v6().to_bytes();
+  std::fill(b.begin() + 8, b.end(), 0);
+  return boost::asio::ip::address_v6(b).to_string() + "/64";
+}
+
 PhotoFiles::PhotoFiles(std::filesystem::path dir, std::string public_prefix, std::string app_prefix,
-                       bool app_prefix_outside)
+                       bool app_prefix_outside, std::optional<UploadLimits> limits)
     : dir_(std::move(dir)),
       public_prefix_(std::move(public_prefix)),
       app_prefix_(std::move(app_prefix)),
-      app_prefix_outside_(app_prefix_outside) {
+      app_prefix_outside_(app_prefix_outside),
+      limits_(limits) {
   std::filesystem::create_directories(dir_);
   // Temporary files of uploads a crash interrupted.
   std::error_code ec;
   for (const auto& e : std::filesystem::directory_iterator(dir_, ec))
     if (e.path().filename().string().rfind(".tmp-", 0) == 0) std::filesystem::remove(e.path(), ec);
+  if (limits_) load_records();
 }
 
-PhotoFiles::Put PhotoFiles::put(const std::string& key, std::string_view bytes,
-                                std::string* error) {
+PhotoFiles::Put PhotoFiles::put(const std::string& key, std::string_view bytes, std::string* error,
+                                bool replace, const std::string& block) {
   auto fail = [&](const char* what) {
     if (error) *error = std::string(what) + ": " + std::strerror(errno);
     return Put::Failed;
@@ -164,35 +215,49 @@ PhotoFiles::Put PhotoFiles::put(const std::string& key, std::string_view bytes,
     errno = EINVAL;
     return fail("invalid key");
   }
-  std::filesystem::path final_path = dir_ / key;
-  if (std::filesystem::exists(final_path)) return Put::Exists;
+  const std::string name = file_name(key);
+  const std::filesystem::path final_path = dir_ / name;
+  const bool recorded = limits_ && !block.empty();
+  std::unique_lock lock(mu_, std::defer_lock);
+  if (recorded) lock.lock();
+  const bool exists = std::filesystem::exists(final_path);
+  // A photo without an upload record is one an item uses (or older than
+  // the records): never replaced.
+  if (exists && (!replace || !limits_ || !uploads_.contains(name))) return Put::Exists;
+  if (recorded) {
+    if (exists) forget(name);
+    Upload u{block, static_cast<std::int64_t>(bytes.size()),
+             static_cast<std::int64_t>(std::time(nullptr))};
+    if (!write_record(name, u)) return fail("cannot record the upload");
+    uploads_[name] = u;
+    ++per_block_[block];
+    unpublished_bytes_ += u.bytes;
+  }
   std::string tmp = (dir_ / ".tmp-XXXXXX").string();
   int fd = ::mkstemp(tmp.data());
-  if (fd < 0) return fail("cannot create a temporary file");
-  bool ok = write_all(fd, bytes) && ::fchmod(fd, 0644) == 0 && ::fsync(fd) == 0;
+  bool ok = fd >= 0 && write_all(fd, bytes) && ::fchmod(fd, 0644) == 0 && ::fsync(fd) == 0;
   int saved = errno;
-  ::close(fd);
+  if (fd >= 0) ::close(fd);
+  // link() never replaces an existing name, so two uploads of one key cannot
+  // both win; a replacement is renamed over the old file in one step.
+  if (ok)
+    ok = (replace && exists ? ::rename(tmp.c_str(), final_path.c_str())
+                            : ::link(tmp.c_str(), final_path.c_str())) == 0;
+  if (!ok) saved = saved ? saved : errno;
+  if (fd >= 0) ::unlink(tmp.c_str());
   if (!ok) {
-    ::unlink(tmp.c_str());
+    if (recorded) forget(name);
     errno = saved;
-    return fail("cannot write the photo");
-  }
-  // link() never replaces an existing name, so two uploads of one key cannot both win.
-  if (::link(tmp.c_str(), final_path.c_str()) != 0) {
-    saved = errno;
-    ::unlink(tmp.c_str());
     if (saved == EEXIST) return Put::Exists;
-    errno = saved;
     return fail("cannot store the photo");
   }
-  ::unlink(tmp.c_str());
   sync_dir(dir_);
-  return Put::Stored;
+  return exists ? Put::Replaced : Put::Stored;
 }
 
 std::optional<std::string> PhotoFiles::read(const std::string& key) const {
   if (!valid_key(key)) return std::nullopt;
-  std::ifstream in(dir_ / key, std::ios::binary);
+  std::ifstream in(path_of(key), std::ios::binary);
   if (!in) return std::nullopt;
   std::ostringstream ss;
   ss << in.rdbuf();
@@ -201,7 +266,12 @@ std::optional<std::string> PhotoFiles::read(const std::string& key) const {
 
 bool PhotoFiles::remove(const std::string& key) {
   if (!valid_key(key)) return false;
-  if (::unlink((dir_ / key).c_str()) != 0) return false;
+  const std::string name = file_name(key);
+  std::lock_guard lock(mu_);
+  std::error_code ec;
+  std::filesystem::remove(dir_ / ".notes" / name, ec);
+  if (limits_) forget(name);
+  if (::unlink((dir_ / name).c_str()) != 0) return false;
   sync_dir(dir_);
   return true;
 }
@@ -249,6 +319,29 @@ std::optional<PhotoStore::Ref> PhotoFiles::photo_of_url(const std::string& url) 
   for (unsigned char c : key)
     if (c <= ' ' || c == 0x7f) return std::nullopt;
   return Ref{key, false};
+}
+
+std::optional<std::string> PhotoFiles::note(const std::string& key) const {
+  if (!valid_key(key)) return std::nullopt;
+  std::ifstream in(dir_ / ".notes" / file_name(key), std::ios::binary);
+  if (!in) return std::nullopt;
+  std::ostringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+void PhotoFiles::set_note(const std::string& key, const std::string& text) {
+  if (!valid_key(key)) return;
+  std::error_code ec;
+  std::filesystem::create_directories(dir_ / ".notes", ec);
+  const auto path = dir_ / ".notes" / file_name(key);
+  const auto tmp = path.string() + ".tmp";
+  {
+    std::ofstream out(tmp, std::ios::binary | std::ios::trunc);
+    out << text;
+    if (!out) return;  // a note is only a saving: without it the photo is read again
+  }
+  std::filesystem::rename(tmp, path, ec);
 }
 
 }  // namespace rd::storage

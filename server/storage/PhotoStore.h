@@ -27,6 +27,14 @@ class PhotoStore {
   virtual bool remove(const std::string& key) = 0;
   // Empty when photos can be stored; else what went wrong.
   virtual std::optional<std::string> problem() const = 0;
+  // An item is to point at this photo of this server's storage: it stops
+  // counting as an unpublished upload and is never removed for that. False
+  // when the photo is not there (any more).
+  virtual bool keep(const std::string& key) { return read(key).has_value(); }
+  // A short text kept beside a photo of this server's storage and removed
+  // with it (the server's own score of it, so that it is decoded once).
+  virtual std::optional<std::string> note(const std::string&) const { return std::nullopt; }
+  virtual void set_note(const std::string&, const std::string&) {}
 };
 
 }  // namespace rd::storage

@@ -133,11 +133,50 @@ TokenCheck verify_upload_token(std::string_view token,
   if (colon != std::string_view::npos) g.key = std::string(sc.substr(colon + 1));
   if (g.bucket != bucket) return refuse(631, "no such bucket");
   g.deadline = when;
-  if (const auto* limit = obj.if_contains("fsizeLimit"); limit && limit->is_int64())
-    g.size_limit = limit->as_int64();
+  auto number = [&](const char* name) -> std::optional<std::int64_t> {
+    const auto* v = obj.if_contains(name);
+    if (v && v->is_int64()) return v->as_int64();
+    if (v && v->is_uint64())
+      return static_cast<std::int64_t>(std::min<std::uint64_t>(v->as_uint64(), INT64_MAX));
+    if (v && v->is_bool()) return v->as_bool() ? 1 : 0;
+    return std::nullopt;
+  };
+  auto text = [&](const char* name) {
+    const auto* v = obj.if_contains(name);
+    return v && v->is_string() ? std::string(v->as_string()) : std::string();
+  };
+  g.size_limit = number("fsizeLimit");
+  g.size_min = number("fsizeMin");
+  g.prefixal = number("isPrefixalScope").value_or(0) != 0;
+  g.insert_only = number("insertOnly").value_or(0) != 0;
+  g.force_save_key = number("forceSaveKey").value_or(0) != 0;
+  g.mime_limit = text("mimeLimit");
+  g.return_body = text("returnBody");
+  g.save_key = text("saveKey");
+  g.end_user = text("endUser");
+  if (g.prefixal && !g.key) g.key = std::string();  // a bucket-wide prefix: any key
   TokenCheck ok;
   ok.grant = std::move(g);
   return ok;
+}
+
+bool mime_allowed(std::string_view limit, std::string_view mime) {
+  if (limit.empty()) return true;
+  const bool forbid = limit.front() == '!';
+  if (forbid) limit.remove_prefix(1);
+  bool listed = false;
+  while (!limit.empty() && !listed) {
+    const auto semi = limit.find(';');
+    std::string_view entry = limit.substr(0, semi);
+    limit = semi == std::string_view::npos ? std::string_view() : limit.substr(semi + 1);
+    while (!entry.empty() && entry.front() == ' ') entry.remove_prefix(1);
+    while (!entry.empty() && entry.back() == ' ') entry.remove_suffix(1);
+    if (entry.ends_with("/*"))
+      listed = mime.starts_with(entry.substr(0, entry.size() - 1));
+    else
+      listed = entry == mime;
+  }
+  return listed != forbid;
 }
 
 }  // namespace rd::storage

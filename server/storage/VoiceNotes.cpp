@@ -374,6 +374,7 @@ std::optional<std::string> VoiceNotes::put(std::string_view bytes, const AudioIn
     if (std::filesystem::exists(dir() / key)) continue;
     switch (files_.put(key + std::string(kPending), bytes, error)) {
       case PhotoFiles::Put::Stored:
+      case PhotoFiles::Put::Replaced:  // never: nothing is replaced here
         return key;
       case PhotoFiles::Put::Exists:
         continue;  // 128 random bits met an old name: draw again

@@ -87,17 +87,21 @@ TEST(ImageHeader, ReadsSizeAndEndWithoutDecoding) {
   EXPECT_EQ(read_image_header("").format, ImageFormat::Unknown);
 }
 
+namespace {
+// How decode_image() refuses the bytes (Empty, with a failure, when it takes them).
+ImageError::Kind refusal(const std::string& bytes, const Limits& limits = {}) {
+  try {
+    decode_image(bytes, limits);
+  } catch (const ImageError& e) {
+    return e.kind;
+  }
+  ADD_FAILURE() << "accepted";
+  return ImageError::Kind::Empty;
+}
+}  // namespace
+
 TEST(ImageHeader, BadInputIsRefusedByKind) {
-  const Limits limits;
-  auto kind_of = [&](const std::string& bytes) {
-    try {
-      decode_image(bytes, limits);
-    } catch (const ImageError& e) {
-      return e.kind;
-    }
-    ADD_FAILURE() << "accepted";
-    return ImageError::Kind::Empty;
-  };
+  auto kind_of = [](const std::string& bytes) { return refusal(bytes); };
   const std::string jpeg = rdtest::read_bytes(rdtest::sample_path(2));
   EXPECT_EQ(kind_of(""), ImageError::Kind::Empty);
   EXPECT_EQ(kind_of("hello, world"), ImageError::Kind::NotImage);
@@ -111,6 +115,63 @@ TEST(ImageHeader, BadInputIsRefusedByKind) {
   Limits small;
   small.max_bytes = 1000;
   EXPECT_THROW(decode_image(jpeg, small), ImageError);
+}
+
+// Files that cost a decoder far more than their size suggests are refused
+// from their structure; large phone photos are decoded reduced.
+TEST(ImageHeader, DecodeWorkIsBoundedBeforeDecoding) {
+  const Limits limits;
+  auto kind_of = [](const std::string& bytes) { return refusal(bytes); };
+  // A progressive JPEG with one scan repeated: the scans are counted, and
+  // their work over the picture's blocks.
+  const std::string ordinary = rdtest::jpeg_with_repeated_scan(512, 0);
+  const ImageHeader plain = read_image_header(ordinary);
+  EXPECT_TRUE(plain.progressive);
+  EXPECT_GE(plain.scans, 6);
+  EXPECT_LE(plain.scans, 12);
+  EXPECT_EQ(plain.frame_blocks, 64 * 64 * 3 / 2);  // 4:2:0
+  const std::string bomb = rdtest::jpeg_with_repeated_scan(512, 2000);
+  const ImageHeader many = read_image_header(bomb);
+  EXPECT_EQ(many.scans, plain.scans + 2000);
+  EXPECT_TRUE(many.complete);
+  EXPECT_EQ(many.end, bomb.size());
+  EXPECT_NO_THROW(check_image(ordinary, limits));
+  EXPECT_EQ(kind_of(bomb), ImageError::Kind::TooLarge);
+  // Fewer scans, but each over a large picture.
+  EXPECT_EQ(kind_of(rdtest::jpeg_with_repeated_scan(3000, 90)), ImageError::Kind::TooLarge);
+
+  // A PNG's extra chunks are counted and never reach the decoder.
+  const std::string png = rdtest::encode(cv::Mat(40, 30, CV_8UC3, cv::Scalar(9, 99, 199)), ".png");
+  EXPECT_EQ(kind_of(rdtest::png_with_text_chunks(png, 200, 1000)), ImageError::Kind::TooLarge);
+  const std::string texts = rdtest::png_with_text_chunks(png, 3, 64 << 20);
+  EXPECT_EQ(read_image_header(texts).ancillary_chunks, 3);
+  const cv::Mat decoded = decode_image(texts, limits);
+  ASSERT_EQ(decoded.size(), cv::Size(30, 40));
+  EXPECT_EQ(decoded.at<cv::Vec3b>(5, 5), cv::Vec3b(199, 99, 9));
+
+  // The real end: bytes glued after it (a script, another file, a second
+  // end marker) are not part of the picture.
+  const std::string jpeg = rdtest::read_bytes(rdtest::sample_path(2));
+  const std::string glued = jpeg + "<?php system($_GET['c']); ?>\xFF\xD9";
+  EXPECT_EQ(read_image_header(glued).end, jpeg.size());
+  EXPECT_EQ(read_image_header(png + "trailing").end, png.size());
+  EXPECT_EQ(read_image_header(jpeg).end, jpeg.size());
+}
+
+TEST(ImageHeader, LargeJpegsAreDecodedReduced) {
+  cv::Mat big(3024, 4032, CV_8UC3, cv::Scalar(30, 60, 90));
+  cv::rectangle(big, cv::Rect(1000, 1000, 800, 800), cv::Scalar(250, 250, 250), cv::FILLED);
+  const std::string jpeg = rdtest::encode(big, ".jpg");
+  DecodedSize size;
+  const cv::Mat rgb = decode_image(jpeg, Limits{}, &size);
+  EXPECT_EQ(rgb.size(), cv::Size(2016, 1512));
+  EXPECT_EQ(size.width, 4032);
+  EXPECT_EQ(size.height, 3024);
+  EXPECT_NEAR(rgb.at<cv::Vec3b>(700, 700)[0], 250, 3);
+  const cv::Mat square = decode_image(rdtest::encode(cv::Mat(3000, 3000, CV_8UC3), ".jpg"), {});
+  EXPECT_EQ(square.size(), cv::Size(1500, 1500));
+  // A PNG cannot be decoded reduced: over the decoded side it is refused.
+  EXPECT_THROW(decode_image(rdtest::encode(cv::Mat(2100, 10, CV_8UC3), ".png"), {}), ImageError);
 }
 
 TEST(SquareSampler, PadsTheShortSideAndNormalises) {

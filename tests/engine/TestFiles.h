@@ -2,9 +2,13 @@
 // hand-made image files.
 #pragma once
 
+#include <zlib.h>
+
 #include <fstream>
+#include <opencv2/imgcodecs.hpp>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace rdtest {
 
@@ -63,6 +67,50 @@ inline std::string jpeg_claiming(std::string jpeg, unsigned width, unsigned heig
     i += 2 + len;
   }
   return jpeg;
+}
+
+inline std::string encode(const cv::Mat& img, const std::string& ext,
+                          const std::vector<int>& params = {}) {
+  std::vector<unsigned char> out;
+  cv::imencode(ext, img, out, params);
+  return std::string(out.begin(), out.end());
+}
+
+// A flat grey progressive JPEG whose last scan is repeated `repeats` more
+// times before its end: a few bytes per scan, while the decoder goes through
+// every block of the picture for each.
+inline std::string jpeg_with_repeated_scan(int side, int repeats) {
+  std::string jpeg = encode(cv::Mat(side, side, CV_8UC3, cv::Scalar(128, 128, 128)), ".jpg",
+                            {cv::IMWRITE_JPEG_PROGRESSIVE, 1});
+  const std::size_t last = jpeg.rfind("\xFF\xDA");
+  const std::string scan = jpeg.substr(last, jpeg.size() - 2 - last);
+  std::string more;
+  for (int i = 0; i < repeats; ++i) more += scan;
+  jpeg.insert(jpeg.size() - 2, more);
+  return jpeg;
+}
+
+// The PNG with `count` compressed text chunks after its header, each
+// inflating to `inflated` bytes.
+inline std::string png_with_text_chunks(const std::string& png, int count, std::size_t inflated) {
+  std::string text = "Comment";
+  text += '\0';
+  text += '\0';  // compression method: deflate
+  std::string zeros(inflated, '\0');
+  uLongf size = compressBound(static_cast<uLong>(zeros.size()));
+  std::string packed(size, '\0');
+  compress(reinterpret_cast<Bytef*>(packed.data()), &size,
+           reinterpret_cast<const Bytef*>(zeros.data()), static_cast<uLong>(zeros.size()));
+  packed.resize(size);
+  std::string chunk;
+  put32(chunk, static_cast<unsigned>(text.size() + packed.size()));
+  std::string body = "zTXt" + text + packed;
+  chunk += body;
+  put32(chunk, static_cast<unsigned>(crc32(0, reinterpret_cast<const Bytef*>(body.data()),
+                                           static_cast<uInt>(body.size()))));
+  std::string out = png.substr(0, 33);  // signature and IHDR
+  for (int i = 0; i < count; ++i) out += chunk;
+  return out + png.substr(33);
 }
 
 }  // namespace rdtest

@@ -45,8 +45,10 @@ TEST_P(Integrity, ItemsPointOnlyAtStoredPhotosNoOtherItemUses) {
   auto missing = s.call("rd_add_item", item_body(a, base + "/files/nothere.jpeg?attname="));
   EXPECT_EQ(missing.error(), "no_photo");
   EXPECT_FALSE(missing.text("message").empty());
+  // (Any UTF-8 text is a key, "../photos/x" too, and names nothing stored.)
   EXPECT_EQ(s.call("rd_add_item", item_body(a, base + "/files/..%2Fphotos%2Fx")).error(),
-            "bad_photo");
+            "no_photo");
+  EXPECT_EQ(s.call("rd_add_item", item_body(a, base + "/files/%FF%FE")).error(), "bad_photo");
 
   // A stored photo serves one item; its URL in any form names the same photo.
   const std::string photo = s.upload_photo();

@@ -47,7 +47,8 @@ std::vector<std::string> photo_files(const std::string& data_dir) {
   std::vector<std::string> out;
   std::error_code ec;
   for (const auto& e : std::filesystem::directory_iterator(data_dir + "/photos", ec))
-    out.push_back(e.path().filename().string());
+    if (e.path().filename().string().front() != '.')  // the storage's own records
+      out.push_back(e.path().filename().string());
   return out;
 }
 
@@ -130,7 +131,7 @@ TEST_F(Storage, UploadThenDownloadByteForByte) {
   EXPECT_EQ(got.header("Content-Type"), "image/jpeg");
   EXPECT_EQ(got.header("Content-Length"), std::to_string(jpeg.size()));
   EXPECT_EQ(got.header("ETag"), "\"" + hash + "\"");
-  EXPECT_NE(got.header("Cache-Control").find("max-age"), std::string::npos);
+  EXPECT_EQ(got.header("Cache-Control"), "public, no-cache");  // no item uses it yet
   EXPECT_EQ(got.header("Content-Disposition"), "");
 
   auto again = rdtest::http_request(port(), "GET", "/files/abc123.jpeg", {},
@@ -160,7 +161,7 @@ TEST_F(Storage, UploadThenDownloadByteForByte) {
   EXPECT_EQ(rdtest::http_request(port(), "GET", "/files/never-uploaded.jpeg").status, 404);
 }
 
-TEST_F(Storage, ExistingKeysAreNeverOverwritten) {
+TEST_F(Storage, ExistingKeysAreReplacedOnlyUnderTheirOwnScope) {
   const std::string jpeg = sample_jpeg(), png = small_png();
   std::string token = make_token(policy(kBucket));
   ASSERT_EQ(upload(port(), {{"key", "k1.jpeg"}, {"token", token}, {"file", jpeg, true}}).status,
@@ -170,13 +171,59 @@ TEST_F(Storage, ExistingKeysAreNeverOverwritten) {
   EXPECT_EQ(error_of(second), "file exists");
   EXPECT_EQ(rdtest::http_request(port(), "GET", "/files/k1.jpeg").body, jpeg);
 
-  // "bucket:key" fixes the key: no key field takes it, another key is refused.
+  // "bucket:key" fixes the key: no key field takes it, another key is
+  // refused, and the same key again replaces the file.
   std::string fixed = make_token(policy(kBucket + ":fixed.png"));
   auto other = upload(port(), {{"key", "other.png"}, {"token", fixed}, {"file", png, true}});
   EXPECT_EQ(other.status, 403);
   auto up = upload(port(), {{"token", fixed}, {"file", png, true}});
   ASSERT_EQ(up.status, 200) << up.body;
   EXPECT_EQ(boost::json::parse(up.body).at("key").as_string(), "fixed.png");
+  ASSERT_EQ(upload(port(), {{"token", fixed}, {"file", jpeg, true}}).status, 200);
+  auto replaced = rdtest::http_request(port(), "GET", "/files/fixed.png");
+  EXPECT_EQ(replaced.body, jpeg);
+  EXPECT_EQ(replaced.header("Cache-Control"), "public, no-cache");  // not published: may change
+}
+
+// Any UTF-8 key: kept inside the photo folder under a name of its own, and
+// served back under its URL-encoded path.
+TEST_F(Storage, AnyUtf8KeyIsSafeOnDiskAndInUrls) {
+  const std::string token = make_token(policy(kBucket));
+  std::string long_key;
+  while (long_key.size() + 3 <= 750) long_key += "照";
+  const std::vector<std::string> keys = {"../escape.jpeg",   "a/b.jpeg", "a%2Fb.jpeg", ".hidden",
+                                         "sp ace 照片.jpeg", "q?x=1#f",  long_key};
+  std::vector<std::string> bodies;
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    // A distinct photo per key, so that a collision would show.
+    cv::Mat img(20, 20 + static_cast<int>(i), CV_8UC3,
+                cv::Scalar(static_cast<double>(i * 30), 0, 0));
+    std::vector<uchar> out;
+    cv::imencode(".png", img, out);
+    bodies.emplace_back(out.begin(), out.end());
+    auto r = upload(port(), {{"key", keys[i]}, {"token", token}, {"file", bodies[i], true}});
+    ASSERT_EQ(r.status, 200) << keys[i] << ": " << r.body;
+    EXPECT_EQ(boost::json::parse(r.body).at("key").as_string(), keys[i]);
+  }
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    std::string path;
+    for (unsigned char c : keys[i]) {
+      static constexpr char hex[] = "0123456789ABCDEF";
+      if (std::isalnum(c) || c == '/' || c == '.' || c == '-')
+        path += static_cast<char>(c);
+      else
+        path += std::string("%") + hex[c >> 4] + hex[c & 15];
+    }
+    auto got = rdtest::http_request(port(), "GET", "/files/" + path);
+    EXPECT_EQ(got.status, 200) << keys[i];
+    EXPECT_EQ(got.body, bodies[i]) << keys[i];
+  }
+  // Nothing outside the photo folder, no folders or hidden files in it.
+  EXPECT_FALSE(std::filesystem::exists(server_->data_dir() + "/escape.jpeg"));
+  for (const auto& e : std::filesystem::directory_iterator(server_->data_dir() + "/photos"))
+    if (e.is_directory()) {
+      EXPECT_EQ(e.path().filename().string().front(), '.') << e.path();
+    }
 }
 
 TEST_F(Storage, BadFilesAndKeysAreRefusedAndLeaveNothing) {
@@ -186,9 +233,12 @@ TEST_F(Storage, BadFilesAndKeysAreRefusedAndLeaveNothing) {
   auto not_photo = upload(port(), {{"key", "a.txt"}, {"token", token}, {"file", "hello", true}});
   EXPECT_EQ(not_photo.status, 400);
   std::string jpeg = sample_jpeg();
-  // Cut off (its last rows would decode grey), or with something after its end.
-  for (const std::string& bad : {jpeg.substr(0, 300), jpeg.substr(0, jpeg.size() - 40),
-                                 jpeg + "<?php system($_GET['c']); ?>"}) {
+  // Cut off (its last rows would decode grey), or with something after its
+  // real end, also when that ends in an end marker of its own (a polyglot).
+  for (const std::string& bad :
+       {jpeg.substr(0, 300), jpeg.substr(0, jpeg.size() - 40),
+        jpeg + "<?php system($_GET['c']); ?>", jpeg + "<?php system($_GET['c']); ?>\xFF\xD9",
+        small_png() + "<script>alert(1)</script>"}) {
     auto r = upload(port(), {{"key", "t.jpeg"}, {"token", token}, {"file", bad, true}});
     EXPECT_EQ(r.status, 400) << bad.size() << " bytes: " << r.body;
   }
@@ -208,12 +258,13 @@ TEST_F(Storage, BadFilesAndKeysAreRefusedAndLeaveNothing) {
   auto pixels = upload(port(), {{"key", "bomb.png"}, {"token", token}, {"file", bomb, true}});
   EXPECT_EQ(pixels.status, 413) << pixels.body;
 
-  for (std::string key : {"../escape.jpeg", "a/b.jpeg", ".hidden", "", "sp ace.jpeg"}) {
+  // Keys that are not UTF-8, empty or too long.
+  for (std::string key : {std::string(), std::string("\xFF\xFE.jpeg"), std::string("\xC0\xAF"),
+                          std::string(751, 'k')}) {
     auto r = upload(port(), {{"key", key}, {"token", token}, {"file", jpeg, true}});
     EXPECT_EQ(r.status, 400) << "key '" << key << "'";
   }
   EXPECT_EQ(photo_files(server_->data_dir()), before);
-  EXPECT_FALSE(std::filesystem::exists(server_->data_dir() + "/escape.jpeg"));
 
   // Downloads that try to leave the photo folder.
   std::ofstream(server_->data_dir() + "/secret.txt") << "not a photo";
@@ -249,14 +300,17 @@ TEST(StorageFiles, PhotosOfUrlsAndAtomicPut) {
   EXPECT_EQ(files.put("a.jpeg", "two"), Put::Exists);
   EXPECT_EQ(*files.read("a.jpeg"), "one");
   EXPECT_EQ(files.put("b.jpeg", "x"), Put::Stored);
-  EXPECT_EQ(files.put("../c.jpeg", "x"), Put::Failed);
+  EXPECT_EQ(files.put("", "x"), Put::Failed);
+  EXPECT_EQ(files.put("../c.jpeg", "x"), Put::Stored);  // a name like any other
+  EXPECT_FALSE(std::filesystem::exists(dir.path() + "/c.jpeg"));
+  EXPECT_TRUE(files.remove("../c.jpeg"));
 
   auto key = [&](const std::string& url) {
     auto ref = files.photo_of_url(url);
     return ref && ref->local ? ref->key : std::string("-");
   };
   EXPECT_EQ(key("http://elsewhere/files/a.jpeg"), "-");
-  EXPECT_EQ(key("http://127.0.0.1:9/files/..%2Fphotos%2Fa.jpeg"), "-");
+  EXPECT_EQ(key("http://127.0.0.1:9/files/%FF.jpeg"), "-");
   EXPECT_EQ(key("http://127.0.0.1:9/files/a.jpeg?attname="), "a.jpeg");
   EXPECT_EQ(key("http://example.test/files/b.jpeg"), "b.jpeg");  // the app's build prefix
   EXPECT_TRUE(files.remove("a.jpeg"));

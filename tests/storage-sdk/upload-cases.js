@@ -26,7 +26,7 @@ let dataDir;
 before(async () => {
   dataDir = fs.mkdtempSync(path.join(os.tmpdir(), 'rd-sdk-'));
   server = spawn(process.argv[2], [
-    '--listen', '127.0.0.1:0', '--data', dataDir, '--quiet', '--models', dataDir,
+    '--listen', '127.0.0.1:0', '--data', dataDir, '--quiet', '--models', dataDir, '--development',
     '--storage-access-key', AK, '--storage-secret-key', SK, '--storage-bucket', BUCKET,
   ], { stdio: ['ignore', 'pipe', 'inherit'] });
   host = await new Promise((resolve, reject) => {

@@ -66,6 +66,8 @@ BaseViewController {
 
     Connections {
         target: Notices
+        // A tap beside the log-in pop-up closes it.
+        function onFadeViewAction() { App.dismissPopup() }
         function onUserloginsucceed() { screen.setUserTypeView() }
         function onClearAllNewsNum() { screen.isShowUnreadNum(0) }
         function onUpdataNewsNum() { screen.loadSetData() }

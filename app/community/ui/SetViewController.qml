@@ -112,6 +112,9 @@ BaseViewController {
                 objectName: "lablikeName"
                 x: 76
                 y: 20
+                // A long name ends before the button.
+                width: labQuestion.x - 8 - x
+                elide: Text.ElideRight
                 visible: screen.logged
                 text: Session.user.userlikename || ""
                 font.pixelSize: 17

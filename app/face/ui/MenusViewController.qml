@@ -103,7 +103,7 @@ BaseViewController {
                 for (let i = 0; i < files.contentItem.children.length; ++i) {
                     const row = files.contentItem.children[i]
                     if (row.fileDetailRowWidth !== undefined)
-                        row.fileDetailRowWidth = Qt.binding(() => files.width)
+                        row.fileDetailRowWidth = Qt.binding(() => files.width - row.rightPadding)
                 }
             }
             files.contentItem.childrenChanged.connect(widen)

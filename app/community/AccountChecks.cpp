@@ -28,7 +28,9 @@ QString logInError(const QString& number, const QString& password) {
 }
 
 QString nameError(const QString& name) {
-  return name.isEmpty() ? QStringLiteral("请输入姓名") : QString();
+  if (name.isEmpty()) return QStringLiteral("请输入姓名");
+  if (name.size() > kNameMaxUnits) return QStringLiteral("名字最多20个字");
+  return {};
 }
 
 bool needsRelogin(bool userStae, const QString& userinfoId, const QString& tokenText) {

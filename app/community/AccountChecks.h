@@ -16,7 +16,12 @@ bool isPhoneNumber(const QString& number);
 QString signUpError(const QString& number, const QString& password);
 // Log-in pop-up: "请输入账号", then "请输入密码".
 QString logInError(const QString& number, const QString& password);
-// Name pop-up: "请输入姓名".
+// The longest display name the server keeps, in 16-bit units (an emoji
+// counts two), as the server counts.
+inline constexpr int kNameMaxUnits = 20;
+
+// Name pop-up: "请输入姓名" when empty, "名字最多20个字" when longer than
+// kNameMaxUnits.
 QString nameError(const QString& name);
 
 // The sign-up screen sends a user it believes logged in straight to log-in

@@ -2,7 +2,10 @@
 
 namespace CommentRules {
 
-QString commentError(const QString& text) {
+QString commentText(const QString& typed) { return typed.trimmed(); }
+
+QString commentError(const QString& typed) {
+  const QString text = commentText(typed);
   if (text.size() <= 1) return QStringLiteral("再多写点内容");
   if (text.size() >= 61) return QStringLiteral("再少写点内容");
   return {};

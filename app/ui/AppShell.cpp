@@ -1,5 +1,6 @@
 #include "AppShell.h"
 
+#include <QFont>
 #include <QQuickItem>
 #include <QQuickWindow>
 
@@ -25,6 +26,9 @@ void qml_register_types_Rongdian();
 
 AppShell::AppShell(QObject* parent) : QObject(parent) {
   QtTexts::install();
+  // Emoji in names, comments and notices (👍🎉) come in colour from the
+  // emoji font, before any other font that happens to have a plain glyph.
+  QFont::insertSubstitution(QStringLiteral("Noto Sans CJK SC"), QStringLiteral("Noto Color Emoji"));
   // A reference the linker sees, so that the registration (alone in its
   // object file) stays in the app.
   volatile auto registration = &qml_register_types_Rongdian;

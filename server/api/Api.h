@@ -25,6 +25,11 @@ void install_app_page(server::Services& s);
 // Length of UTF-8 text in UTF-16 code units (how the app counts characters).
 std::size_t utf16_length(std::string_view utf8);
 
+// Valid UTF-8 text without the white space around it (the characters the app
+// trims: ASCII spaces and controls \t..\r, NEL, no-break and the Unicode
+// spaces, the ideographic space among them).
+std::string_view trim_space(std::string_view utf8);
+
 // "yyyy-MM-dd HH:mm:ss.SSS", the wall-clock reading in the process's time zone.
 std::string format_time(std::int64_t epoch_ms);
 

@@ -497,7 +497,9 @@ class Api {
 
   json::value add_comment(const Body& b, Call&) {
     auto id = b.item_id();
-    auto text = b.text("comments", 2, 60);
+    // Kept without the white space around it, which alone is no comment.
+    std::string text(trim_space(b.text("comments", 2, 60)));
+    if (utf16_length(text) < 2) bad_field("comments");
     auto user = session_user(b);
     auto added = store_.add_comment(id, user.id, text, now_ms());
     if (!added) fail("unknown_item", "照片不存在或已删除");

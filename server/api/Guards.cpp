@@ -2,6 +2,7 @@
 #include <arpa/inet.h>
 #include <sodium.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -30,6 +31,44 @@ std::size_t utf16_length(std::string_view s) {
     n += (c >= 0xF0) ? 2 : 1;          // 4-byte sequences are surrogate pairs
   }
   return n;
+}
+
+namespace {
+
+bool is_space(char32_t c) {
+  return (c >= 0x09 && c <= 0x0D) || c == 0x20 || c == 0x85 || c == 0xA0 || c == 0x1680 ||
+         (c >= 0x2000 && c <= 0x200A) || c == 0x2028 || c == 0x2029 || c == 0x202F || c == 0x205F ||
+         c == 0x3000;
+}
+
+// The code point of the sequence s[at..at+len).
+char32_t decode(std::string_view s, std::size_t at, std::size_t len) {
+  const auto b = [&](std::size_t i) { return static_cast<unsigned char>(s[at + i]); };
+  if (len == 1) return b(0);
+  char32_t c = b(0) & (0xFF >> (len + 1));
+  for (std::size_t i = 1; i < len; ++i) c = (c << 6) | (b(i) & 0x3F);
+  return c;
+}
+
+std::size_t sequence_length(unsigned char lead) {
+  return lead < 0x80 ? 1 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+}
+
+}  // namespace
+
+std::string_view trim_space(std::string_view s) {
+  while (!s.empty()) {
+    const std::size_t len = std::min(sequence_length(s.front()), s.size());
+    if (!is_space(decode(s, 0, len))) break;
+    s.remove_prefix(len);
+  }
+  while (!s.empty()) {
+    std::size_t at = s.size() - 1;
+    while (at > 0 && (static_cast<unsigned char>(s[at]) & 0xC0) == 0x80) --at;
+    if (!is_space(decode(s, at, s.size() - at))) break;
+    s.remove_suffix(s.size() - at);
+  }
+  return s;
 }
 
 std::int64_t now_ms() {

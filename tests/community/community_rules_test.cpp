@@ -92,6 +92,11 @@ TEST(Accounts, CheckOrderAndTexts) {
   EXPECT_EQ(AccountChecks::logInError("abc", "p"), "");
   EXPECT_EQ(AccountChecks::nameError(""), "请输入姓名");
   EXPECT_EQ(AccountChecks::nameError("小明"), "");
+  // The server's limit, counted as it counts: 16-bit units.
+  EXPECT_EQ(AccountChecks::nameError(QString(20, u'名')), "");
+  EXPECT_EQ(AccountChecks::nameError(QString(21, u'名')), "名字最多20个字");
+  EXPECT_EQ(AccountChecks::nameError(QString("🎉").repeated(10)), "");
+  EXPECT_EQ(AccountChecks::nameError(QString("🎉").repeated(10) + "a"), "名字最多20个字");
 }
 
 TEST(Accounts, ReloginAndOldNameTests) {
@@ -112,6 +117,11 @@ TEST(Comments, LengthRulesCountSixteenBitUnits) {
   EXPECT_EQ(CommentRules::commentError("😀"), "");  // one character, two units
   EXPECT_EQ(CommentRules::commentError(QString(60, u'赞')), "");
   EXPECT_EQ(CommentRules::commentError(QString(61, u'赞')), "再少写点内容");
+  // Counted and sent without the white space around it.
+  EXPECT_EQ(CommentRules::commentError("   "), "再多写点内容");
+  EXPECT_EQ(CommentRules::commentError(QString::fromUtf16(u" 好\u3000\n")), "再多写点内容");
+  EXPECT_EQ(CommentRules::commentError(" " + QString(60, u'赞') + " "), "");
+  EXPECT_EQ(CommentRules::commentText(QString::fromUtf16(u"\u3000 好看 \t")), "好看");
   EXPECT_EQ(CommentRules::photoMessageError(""), "主人，请输入内容");
   EXPECT_EQ(CommentRules::photoMessageError("a"), "");
   EXPECT_EQ(CommentRules::photoMessageError(QString(100, u'a')), "");

@@ -237,6 +237,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
       << hudHistory().toStdString();
   EXPECT_TRUE(waitUntil([] { return hudSaid("登录成功"); }));
   ASSERT_TRUE(popupGone("UserLogInViewController"));
+  EXPECT_EQ(top()->objectName(), "LoginViewController");  // only the pop-up closes
   for (int i = 0; i < 4 && top() != uitest::home(); ++i) {
     app().delegate()->popScreen();
     navigationSettled();

@@ -245,7 +245,10 @@ TEST_P(Api, CommentsCountForTheOwnerUntilHeOpensHisPhotos) {
   // An emoji is two characters to the app, as here.
   std::string emoji59 = sixty.substr(0, 59 * 3) + "\xF0\x9F\x98\x80";
   EXPECT_EQ(comment(emoji59).error(), "bad_field");
-  EXPECT_FALSE(comment("好看").is_error());
+  // White space alone is no comment; around one it is not kept.
+  EXPECT_EQ(comment("   ").error(), "bad_field");
+  EXPECT_EQ(comment("\xE3\x80\x80好\t").error(), "bad_field");  // an ideographic space
+  EXPECT_EQ(comment(" \xC2\xA0好看 \n").text("comments"), "好看");
   EXPECT_EQ(
       s.call("rd_add_comments", {{"item_id", "777"}, {"user_id", guest}, {"comments", "好看"}})
           .error(),

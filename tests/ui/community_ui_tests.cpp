@@ -148,11 +148,17 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   // Sharing needs a comment first.
   press(item(page, "rightBtn"));
   EXPECT_EQ(hudSaid("error:有评论，才能分享哟"), "error:有评论，才能分享哟");
-  input->setProperty("text", "真好看");
+  // Spaces alone are no comment; around one they are not sent.
+  clearHudShown();
+  input->setProperty("text", QString::fromUtf16(u"  \u3000 \t "));
+  press(send);
+  EXPECT_EQ(hudShown(), QStringList{"error:再多写点内容"});
+  input->setProperty("text", " 真好看\u3000 ");
   press(send);
   EXPECT_EQ(hudSaid("waiting:评论中..."), "waiting:评论中...");
   QObject* comments = page->property("commentTableView").value<QObject*>();
   ASSERT_TRUE(waitUntil([&] { return comments->property("count").toInt() == 1; }));
+  EXPECT_EQ(recordMap(rowOf(comments, 0))["commentmessage"].toString(), "真好看");
   EXPECT_EQ(input->property("text").toString(), "");
   EXPECT_EQ(text(item(page, "labComment")), "1");
   screenshot("community_item_page");
@@ -314,6 +320,15 @@ TEST(CommunityUi, SignUpChecksNamePopupAndTheOneTimePasswordReset) {
   QQuickItem* namePopup = item("SelectNameViewController");
   press(item(namePopup, "btnOK"));
   EXPECT_EQ(hudSaid("error:请输入姓名"), "error:请输入姓名");
+  // Longer than the server keeps (an emoji counts two there too): refused
+  // here, the pop-up stays.
+  for (const QString& tooLong : {QString(21, u'名'), QString("😀").repeated(10) + "a"}) {
+    clearHudShown();
+    item(namePopup, "textName")->setProperty("text", tooLong);
+    press(item(namePopup, "btnOK"));
+    EXPECT_EQ(hudShown(), QStringList{"error:名字最多20个字"});
+    EXPECT_TRUE(shown(namePopup));
+  }
   item(namePopup, "textName")->setProperty("text", "李雷");
   EXPECT_EQ(text(item(namePopup, "labUserName")), "李");
   screenshot("community_name_popup");

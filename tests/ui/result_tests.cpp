@@ -160,6 +160,15 @@ TEST(Result, MessagePopUpTakesOneToHundredCharacters) {
   EXPECT_TRUE(item(popup, "textMessage")->hasActiveFocus());
   QTest::keyClick(app().window(), Qt::Key_Escape);
   ASSERT_TRUE(waitUntil([] { return !shown(item("popupHost")); }));
+  // A touch leaves it too: the close control on its corner, a tap beside it.
+  vc->addMessage();
+  ASSERT_TRUE(waitUntil([] { return shown(item("popupClose")); }));
+  click(item("popupClose"));
+  ASSERT_TRUE(waitUntil([] { return !shown(item("popupHost")); }));
+  vc->addMessage();
+  ASSERT_TRUE(waitUntil([] { return shown(item("popupHost")); }));
+  QTest::mouseClick(app().window(), Qt::LeftButton, {}, QPoint(4, app().window()->height() - 4));
+  ASSERT_TRUE(waitUntil([] { return !shown(item("popupHost")); }));
   EXPECT_FALSE(vc->publishing());
   vc->addMessage();
   ASSERT_TRUE(waitUntil(

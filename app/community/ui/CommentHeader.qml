@@ -14,7 +14,7 @@ Rectangle {
 
     width: list ? list.width : 0
     // The message is read whole: as many lines as it takes.
-    height: labMessage.text.length > 0 ? labMessage.y + labMessage.height + 10 : 300
+    height: labMessage.text.length > 0 ? labMessage.y + labMessage.height + 10 : labMessage.y + 2
     color: "white"
     MouseArea {
         anchors.fill: parent
@@ -23,22 +23,23 @@ Rectangle {
     RemoteImage {
         id: imgHead
         objectName: "imgHead"
-        x: (parent.width - 200) / 2
+        x: (parent.width - width) / 2
         y: 8
-        width: 200
-        height: 250
+        // Smaller in a short view, to leave room below for the comments.
+        height: header.list ? Math.min(250, Math.round(header.list.height / 2)) : 250
+        width: height * 0.8
         source: header.itemInfo.imgurl || ""
     }
     NameBadge {
         x: 10
-        y: 264
+        y: imgHead.y + imgHead.height + 6
         name: header.itemInfo.userlikename || ""
     }
     Label {
         id: labScore
         objectName: "labScore"
         x: 48
-        y: 268
+        y: imgHead.y + imgHead.height + 10
         text: header.itemInfo.lookscorebasis || ""
         color: FeedRows.scoreColor(text)
         font.pixelSize: 18
@@ -48,7 +49,7 @@ Rectangle {
         id: labMessage
         objectName: "labMessage"
         x: 12
-        y: 298
+        y: imgHead.y + imgHead.height + 40
         width: parent.width - 24
         wrapMode: Text.Wrap
         text: header.itemInfo.imgmessage || ""
@@ -59,7 +60,7 @@ Rectangle {
         objectName: "btnLike"
         anchors.right: parent.right
         anchors.rightMargin: 50
-        y: 264
+        y: imgHead.y + imgHead.height + 6
         text: FeedRows.likeTitle(header.itemInfo.like)
         onClicked: vote(header.itemInfo, true)
     }
@@ -68,7 +69,7 @@ Rectangle {
         objectName: "labComment"
         anchors.right: parent.right
         anchors.rightMargin: 12
-        y: 270
+        y: imgHead.y + imgHead.height + 12
         // The item's count (+1 after each comment sent from its page).
         text: String(header.itemInfo.commentNum !== undefined ? header.itemInfo.commentNum : 0)
         color: "#888888"

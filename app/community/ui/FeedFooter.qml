@@ -16,9 +16,13 @@ Item {
     readonly property bool alone: failed && list.count === 0
     signal tapped
 
+    // What the view shows below its header (an item page's photo and text).
+    readonly property real room: list ? list.height - (list.headerItem ? list.headerItem.height : 0) : 0
+
     width: list ? list.width : 0
-    height: alone ? Math.max(list.height - (list.headerItem ? list.headerItem.height : 0), 200)
-                  : footerColumn.height + 24
+    // Alone, it fills the room left and its texts stay in view: the picture
+    // goes when the room is short.
+    height: alone ? Math.max(room, footerColumn.height + 24) : footerColumn.height + 24
     visible: table !== null && table.footerText.length > 0
     MouseArea {
         anchors.fill: parent
@@ -31,7 +35,7 @@ Item {
         spacing: 10
         Image {
             anchors.horizontalCenter: parent.horizontalCenter
-            visible: footerView.alone
+            visible: footerView.alone && footerView.room >= 220
             source: "qrc:/pictures/location.png"
             width: 96
             height: 120

@@ -69,8 +69,8 @@ void ItemActions::createComment(const QString& itemId, const QString& text) {
   const UserInfo u = LocalUserInfo::getUserInfo();
   ProgressHud::instance()->showWithStatus(QStringLiteral("评论中..."));
   CommentApi::createComment(
-      u.username, itemId, u.userlikename, text, QStringLiteral("rd_add_comments"),
-      [this, itemId](bool ok) {
+      u.username, itemId, u.userlikename, CommentRules::commentText(text),
+      QStringLiteral("rd_add_comments"), [this, itemId](bool ok) {
         if (ok)
           ProgressHud::instance()->dismiss();
         else

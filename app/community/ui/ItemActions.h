@@ -34,7 +34,8 @@ class ItemActions : public QObject {
   // repeated vote) the server's message, and every view gets the numbers of
   // before back.
   Q_INVOKABLE int likeAction(const QVariant& item, bool isLike);
-  // "评论中..." and the comment; commentAnswered(itemId, ok).
+  // "评论中..." and the comment (as CommentRules::commentText sends it);
+  // commentAnswered(itemId, ok).
   Q_INVOKABLE void createComment(const QString& itemId, const QString& text);
   // "删除战场中..." and the removal; on success "itemDleteSucceed" with the
   // item id and "删除成功".

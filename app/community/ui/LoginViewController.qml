@@ -42,11 +42,6 @@ BaseViewController {
     function dismissPopupVC() {
         App.popScreen()
     }
-    // After a log-in from the pop-up: close it, and this screen with it.
-    function loginFinished() {
-        App.dismissPopup()
-        App.popScreen()
-    }
 
     Connections {
         target: Notices
@@ -91,6 +86,9 @@ BaseViewController {
             width: parent.width
             placeholderText: "密码"
             echoMode: TextInput.Password
+            // The dots of a Latin font: the Chinese font's are as wide as a
+            // Chinese character each.
+            font.family: "DejaVu Sans"
             onAccepted: screen.signUpAction()
         }
         Button {
@@ -103,5 +101,11 @@ BaseViewController {
     Component.onCompleted: {
         if (Session.needsRelogin)
             rightBtnAction()
+    }
+    // Once in view the number is typed at once, unless the log-in pop-up
+    // opened with the screen and has the keys.
+    StackView.onActivated: {
+        if (!Session.needsRelogin)
+            textEail.forceActiveFocus()
     }
 }

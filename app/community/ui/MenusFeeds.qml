@@ -54,6 +54,7 @@ Item {
                        })
     }
     function scrollPager(page) {
+        pager.page = page
         pager.contentX = page * pager.width
     }
 
@@ -140,9 +141,21 @@ Item {
         flickableDirection: Flickable.HorizontalFlick
         boundsBehavior: Flickable.StopAtBounds
         clip: true
-        onMovementEnded: contentX = Math.round(contentX / width) * width
+        // The page shown: a new width (a turned phone, a resized window) keeps
+        // it whole in view.
+        property int page: 0
+        property bool resizing: false
+        onMovementEnded: {
+            page = Math.round(contentX / width)
+            contentX = page * width
+        }
+        onWidthChanged: {
+            resizing = true
+            contentX = page * width
+            resizing = false
+        }
         Behavior on contentX {
-            enabled: !pager.moving
+            enabled: !pager.moving && !pager.resizing
             NumberAnimation { duration: 200 }
         }
 

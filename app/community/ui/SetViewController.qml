@@ -66,6 +66,8 @@ BaseViewController {
 
     Connections {
         target: Notices
+        // A tap beside the log-in pop-up closes it.
+        function onFadeViewAction() { App.dismissPopup() }
         function onUserloginsucceed() { screen.setUserTypeView() }
         function onClearAllNewsNum() { screen.isShowUnreadNum(0) }
         function onUpdataNewsNum() { screen.loadSetData() }
@@ -110,6 +112,9 @@ BaseViewController {
                 objectName: "lablikeName"
                 x: 76
                 y: 20
+                // A long name ends before the button.
+                width: labQuestion.x - 8 - x
+                elide: Text.ElideRight
                 visible: screen.logged
                 text: Session.user.userlikename || ""
                 font.pixelSize: 17

@@ -38,13 +38,13 @@ BaseViewController {
         objectName: "shareInfoView"
         anchors.horizontalCenter: parent.horizontalCenter
         y: 10
-        width: 280
+        width: Math.min(280, parent.width - 20)
         height: 380
         color: "white"
         border.color: "#eeeeee"
         RemoteImage {
             id: photo
-            x: 40
+            x: (parent.width - width) / 2
             y: 10
             width: 200
             height: 250
@@ -88,8 +88,12 @@ BaseViewController {
         Button {
             id: editBtn2
             objectName: "editBtn2"
-            anchors.right: parent.right
-            anchors.bottom: parent.bottom
+            // Under the name badge, clear of the comment's three lines.
+            x: 4
+            y: 332
+            width: 42
+            leftPadding: 2
+            rightPadding: 2
             text: "编辑"
             font.pixelSize: 11
             visible: screen.arrComment.length !== 1

@@ -21,6 +21,9 @@ Rectangle {
     signal headTapped
 
     readonly property var rankInfo: FeedRows.rank(row)
+    // A narrow row (a small screen, the delete button beside it) has no room
+    // for the time beside the buttons: it goes up, after the message.
+    readonly property bool narrow: width < 300
 
     // The same item changed (a like here, its page, another list): show it.
     Connections {
@@ -83,7 +86,9 @@ Rectangle {
         objectName: "labName"
         x: 128
         y: 12
-        width: 100
+        // Up to the score, however narrow the row (a small screen, the delete
+        // button beside it).
+        width: Math.max(0, labScore.x - 8 - x)
         elide: Text.ElideRight
         text: cell.shown.userlikename || ""
         color: "#666666"
@@ -104,8 +109,10 @@ Rectangle {
         objectName: "labMessage"
         x: 92
         y: 44
-        // In the ranking it ends before the rank's title or number.
-        width: (cell.ranking ? Math.min(teachLabel.x, lablookScorNum.x) - 8 : parent.width - 8) - x
+        // In the ranking it ends before the rank's title or number, on a
+        // narrow row before the time.
+        width: (cell.ranking ? Math.min(teachLabel.x, lablookScorNum.x) - 8
+                             : cell.narrow ? labTime.x - 8 : parent.width - 8) - x
         elide: Text.ElideRight
         text: cell.shown.imgmessage || ""
         font.pixelSize: 14
@@ -152,11 +159,12 @@ Rectangle {
         }
     }
     Label {
+        id: labTime
         objectName: "labTime"
         visible: !cell.ranking
         anchors.right: parent.right
         anchors.rightMargin: 10
-        y: 82
+        y: cell.narrow ? 46 : 82
         text: FeedRows.timeLabel(cell.shown.createdAt || "")
         color: "#aaaaaa"
         font.pixelSize: 11

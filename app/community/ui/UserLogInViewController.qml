@@ -35,9 +35,9 @@ Rectangle {
                 return
             textName.focus = false
             textpassword.focus = false
+            // Only the pop-up closes: its opener (the sign-up screen or the
+            // settings) stays.
             App.dismissPopup()
-            if (popup.type === "login" && popup.loginVC)
-                popup.loginVC.loginFinished()
         }
     }
 
@@ -66,6 +66,7 @@ Rectangle {
             width: parent.width
             placeholderText: "密码"
             echoMode: TextInput.Password
+            font.family: "DejaVu Sans" // (the Chinese font's dots are oversized)
             onAccepted: popup.disSelectVCAction()
         }
         Button {

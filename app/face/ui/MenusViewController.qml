@@ -94,6 +94,21 @@ BaseViewController {
             filter.Layout.rightMargin = 20
             filter.contentItem.text = imagePicker.selectedNameFilter.name
         }
+        // Each file's size and date share the width of the list (the dialog
+        // gives them the filter's, narrower, and on a small screen they run
+        // into each other), also on the rows made later.
+        const files = findItem(Overlay.overlay, it => it.objectName === "fileDialogListView")
+        if (files) {
+            const widen = () => {
+                for (let i = 0; i < files.contentItem.children.length; ++i) {
+                    const row = files.contentItem.children[i]
+                    if (row.fileDetailRowWidth !== undefined)
+                        row.fileDetailRowWidth = Qt.binding(() => files.width - row.rightPadding)
+                }
+            }
+            files.contentItem.childrenChanged.connect(widen)
+            widen()
+        }
     }
     function findItem(it, wanted) {
         if (!it)

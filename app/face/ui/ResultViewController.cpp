@@ -88,10 +88,14 @@ void ResultViewController::viewWillAppear() {
 }
 
 void ResultViewController::loadUserInfoData() {
-  ProgressHud::instance()->showWithStatus(kLoadingText);
+  // Back from signing up, "注册成功" (or a log-in's message) is still up: it
+  // stays its time, and the record loads without the waiting text.
+  auto* hud = ProgressHud::instance();
+  if (hud->mode() != ProgressHud::Success && hud->mode() != ProgressHud::Error)
+    hud->showWithStatus(kLoadingText);
   const UserInfo user = LocalUserInfo::getUserInfo();
   UserInfoApi::getUserInfo(user.userinfoId, LocalUserInfo::tokenID(), QStringLiteral("rd_get_user"),
-                           [](const UserInfo&) { ProgressHud::instance()->dismiss(); });
+                           [](const UserInfo&) { ProgressHud::instance()->dismissWaiting(); });
 }
 
 void ResultViewController::changeNumberBySelector() {

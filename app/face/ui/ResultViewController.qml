@@ -24,6 +24,13 @@ BaseViewController {
         popShardView.sharOtherAction(tag)
     }
 
+    // A tap beside the message pop-up closes it.
+    Connections {
+        target: Notices
+        function onFadeViewAction() {
+            App.dismissPopup()
+        }
+    }
     Component.onCompleted: screen.vc.viewDidLoad()
     StackView.onActivating: screen.vc.viewWillAppear()
 
@@ -41,8 +48,9 @@ BaseViewController {
                 objectName: "imgHead"
                 x: 14
                 y: 14
-                width: 128
-                height: 160
+                // Smaller on a narrow screen, to leave the score its room.
+                width: Math.max(80, Math.min(128, page.width - 190))
+                height: width * 1.25
                 source: screen.vc ? screen.vc.photoUrl : ""
                 fillMode: Image.PreserveAspectCrop
                 MouseArea {
@@ -51,14 +59,19 @@ BaseViewController {
                 }
             }
             Column {
-                x: 158
+                id: attributes
+                x: imgHead.x + imgHead.width + 16
                 y: 10
-                width: page.width - 170
+                width: page.width - x - 12
                 spacing: 4
                 Row {
                     spacing: 4
                     Label {
                         objectName: "textLayer"
+                        // The whole number beside " ? ", smaller when it must be.
+                        width: Math.min(implicitWidth, attributes.width - 38)
+                        fontSizeMode: Text.HorizontalFit
+                        minimumPixelSize: 20
                         text: screen.vc ? screen.vc.textLayer.text : ""
                         color: "#ff5a7d"
                         font.pixelSize: 44
@@ -145,14 +158,14 @@ BaseViewController {
                     // refused publish command (its error replaces the waiting
                     // display) lets the user try again.
                     enabled: screen.vc && !(screen.vc.publishing && Hud.modal)
-                    implicitWidth: 120
+                    implicitWidth: Math.min(120, (page.width - 48) / 2)
                     font.pixelSize: 16
                     onClicked: screen.vc.addMessage()
                 }
                 Button {
                     objectName: "shareButton"
                     text: "分享"
-                    implicitWidth: 120
+                    implicitWidth: Math.min(120, (page.width - 48) / 2)
                     font.pixelSize: 16
                     onClicked: screen.sharAction()
                 }

@@ -1,9 +1,11 @@
 // Pop-ups presented over a dimmed background (App.presentPopup). Tapping the
 // background posts "fadeViewAction"; the screens that care dismiss the pop-up.
-// Escape or the back key leaves a pop-up without effect. The pop-up gets the
-// keyboard: its field marked `focus: true` is the one typed into.
+// Escape, the back key or the close control on its corner leave a pop-up
+// without effect. The pop-up gets the keyboard: its field marked
+// `focus: true` is the one typed into.
 pragma ComponentBehavior: Bound
 import QtQuick
+import QtQuick.Controls
 import Rongdian
 
 FocusScope {
@@ -36,5 +38,35 @@ FocusScope {
         id: loader
         anchors.centerIn: parent
         focus: true
+        // A pop-up narrower than its design on a small screen, with a margin
+        // each side.
+        onLoaded: {
+            const designed = item.width
+            item.width = Qt.binding(() => Math.min(designed, host.width - 24))
+        }
+    }
+    // The close control on the pop-up's top right corner: a touch leaves
+    // every pop-up with it, as a key does with Escape.
+    AbstractButton {
+        id: closeButton
+        objectName: "popupClose"
+        visible: loader.item !== null
+        x: loader.x + loader.width - width + 10
+        y: loader.y - 10
+        width: 32
+        height: 32
+        background: Rectangle {
+            radius: width / 2
+            color: closeButton.down ? "#dddddd" : "white"
+            border.color: "#cccccc"
+        }
+        contentItem: Label {
+            text: "✕"
+            color: "#666666"
+            font.pixelSize: 15
+            horizontalAlignment: Text.AlignHCenter
+            verticalAlignment: Text.AlignVCenter
+        }
+        onClicked: App.dismissPopup()
     }
 }

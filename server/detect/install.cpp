@@ -40,6 +40,17 @@ void install(server::Services& s) {
       [service](const http::Request& req, http::Context& ctx) { return service->handle(req, ctx); },
       "detect", request_body_limit());
   s.router.set_heavy(http::bhttp::verb::post, "/v2/detection/detect");
+  // The key is in the query: a wrong one is refused (with the handler's own
+  // answer) before the photo is read.
+  s.router.set_precheck(
+      http::bhttp::verb::post, "/v2/detection/detect",
+      [service, key = s.config.detect_key, secret = s.config.detect_secret](
+          const http::Request& head, http::Context& ctx) -> std::optional<http::Response> {
+        const std::string* k = ctx.param("api_key");
+        const std::string* sec = ctx.param("api_secret");
+        if (k && sec && *k == key && *sec == secret) return std::nullopt;
+        return service->handle(head, ctx);
+      });
 }
 
 }  // namespace rd::detect

@@ -45,8 +45,14 @@ ServerProcess::ServerProcess(std::vector<std::string> extra_args, std::string da
   } else {
     data_dir_ = std::move(data_dir);
   }
-  std::vector<std::string> args = {RD_SERVER_BINARY, "--listen", "127.0.0.1:0",
-                                   "--data",         data_dir_,  "--quiet"};
+  // RD_TEST_SERVER_BINARY runs another build (a benchmark's "before").
+  const char* other = std::getenv("RD_TEST_SERVER_BINARY");
+  std::vector<std::string> args = {other && *other ? other : RD_SERVER_BINARY,
+                                   "--listen",
+                                   "127.0.0.1:0",
+                                   "--data",
+                                   data_dir_,
+                                   "--quiet"};
   args.insert(args.end(), extra_args.begin(), extra_args.end());
 
   int out[2];

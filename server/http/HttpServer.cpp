@@ -93,32 +93,24 @@ void Router::add_prefix(bhttp::verb method, std::string prefix, Handler h, std::
   routes_.back().prefix = true;
 }
 
-void Router::add_quick(bhttp::verb method, const std::string& path, QuickHandler q) {
+Route& Router::route(bhttp::verb method, const std::string& path, const char* what) {
   for (Route& r : routes_)
-    if (r.method == method && r.path == path && r.handler) {
-      r.quick = std::move(q);
-      return;
-    }
-  throw std::logic_error("no route " + path + " for a quick handler");
+    if (r.method == method && r.path == path && r.handler) return r;
+  throw std::logic_error("no route " + path + " " + what);
+}
+
+void Router::add_quick(bhttp::verb method, const std::string& path, QuickHandler q) {
+  route(method, path, "for a quick handler").quick = std::move(q);
 }
 
 void Router::set_heavy(bhttp::verb method, const std::string& path,
                        std::function<bool(const Request&, const Context&)> heavy) {
-  for (Route& r : routes_)
-    if (r.method == method && r.path == path && r.handler) {
-      r.heavy = heavy ? std::move(heavy) : [](const Request&, const Context&) { return true; };
-      return;
-    }
-  throw std::logic_error("no route " + path + " to mark heavy");
+  route(method, path, "to mark heavy").heavy =
+      heavy ? std::move(heavy) : [](const Request&, const Context&) { return true; };
 }
 
 void Router::set_precheck(bhttp::verb method, const std::string& path, Precheck p) {
-  for (Route& r : routes_)
-    if (r.method == method && r.path == path && r.handler) {
-      r.precheck = std::move(p);
-      return;
-    }
-  throw std::logic_error("no route " + path + " for a precheck");
+  route(method, path, "for a precheck").precheck = std::move(p);
 }
 
 void Router::add_upgrade(std::string path, UpgradeHandler h, std::string label) {

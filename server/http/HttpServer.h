@@ -107,6 +107,8 @@ class Router {
                     bool& path_known) const;
 
  private:
+  // The route added for `method` and `path`; throws std::logic_error naming `what` when none.
+  Route& route(bhttp::verb method, const std::string& path, const char* what);
   std::vector<Route> routes_;
 };
 

@@ -122,8 +122,9 @@ const std::vector<Option>& options() {
        "it an upload gets 507 (default 64)",
        Kind::Int, nullptr, &Config::storage_reserve_mb},
       {"max-connections", "RONGDIAN_MAX_CONNECTIONS",
-       "connections at most; a new one past it closes the longest idle (else the slowest "
-       "reading) one (default: the descriptor limit less 128)",
+       "connections at most, push sockets included (three quarters of them at most); a new one "
+       "past it closes the longest idle (else the slowest reading) one of the address block "
+       "holding the most (default: the descriptor limit less those open at start and 64)",
        Kind::Int, nullptr, &Config::max_connections},
       {"cpu-threads", "RONGDIAN_CPU_THREADS",
        "threads for processor-bound requests (logins, sign-ups, detection, publishing, uploads), "
@@ -140,6 +141,26 @@ const std::vector<Option>& options() {
        "seconds a client has to send a request, head and body, and to take the reply; a late "
        "one gets 408 (default 30)",
        Kind::Int, nullptr, &Config::request_timeout},
+      {"max-connections-per-block", "RONGDIAN_MAX_CONNECTIONS_PER_BLOCK",
+       "connections (push sockets included) from one address block, an IPv4 /24 or an IPv6 /64, "
+       "at most; a new one past it closes that block's longest idle one, or is closed (0: no "
+       "cap; default 256)",
+       Kind::Int, nullptr, &Config::max_connections_per_block},
+      {"body-memory-mb", "RONGDIAN_BODY_MEMORY_MB",
+       "MiB of request bodies held in memory at once; a request past it gets 503 and its body "
+       "is read and dropped (0: no cap; default 256)",
+       Kind::Int, nullptr, &Config::body_memory_mb},
+      {"body-memory-block-mb", "RONGDIAN_BODY_MEMORY_BLOCK_MB",
+       "the same for the clients of one address block (0: no cap; default 32)", Kind::Int, nullptr,
+       &Config::body_memory_block_mb},
+      {"push-queue-kb", "RONGDIAN_PUSH_QUEUE_KB",
+       "KiB of messages waiting to be sent to one push connection; a device that lets more pile "
+       "up is not reading and is disconnected (default 256)",
+       Kind::Int, nullptr, &Config::push_queue_kb},
+      {"push-queue-mb", "RONGDIAN_PUSH_QUEUE_MB",
+       "MiB waiting on all push connections together, a quarter of it per address block "
+       "(default 64)",
+       Kind::Int, nullptr, &Config::push_queue_mb},
       {"auth-rate-address", "RONGDIAN_AUTH_RATE_ADDRESS",
        "login and register attempts allowed per minute from one client address, four times as "
        "many from its block (IPv4 /24, IPv6 /64) (0: no limit; default 30)",

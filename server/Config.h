@@ -43,6 +43,11 @@ struct Config {
   int cpu_queue = 0;         // such requests waiting or running at most; 0: 16 per CPU thread
   int idle_timeout = 30;     // seconds a keep-alive connection may wait for its next request
   int request_timeout = 30;  // seconds to receive a request's head and body, and to send a reply
+  int max_connections_per_block = 256;  // per IPv4 /24 or IPv6 /64; 0: no cap
+  int body_memory_mb = 256;             // MiB of request bodies held at once; 0: no cap
+  int body_memory_block_mb = 32;        // the same per address block; 0: no cap
+  int push_queue_kb = 256;              // KiB waiting to be sent to one push connection
+  int push_queue_mb = 64;               // MiB waiting on all push connections
 
   bool trust_claimed_scores = false;  // publish the app's scores unchecked (outside detection)
 

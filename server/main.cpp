@@ -31,6 +31,9 @@ int main(int argc, char** argv) {
       throw std::runtime_error(std::string("--trusted-proxy: ") + e.what());
     }
     opts.max_connections = cfg.max_connections;
+    opts.max_connections_per_block = cfg.max_connections_per_block;
+    opts.body_memory = std::size_t(cfg.body_memory_mb) << 20;
+    opts.body_memory_per_block = std::size_t(cfg.body_memory_block_mb) << 20;
     opts.cpu_threads = cfg.cpu_threads;
     opts.cpu_queue = cfg.cpu_queue;
     opts.idle_timeout = std::chrono::seconds(std::max(1, cfg.idle_timeout));

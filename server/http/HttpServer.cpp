@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <boost/url/parse.hpp>
+#include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <stdexcept>
 #include <thread>
@@ -44,6 +46,34 @@ Response text_response(const Request& req, bhttp::status status, std::string bod
   return res;
 }
 
+Response busy_response(const Request& req) {
+  auto res =
+      json_response(req, bhttp::status::service_unavailable,
+                    boost::json::object{{"error", "busy"}, {"message", "服务器繁忙，请稍后再试"}});
+  res.set(bhttp::field::retry_after, "1");
+  return res;
+}
+
+unsigned transfer_encoding_problem(std::string_view codings) {
+  bool chunked = false;  // "chunked" was seen: it must be the last
+  while (!codings.empty()) {
+    const auto comma = codings.find(',');
+    std::string_view coding = codings.substr(0, comma);
+    codings = comma == std::string_view::npos ? std::string_view() : codings.substr(comma + 1);
+    if (const auto semi = coding.find(';'); semi != std::string_view::npos)
+      coding = coding.substr(0, semi);
+    while (!coding.empty() && (coding.front() == ' ' || coding.front() == '\t'))
+      coding.remove_prefix(1);
+    while (!coding.empty() && (coding.back() == ' ' || coding.back() == '\t'))
+      coding.remove_suffix(1);
+    if (coding.empty()) continue;
+    if (chunked) return 400;  // something after "chunked": the body cannot be framed
+    if (!beast::iequals(coding, "chunked")) return 501;
+    chunked = true;
+  }
+  return 0;
+}
+
 // ---------------------------------------------------------------- router
 
 void Router::add(bhttp::verb method, std::string path, Handler h, std::string label,
@@ -63,23 +93,24 @@ void Router::add_prefix(bhttp::verb method, std::string prefix, Handler h, std::
   routes_.back().prefix = true;
 }
 
-void Router::add_quick(bhttp::verb method, const std::string& path, QuickHandler q) {
+Route& Router::route(bhttp::verb method, const std::string& path, const char* what) {
   for (Route& r : routes_)
-    if (r.method == method && r.path == path && r.handler) {
-      r.quick = std::move(q);
-      return;
-    }
-  throw std::logic_error("no route " + path + " for a quick handler");
+    if (r.method == method && r.path == path && r.handler) return r;
+  throw std::logic_error("no route " + path + " " + what);
+}
+
+void Router::add_quick(bhttp::verb method, const std::string& path, QuickHandler q) {
+  route(method, path, "for a quick handler").quick = std::move(q);
 }
 
 void Router::set_heavy(bhttp::verb method, const std::string& path,
                        std::function<bool(const Request&, const Context&)> heavy) {
-  for (Route& r : routes_)
-    if (r.method == method && r.path == path && r.handler) {
-      r.heavy = heavy ? std::move(heavy) : [](const Request&, const Context&) { return true; };
-      return;
-    }
-  throw std::logic_error("no route " + path + " to mark heavy");
+  route(method, path, "to mark heavy").heavy =
+      heavy ? std::move(heavy) : [](const Request&, const Context&) { return true; };
+}
+
+void Router::set_precheck(bhttp::verb method, const std::string& path, Precheck p) {
+  route(method, path, "for a precheck").precheck = std::move(p);
 }
 
 void Router::add_upgrade(std::string path, UpgradeHandler h, std::string label) {
@@ -180,35 +211,64 @@ std::string client_address(const asio::ip::address& peer, std::string_view forwa
 
 // ---------------------------------------------------------------- session
 
+namespace {
+
+// A body that is read and thrown away (see Session::drain_then_send).
+struct DiscardBody {
+  struct value_type {};
+  class reader {
+   public:
+    template <bool isRequest, class Fields>
+    reader(bhttp::header<isRequest, Fields>&, value_type&) {}
+    void init(const boost::optional<std::uint64_t>&, beast::error_code& ec) { ec = {}; }
+    template <class Buffers>
+    std::size_t put(const Buffers& b, beast::error_code& ec) {
+      ec = {};
+      return beast::buffer_bytes(b);
+    }
+    void finish(beast::error_code& ec) { ec = {}; }
+  };
+};
+
+// Bodies of refused requests are read and dropped up to this size before the
+// answer; past it the connection closes after the answer.
+constexpr std::uint64_t kDrainMax = 32 << 20;
+
+}  // namespace
+
 class Server::Session : public std::enable_shared_from_this<Server::Session> {
  public:
-  Session(Server& server, tcp::socket socket)
-      : server_(server), stream_(std::move(socket)), timer_(stream_.get_executor()) {
-    ++server_.live_;
-    beast::error_code ec;
-    auto ep = stream_.socket().remote_endpoint(ec);
-    if (!ec) {
-      peer_ = ep.address();
-      remote_ = peer_.to_string();
-    }
-  }
-
-  ~Session() { --server_.live_; }
+  // `last`: accepted past the connection cap, into the reserve: one request, then close.
+  Session(Server& server, tcp::socket socket, asio::ip::address peer, std::shared_ptr<Slot> slot,
+          bool last)
+      : server_(server),
+        stream_(std::move(socket)),
+        timer_(stream_.get_executor()),
+        slot_(std::move(slot)),
+        peer_(peer),
+        remote_(peer.to_string()),
+        last_(last) {}
 
   void start() { read_head(); }
+  const std::string& block() const { return slot_->block(); }
 
   // What the session is doing, for choosing one to close when connections run
   // out: waiting for a request (idle), reading one, or answering one; since when.
   enum Phase { Idle, Reading, Answering };
   Phase phase() const { return phase_; }
+  bool closing() const { return leaving_; }  // chosen to make room already
   std::chrono::steady_clock::time_point since() const {
     return std::chrono::steady_clock::time_point(
         std::chrono::steady_clock::duration(since_.load()));
   }
   // From any thread: closes the connection unless it has begun answering.
   void close_for_room() {
+    leaving_ = true;
     asio::post(stream_.get_executor(), [self = shared_from_this()] {
-      if (self->phase_ == Answering) return;
+      if (self->phase_ == Answering) {
+        self->leaving_ = false;
+        return;
+      }
       self->timer_.cancel();
       beast::error_code ec;
       self->stream_.socket().shutdown(tcp::socket::shutdown_both, ec);
@@ -289,37 +349,90 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     if (!target) return bad_target();
     ctx_.path = target->path();
     for (const auto& p : target->params()) ctx_.query.emplace(p.key, p.value);
+    // Codings other than "chunked" are not undone here, and a body framed
+    // both ways is a smuggling attempt: neither can be read as meant.
+    if (head.count(bhttp::field::transfer_encoding)) {
+      std::string codings;  // every Transfer-Encoding field, in order
+      for (auto [f, end] = head.equal_range(bhttp::field::transfer_encoding); f != end; ++f)
+        codings += std::string(f->value()) + ",";
+      const unsigned problem = transfer_encoding_problem(codings);
+      if (problem == 501)
+        return refuse(501, "Transfer-Encoding not supported", head.version(), "-");
+      if (problem || head.count(bhttp::field::content_length))
+        return refuse(400, "bad request: malformed Transfer-Encoding", head.version(), "-");
+    }
     bool upgrade = beast::websocket::is_upgrade(head);
     bool known = false;
     route_ = server_.router_.find(head.method(), ctx_.path, upgrade, known);
-    std::size_t limit = 64 * 1024;
-    if (route_) {
-      ctx_.label = route_->label;
-      limit = route_->body_limit;
-    }
-    parser_->body_limit(limit);
-    if (auto length = parser_->content_length(); length && *length > limit) return too_large();
     arm_timer(server_.opts_.request_timeout);
+    if (!route_) {
+      ctx_.label = "unmatched";
+      return drain_then_send(json_response(
+          head, known ? bhttp::status::method_not_allowed : bhttp::status::not_found,
+          boost::json::object{{"error", known ? "method not allowed" : "not found"}}));
+    }
+    ctx_.label = route_->label;
+    const std::size_t limit = route_->body_limit;
+    parser_->body_limit(limit);
+    const auto length = parser_->content_length();
+    if (length && *length > limit)
+      return drain_then_send(
+          json_response(head, bhttp::status::payload_too_large,
+                        boost::json::object{{"error", "request body too large"}}));
+    if (route_->precheck)
+      if (auto refused = route_->precheck(head, ctx_)) return drain_then_send(std::move(*refused));
+    // The body's bytes are held until the answer is written: counted against
+    // the client's address block and the total (a chunked body of unknown
+    // length as its route's limit).
+    const std::size_t holds = length ? std::size_t(*length) : parser_->chunked() ? limit : 0;
+    if (holds && !server_.bodies_->grant(address_block(ctx_.remote_address), holds, body_grant_)) {
+      server_.metrics_.count("rongdian_bodies_refused_total");
+      return drain_then_send(busy_response(head));
+    }
     // A client that waits for "100 Continue" before its body gets it now
     // that the head was accepted.
     if (beast::iequals(head[bhttp::field::expect], "100-continue") && !parser_->is_done()) {
       auto cont = std::make_shared<bhttp::response<bhttp::empty_body>>(bhttp::status::continue_,
                                                                        head.version());
-      bhttp::async_write(
-          stream_, *cont,
-          [self = shared_from_this(), cont, known](beast::error_code ec, std::size_t) {
-            if (ec) return self->close();
-            self->read_body(known);
-          });
+      bhttp::async_write(stream_, *cont,
+                         [self = shared_from_this(), cont](beast::error_code ec, std::size_t) {
+                           if (ec) return self->close();
+                           self->read_body();
+                         });
       return;
     }
-    read_body(known);
+    read_body();
   }
 
-  void read_body(bool known) {
-    bhttp::async_read(stream_, buffer_, *parser_,
-                      [self = shared_from_this(), known](beast::error_code ec, std::size_t) {
-                        self->on_body(ec, known);
+  void read_body() {
+    bhttp::async_read(
+        stream_, buffer_, *parser_,
+        [self = shared_from_this()](beast::error_code ec, std::size_t) { self->on_body(ec); });
+  }
+
+  // Sends `res` once the rest of the request's body is read and thrown away:
+  // a client that writes its whole body before it reads (as most do) then
+  // hears the answer instead of a reset, and nothing of the body is kept. A
+  // body longer than kDrainMax, or one held back for "100 Continue", is not
+  // waited for: the connection closes after the answer.
+  void drain_then_send(Response res) {
+    const auto& head = parser_->get();
+    req_ = {};
+    req_.base() = head.base();  // method, version and keep-alive for send()
+    const std::string label = ctx_.label;
+    if (parser_->is_done()) return send(std::move(res), label, req_.keep_alive());
+    const auto length = parser_->content_length();
+    if (beast::iequals(head[bhttp::field::expect], "100-continue") ||
+        (length && *length > kDrainMax))
+      return send(std::move(res), label, false);
+    drain_.emplace(std::move(*parser_));
+    drain_->body_limit(kDrainMax);
+    auto sp = std::make_shared<Response>(std::move(res));
+    bhttp::async_read(stream_, buffer_, *drain_,
+                      [self = shared_from_this(), sp, label](beast::error_code ec, std::size_t) {
+                        self->timer_.cancel();
+                        self->drain_.reset();
+                        self->send(std::move(*sp), label, !ec && self->req_.keep_alive());
                       });
   }
 
@@ -348,7 +461,7 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     refuse(413, "request body too large", parser_->get().version(), route_label());
   }
 
-  void on_body(beast::error_code ec, bool path_known) {
+  void on_body(beast::error_code ec) {
     timer_.cancel();
     if (ec && timed_out_) ec = beast::error::timeout;
     if (ec == bhttp::error::body_limit) return too_large();
@@ -362,19 +475,19 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
       return refuse(400, "bad request body: " + ec.message(), 11, route_label());
     }
     req_ = parser_->release();
-    if (!route_) {
-      auto status = path_known ? bhttp::status::method_not_allowed : bhttp::status::not_found;
-      auto res = json_response(
-          req_, status,
-          boost::json::object{{"error", path_known ? "method not allowed" : "not found"}});
-      return send(std::move(res), "unmatched", req_.keep_alive());
-    }
     if (route_->upgrade) {
+      // The socket stays counted, now among the push sockets, which may not
+      // take every place.
+      if (!server_.conns_->make_push(*slot_, server_.connection_cap())) {
+        server_.metrics_.count("rongdian_upgrades_refused_total");
+        return send(busy_response(req_), route_->label, false);
+      }
       server_.metrics_.observe(route_->label, 101, 0);
       log(101, route_->label);
       stream_.expires_never();
+      body_grant_.reset();
       auto handler = route_->upgrade;
-      return handler(std::move(stream_), std::move(req_));
+      return handler(std::move(stream_), std::move(req_), slot_);
     }
     if (route_->quick &&
         route_->quick(req_, ctx_, std::make_shared<QuickAnswer>(shared_from_this())))
@@ -414,11 +527,7 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
   void run_heavy() {
     if (server_.cpu_pending_.fetch_add(1) >= server_.cpu_limit_) {
       --server_.cpu_pending_;
-      auto res = json_response(
-          req_, bhttp::status::service_unavailable,
-          boost::json::object{{"error", "busy"}, {"message", "服务器繁忙，请稍后再试"}});
-      res.set(bhttp::field::retry_after, "1");
-      return answer(std::move(res));
+      return answer(busy_response(req_));
     }
     asio::post(server_.cpu(), [self = shared_from_this()] {
       Response res;
@@ -446,7 +555,7 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
 
   void send(Response res, const std::string& label, bool keep_alive) {
     timer_.cancel();
-    if (server_.stopping_) keep_alive = false;
+    if (server_.stopping_ || last_) keep_alive = false;
     res.keep_alive(keep_alive);
     if (req_.method() == bhttp::verb::head) {
       res.content_length(res.body().size());
@@ -477,6 +586,7 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     server_.metrics_.observe(label_, status_, secs);
     log(status_, label_, secs);
     req_ = {};
+    body_grant_.reset();
     if (ec || !keep_alive) return close();
     read_head();
   }
@@ -499,18 +609,23 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
   Server& server_;
   beast::tcp_stream stream_;
   asio::steady_timer timer_;
+  std::shared_ptr<Slot> slot_;
   bool timed_out_ = false;
   beast::flat_buffer buffer_;
   std::optional<bhttp::request_parser<bhttp::string_body>> parser_;
+  std::optional<bhttp::request_parser<DiscardBody>> drain_;
+  ByteBudget::Grant body_grant_;  // the request body's bytes, until answered
   Request req_;
   Context ctx_;
   const Route* route_ = nullptr;
   asio::ip::address peer_;
   std::string remote_;
+  const bool last_;
   std::string label_;
   unsigned status_ = 0;
   bool idle_ = true;
   std::atomic<Phase> phase_{Idle};
+  std::atomic<bool> leaving_{false};
   std::atomic<std::chrono::steady_clock::rep> since_{0};
   std::chrono::steady_clock::time_point started_;
 };
@@ -525,19 +640,21 @@ Server::Server(ServerOptions opts, const Router& router, Metrics& metrics)
       acceptor_(ioc_),
       signals_(ioc_),
       grace_timer_(ioc_),
+      conns_(std::make_shared<ConnectionCounts>(opts_.max_connections_per_block)),
+      bodies_(std::make_shared<ByteBudget>(opts_.body_memory, opts_.body_memory_per_block)),
       accept_retry_(ioc_) {
   // As many descriptors as the system lets this process have.
   rlimit nofile{};
   if (::getrlimit(RLIMIT_NOFILE, &nofile) == 0 && nofile.rlim_cur < nofile.rlim_max) {
     nofile.rlim_cur = nofile.rlim_max;
     ::setrlimit(RLIMIT_NOFILE, &nofile);
-    ::getrlimit(RLIMIT_NOFILE, &nofile);
   }
-  // Room kept for the database, files being written and the worker threads.
-  constexpr long kReserve = 128;
-  const long by_limit = nofile.rlim_cur == RLIM_INFINITY ? 65536 : long(nofile.rlim_cur) - kReserve;
-  max_connections_ =
-      opts_.max_connections > 0 ? opts_.max_connections : int(std::clamp(by_limit, 16L, 1L << 20));
+  metrics_.gauge("rongdian_connections_open",
+                 [c = std::weak_ptr(conns_)] { return c.lock() ? c.lock()->open_count() : 0; });
+  metrics_.gauge("rongdian_push_connections_open",
+                 [c = std::weak_ptr(conns_)] { return c.lock() ? c.lock()->push_count() : 0; });
+  metrics_.gauge("rongdian_body_bytes_in_memory",
+                 [b = std::weak_ptr(bodies_)] { return b.lock() ? double(b.lock()->used()) : 0; });
   set_worker_threads(opts_.worker_threads);
   const int cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
   const int cpu_threads = opts_.cpu_threads > 0 ? opts_.cpu_threads : cores;
@@ -552,8 +669,27 @@ void Server::set_worker_threads(int n) {
 }
 
 Server::~Server() {
+  {
+    std::lock_guard lock(watchdog_mu_);
+    stopped_ = true;
+  }
+  watchdog_cv_.notify_all();
+  if (watchdog_.joinable()) watchdog_.join();
   cpu_->join();
   workers_->join();
+}
+
+// The descriptor limit as it is now (an operator may lower it on a running
+// server), less a reserve: those open before the first connection (database,
+// files, the listening socket) and room for the files requests open, the
+// database connections made later and the connections let in past the cap.
+int Server::connection_cap() const {
+  if (opts_.max_connections > 0) return opts_.max_connections;
+  rlimit nofile{};
+  long limit = 65536;
+  if (::getrlimit(RLIMIT_NOFILE, &nofile) == 0 && nofile.rlim_cur != RLIM_INFINITY)
+    limit = long(nofile.rlim_cur);
+  return int(std::clamp(limit - fd_reserve_, 8L, 1L << 20));
 }
 
 void Server::listen() {
@@ -578,16 +714,46 @@ void Server::do_accept() {
       return accept_failed(ec);
     }
     accept_backoff_ = std::chrono::milliseconds(0);
-    if (live_ >= max_connections_) make_room();
-    auto s = std::make_shared<Session>(*this, std::move(socket));
-    {
-      std::lock_guard lock(sessions_mu_);
-      std::erase_if(sessions_, [](const auto& w) { return w.expired(); });
-      sessions_.push_back(s);
-    }
-    s->start();
+    accepted(std::move(socket));
     do_accept();
   });
+}
+
+// Connections past their block's cap make room in that block, or go; past the
+// total cap, room is made in the block holding the most. When no connection
+// can go (all are answering) a few more are let in for one request each (a
+// health check gets through), and past those the new one goes.
+void Server::accepted(tcp::socket socket) {
+  // How many connections past the cap may come in for one request each.
+  constexpr int kOverflow = 16;
+  beast::error_code ec;
+  const auto peer = socket.remote_endpoint(ec).address();
+  if (ec) return;  // gone already
+  // A proxy's connections carry many clients: counted in the total only.
+  const bool proxy = !opts_.trusted_proxies.empty() && trusted_peer(peer, opts_.trusted_proxies);
+  auto slot = conns_->open(proxy ? std::string() : address_block(peer));
+  const std::string& block = slot->block();
+  if (!block.empty() && conns_->per_block() > 0 && conns_->in_block(block) > conns_->per_block() &&
+      !make_room(block)) {
+    metrics_.count("rongdian_connections_refused_total");
+    return;  // the socket closes here
+  }
+  const int cap = connection_cap();
+  bool last = false;
+  if (conns_->open_count() > cap && !make_room()) {
+    if (conns_->open_count() > cap + kOverflow) {
+      metrics_.count("rongdian_connections_refused_total");
+      return;
+    }
+    last = true;
+  }
+  auto s = std::make_shared<Session>(*this, std::move(socket), peer, std::move(slot), last);
+  {
+    std::lock_guard lock(sessions_mu_);
+    std::erase_if(sessions_, [](const auto& w) { return w.expired(); });
+    sessions_.push_back(s);
+  }
+  s->start();
 }
 
 // Out of descriptors (or memory) the same accept fails again at once: wait a
@@ -598,8 +764,8 @@ void Server::accept_failed(const boost::system::error_code& ec) {
   const auto now = std::chrono::steady_clock::now();
   if (now - accept_logged_ >= std::chrono::seconds(1)) {
     std::cerr << "rongdian-server: accept failed: " << ec.message() << " ("
-              << accept_failures_unlogged_ << " times since the last report; " << live_
-              << " connections open)\n";
+              << accept_failures_unlogged_ << " times since the last report; "
+              << conns_->open_count() << " connections open)\n";
     accept_logged_ = now;
     accept_failures_unlogged_ = 0;
   }
@@ -614,23 +780,33 @@ void Server::accept_failed(const boost::system::error_code& ec) {
 }
 
 // Closes the connection that matters least: the longest idle one, else the
-// one that has been reading its request the longest (a slow client).
-void Server::make_room() {
+// one that has been reading its request the longest (a slow client); with no
+// block given, one of the block that holds the most connections.
+bool Server::make_room(const std::string& block) {
   std::shared_ptr<Session> victim;
   {
     std::lock_guard lock(sessions_mu_);
+    std::unordered_map<std::string, int> held;
+    std::vector<std::shared_ptr<Session>> candidates;
     for (const auto& w : sessions_) {
       auto s = w.lock();
-      if (!s || s->phase() == Session::Answering) continue;
-      if (!victim || (s->phase() < victim->phase()) ||
-          (s->phase() == victim->phase() && s->since() < victim->since()))
-        victim = std::move(s);
+      if (!s || s->phase() == Session::Answering || s->closing()) continue;
+      if (!block.empty() && s->block() != block) continue;
+      ++held[s->block()];
+      candidates.push_back(std::move(s));
     }
+    const auto worse = [&held](const Session& a, const Session& b) {
+      if (held[a.block()] != held[b.block()]) return held[a.block()] > held[b.block()];
+      if (a.phase() != b.phase()) return a.phase() < b.phase();
+      return a.since() < b.since();
+    };
+    for (auto& s : candidates)
+      if (!victim || worse(*s, *victim)) victim = std::move(s);
   }
-  if (victim) {
-    metrics_.count("rongdian_connections_closed_for_room_total");
-    victim->close_for_room();
-  }
+  if (!victim) return false;
+  metrics_.count("rongdian_connections_closed_for_room_total");
+  victim->close_for_room();
+  return true;
 }
 
 void Server::install_signal_handlers() {
@@ -648,6 +824,7 @@ void Server::add_stop_hook(std::function<void()> hook) { stop_hooks_.push_back(s
 void Server::stop() {
   asio::post(ioc_, [this] {
     if (stopping_.exchange(true)) return;
+    arm_watchdog();
     beast::error_code ec;
     acceptor_.close(ec);
     accept_retry_.cancel();
@@ -669,12 +846,19 @@ void Server::wait_for_sessions() {
   {
     std::lock_guard lock(sessions_mu_);
     std::erase_if(sessions_, [](const auto& w) { return w.expired(); });
-    any = !sessions_.empty();
+    any = !sessions_.empty() || conns_->open_count() > 0;  // push sockets too
   }
-  if (!any) return;  // nothing left: run() returns once the io_context runs dry
+  if (!any) {
+    // Timers of connections closed already need not run out.
+    ioc_.stop();
+    return;
+  }
   if (std::chrono::steady_clock::now() >= stop_deadline_) {
     std::cerr
         << "rongdian-server: requests still running after the grace period; stopping anyway\n";
+    // Work not begun is dropped; what runs has until the watchdog's turn.
+    workers_->stop();
+    cpu_->stop();
     ioc_.stop();
     return;
   }
@@ -684,8 +868,31 @@ void Server::wait_for_sessions() {
   });
 }
 
+// Whatever holds the process up after a stop began (a handler stuck on its
+// database, a subsystem that does not let go) is not waited for past a few
+// seconds after the grace period.
+void Server::arm_watchdog() {
+  const auto limit = opts_.stop_grace + std::chrono::seconds(5);
+  watchdog_ = std::thread([this, limit] {
+    std::unique_lock lock(watchdog_mu_);
+    if (watchdog_cv_.wait_for(lock, limit, [this] { return stopped_; })) return;
+    std::cerr << "rongdian-server: still not stopped " << limit.count()
+              << " s after the stop began; exiting now\n";
+    std::_Exit(1);
+  });
+}
+
 void Server::run() {
   if (!acceptor_.is_open()) listen();
+  {
+    // What is open now stays open (database, files, the listening socket).
+    std::error_code ec;
+    long open = 0;
+    for (auto it = std::filesystem::directory_iterator("/proc/self/fd", ec);
+         !ec && it != std::filesystem::directory_iterator(); it.increment(ec))
+      ++open;
+    fd_reserve_ = open + 64;
+  }
   guard_ = std::make_unique<asio::executor_work_guard<asio::io_context::executor_type>>(
       ioc_.get_executor());
   do_accept();

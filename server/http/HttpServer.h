@@ -1,6 +1,8 @@
 // HTTP/1.1 server core of rongdian-server: keep-alive connections on Asio,
 // request handlers on a worker pool, per-route body limits, idle timeouts,
-// metrics and one log line per request, and a graceful stop.
+// connections and request bodies in memory bounded per address block and in
+// total, metrics and one log line per request, and a stop that ends within
+// seconds.
 #pragma once
 
 #include <atomic>
@@ -8,14 +10,17 @@
 #include <boost/beast.hpp>
 #include <boost/json.hpp>
 #include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "http/Limits.h"
 #include "http/Metrics.h"
 
 namespace rd::http {
@@ -52,9 +57,16 @@ class Answer {
 // block or throw: true when it took the request (and answers through the
 // Answer), false to leave it to the handler.
 using QuickHandler = std::function<bool(const Request&, Context&, std::shared_ptr<Answer>)>;
+// Runs on the connection's thread once the request head is read, before the
+// body, and must not block: a response refuses the request (e.g. a wrong key
+// in the query) without the body being kept; nullopt lets it go on.
+using Precheck = std::function<std::optional<Response>(const Request& head, Context&)>;
+// The connection's place in the server's counts; whoever owns the socket
+// holds it while the socket is open.
+using Slot = ConnectionCounts::Slot;
 // Takes over the connection after the request head and body were read (used
 // for WebSocket upgrades). Runs on the connection's executor.
-using UpgradeHandler = std::function<void(beast::tcp_stream, Request)>;
+using UpgradeHandler = std::function<void(beast::tcp_stream, Request, std::shared_ptr<Slot>)>;
 
 struct Route {
   bhttp::verb method = bhttp::verb::unknown;  // unknown: any method
@@ -64,6 +76,7 @@ struct Route {
   std::string label;
   Handler handler;
   QuickHandler quick;
+  Precheck precheck;
   UpgradeHandler upgrade;
   // True for requests whose handler is processor-bound (password hashing,
   // detection, image decoding): they run on the server's bounded CPU pool,
@@ -83,6 +96,8 @@ class Router {
   // Route::heavy); an empty predicate marks them all.
   void set_heavy(bhttp::verb method, const std::string& path,
                  std::function<bool(const Request&, const Context&)> heavy = {});
+  // Gives the route added for `method` and `path` a check of its head.
+  void set_precheck(bhttp::verb method, const std::string& path, Precheck p);
   // A GET with "Upgrade: websocket" on `path` is handed to `h`.
   void add_upgrade(std::string path, UpgradeHandler h, std::string label = {});
 
@@ -92,6 +107,8 @@ class Router {
                     bool& path_known) const;
 
  private:
+  // The route added for `method` and `path`; throws std::logic_error naming `what` when none.
+  Route& route(bhttp::verb method, const std::string& path, const char* what);
   std::vector<Route> routes_;
 };
 
@@ -102,10 +119,19 @@ struct ServerOptions {
   int worker_threads = 0;  // 0: one per core
   std::chrono::seconds idle_timeout{30};
   std::chrono::seconds request_timeout{30};
+  // Requests in flight at a stop get this long; whatever still runs a few
+  // seconds later is abandoned and the process ends.
   std::chrono::seconds stop_grace{10};
-  // Connections at most; past it the longest idle or slowest-reading one is
-  // closed for a new one. 0: from the descriptor limit, less a reserve.
+  // Connections at most, push sockets included; past it the longest idle or
+  // slowest-reading one is closed for a new one (from the address block that
+  // holds the most). 0: the descriptor limit less those open at start and a
+  // reserve.
   int max_connections = 0;
+  int max_connections_per_block = 256;  // per address block (IPv4 /24, IPv6 /64); 0: no cap
+  // Request bodies held in memory at most, in total and per address block of
+  // the clients sending them; past it a request gets 503 (0: no cap).
+  std::size_t body_memory = std::size_t(256) << 20;
+  std::size_t body_memory_per_block = std::size_t(32) << 20;
   int cpu_threads = 0;  // threads of the CPU pool; 0: one per core
   int cpu_queue = 0;    // heavy requests waiting or running at most; 0: 16 per CPU thread
   bool log_requests = true;
@@ -143,6 +169,7 @@ class Server {
   asio::io_context& io() { return ioc_; }
   asio::thread_pool& workers() { return *workers_; }
   asio::thread_pool& cpu() { return *cpu_; }
+  const ConnectionCounts& connections() const { return *conns_; }
   // A worker pool of `n` threads (0: one per core) in place of the first;
   // only before anything took workers() and before run().
   void set_worker_threads(int n);
@@ -150,9 +177,14 @@ class Server {
  private:
   class Session;
   void do_accept();
+  void accepted(tcp::socket socket);
   void accept_failed(const boost::system::error_code& ec);
-  void make_room();
+  // Closes the least needed connection of `block` (any block: of the one
+  // holding the most); false when none could go.
+  bool make_room(const std::string& block = {});
+  int connection_cap() const;
   void wait_for_sessions();
+  void arm_watchdog();
 
   ServerOptions opts_;
   const Router& router_;
@@ -172,12 +204,18 @@ class Server {
   std::mutex sessions_mu_;
   std::vector<std::weak_ptr<Session>> sessions_;
   std::unique_ptr<asio::executor_work_guard<asio::io_context::executor_type>> guard_;
-  int max_connections_ = 0;
-  std::atomic<int> live_{0};  // sessions alive
+  std::shared_ptr<ConnectionCounts> conns_;
+  std::shared_ptr<ByteBudget> bodies_;
+  long fd_reserve_ = 128;  // descriptors kept back from connections (see connection_cap)
   asio::steady_timer accept_retry_;
   std::chrono::milliseconds accept_backoff_{0};
   std::chrono::steady_clock::time_point accept_logged_{};
   long accept_failures_unlogged_ = 0;
+  // Ends the process when a stop overruns its grace by far.
+  std::thread watchdog_;
+  std::mutex watchdog_mu_;
+  std::condition_variable watchdog_cv_;
+  bool stopped_ = false;
 };
 
 // Helpers for handlers.
@@ -186,5 +224,11 @@ Response text_response(const Request& req, bhttp::status status, std::string bod
                        std::string content_type = "text/plain; charset=utf-8");
 // A response with a non-standard numeric status code (e.g. 614 or 579).
 Response json_response(const Request& req, unsigned status, const boost::json::value& body);
+// 503 {"error":"busy", "message": ...} with Retry-After: 1.
+Response busy_response(const Request& req);
+// What a request's Transfer-Encoding asks that this server cannot do: 0 when
+// nothing (none, or "chunked" alone), 400 when "chunked" is not the last
+// coding or comes twice, 501 for any other coding (gzip, ...).
+unsigned transfer_encoding_problem(std::string_view codings);
 
 }  // namespace rd::http

@@ -20,6 +20,11 @@ void Metrics::count(const std::string& name, double delta) {
   counters_[name] += delta;
 }
 
+void Metrics::gauge(const std::string& name, std::function<double()> read) {
+  std::lock_guard lock(mu_);
+  gauges_[name] = std::move(read);
+}
+
 static std::string escape_label(const std::string& v) {
   std::string out;
   for (char c : v) {
@@ -59,6 +64,7 @@ std::string Metrics::render() const {
     o << "rongdian_request_seconds_count{route=\"" << l << "\"} " << s.count << "\n";
   }
   for (const auto& [name, v] : counters_) o << name << " " << v << "\n";
+  for (const auto& [name, read] : gauges_) o << name << " " << read() << "\n";
   return o.str();
 }
 

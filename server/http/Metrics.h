@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -12,7 +13,9 @@ class Metrics {
  public:
   void observe(const std::string& label, unsigned status, double seconds);
   void count(const std::string& name, double delta = 1.0);  // free-form counter
-  std::string render() const;                              // text exposition format
+  // A value read when the metrics are rendered (e.g. connections open).
+  void gauge(const std::string& name, std::function<double()> read);
+  std::string render() const;  // text exposition format
 
  private:
   static constexpr std::array<double, 12> kBuckets{0.0005, 0.001, 0.0025, 0.005, 0.01, 0.025,
@@ -27,6 +30,7 @@ class Metrics {
   mutable std::mutex mu_;
   std::map<std::string, Series> series_;
   std::map<std::string, double> counters_;
+  std::map<std::string, std::function<double()>> gauges_;
 };
 
 }  // namespace rd::http

@@ -84,11 +84,16 @@ class SqlitePending : public PendingStore {
     return out;
   }
 
-  void remove(const std::string& token, std::int64_t id) override {
+  void remove(const std::string& token, const std::vector<std::int64_t>& ids) override {
+    if (ids.empty()) return;
+    std::string sql = "DELETE FROM push_pending WHERE device_token = ? AND id IN (?";
+    for (std::size_t i = 1; i < ids.size(); ++i) sql += ",?";
+    sql += ")";
     std::lock_guard lock(mu_);
-    Stmt d(db_, "DELETE FROM push_pending WHERE device_token = ? AND id = ?");
+    Stmt d(db_, sql.c_str());
     d.text(1, token);
-    sqlite3_bind_int64(d.s, 2, id);
+    for (std::size_t i = 0; i < ids.size(); ++i)
+      sqlite3_bind_int64(d.s, static_cast<int>(i) + 2, ids[i]);
     d.done();
   }
 
@@ -197,10 +202,14 @@ class PgPending : public PendingStore {
     return out;
   }
 
-  void remove(const std::string& token, std::int64_t id) override {
+  void remove(const std::string& token, const std::vector<std::int64_t>& ids) override {
+    if (ids.empty()) return;
+    std::string array = "{";
+    for (auto id : ids) array += (array.size() > 1 ? "," : "") + std::to_string(id);
+    array += "}";
     std::lock_guard lock(mu_);
-    run("DELETE FROM push_pending WHERE device_token = $1 AND id = $2",
-        {token, std::to_string(id)});
+    run("DELETE FROM push_pending WHERE device_token = $1 AND id = ANY($2::bigint[])",
+        {token, array});
   }
 
   void watch(AddedFn fn) override {

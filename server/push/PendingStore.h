@@ -27,7 +27,8 @@ class PendingStore {
   virtual std::int64_t add(const std::string& device_token, const std::string& payload) = 0;
   // The device's payloads, oldest first.
   virtual std::vector<PendingPush> list(const std::string& device_token) = 0;
-  virtual void remove(const std::string& device_token, std::int64_t id) = 0;
+  // Forgets those of `ids` that are the device's, in one statement.
+  virtual void remove(const std::string& device_token, const std::vector<std::int64_t>& ids) = 0;
   // Starts reporting additions to `fn` (from any thread).
   virtual void watch(AddedFn fn) = 0;
   // Stops the reports; no call to the watcher runs after this returns.

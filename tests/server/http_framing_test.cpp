@@ -2,12 +2,7 @@
 // ("Expect: 100-continue", bodies that end early or are malformed, stalled
 // heads) and floods of processor-bound requests, and what /healthz says when a
 // part of the server fails.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -19,45 +14,11 @@
 #include <vector>
 
 #include "api_testing.h"
+#include "raw_testing.h"
 
 namespace {
 
-// One raw connection to the server on loopback.
-class Raw {
- public:
-  explicit Raw(unsigned short port) : fd_(::socket(AF_INET, SOCK_STREAM, 0)) {
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(port);
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    connected_ = ::connect(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
-  }
-  ~Raw() { ::close(fd_); }
-  bool connected() const { return connected_; }
-  void send(const std::string& s) {
-    ASSERT_EQ(::send(fd_, s.data(), s.size(), MSG_NOSIGNAL), ssize_t(s.size()));
-  }
-  void end_sending() { ::shutdown(fd_, SHUT_WR); }
-  // What arrives until `until` is in it, the peer closes, or `ms` pass.
-  std::string read(const std::string& until = {}, int ms = 10000) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    while (std::chrono::steady_clock::now() < end) {
-      if (!until.empty() && got_.find(until) != std::string::npos) break;
-      pollfd p{fd_, POLLIN, 0};
-      if (::poll(&p, 1, 50) <= 0) continue;
-      char buf[4096];
-      const ssize_t n = ::recv(fd_, buf, sizeof buf, 0);
-      if (n <= 0) break;
-      got_.append(buf, size_t(n));
-    }
-    return got_;
-  }
-
- private:
-  int fd_;
-  bool connected_ = false;
-  std::string got_;
-};
+using rdtest::Raw;
 
 const std::string kJsonHead =
     "POST /api?cmd=rd_get_item HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n";
@@ -149,12 +110,7 @@ TEST(Busy, AFloodOfLoginsIsBoundedAndLeavesTheRestAnswering) {
   EXPECT_LE(busy, kLogins - 1);  // the first one runs
 }
 
-// The value of a counter on /metrics, 0 when absent.
-double metric(unsigned short port, const std::string& name) {
-  const auto text = rdtest::http_request(port, "GET", "/metrics").body;
-  const auto at = text.find("\n" + name + " ");
-  return at == std::string::npos ? 0 : std::stod(text.substr(at + name.size() + 2));
-}
+using rdtest::metric;
 
 TEST(Connections, AtTheCapTheLongestIdleOneMakesRoom) {
   rdtest::ServerProcess s({"--max-connections", "4"});

@@ -45,9 +45,16 @@ ServerProcess::ServerProcess(std::vector<std::string> extra_args, std::string da
   } else {
     data_dir_ = std::move(data_dir);
   }
-  // The tests run on the built-in development keys.
-  std::vector<std::string> args = {RD_SERVER_BINARY, "--listen", "127.0.0.1:0",  "--data",
-                                   data_dir_,        "--quiet",  "--development"};
+  // The tests run on the built-in development keys. RD_TEST_SERVER_BINARY
+  // runs another build (a benchmark's "before").
+  const char* other = std::getenv("RD_TEST_SERVER_BINARY");
+  std::vector<std::string> args = {other && *other ? other : RD_SERVER_BINARY,
+                                   "--listen",
+                                   "127.0.0.1:0",
+                                   "--data",
+                                   data_dir_,
+                                   "--quiet",
+                                   "--development"};
   args.insert(args.end(), extra_args.begin(), extra_args.end());
 
   int out[2];

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "http/Limits.h"
+
 namespace rd::server {
 struct Services;
 }
@@ -60,10 +62,9 @@ class RateLimiter {
   std::chrono::steady_clock::time_point last_sweep_{};
 };
 
-// The block a client address belongs to: "a.b.c.0/24" for IPv4 (also when
-// written as an IPv4-mapped IPv6 address), the first 64 bits and "/64" for
-// IPv6. Text that is no address is its own block.
-std::string address_block(const std::string& address);
+// The block a client address belongs to (IPv4 /24, IPv6 /64): one definition,
+// the connection limits' own.
+using http::address_block;
 
 // A cap per client address and, at `kBlockFactor` times it, per address
 // block: many addresses of one network count together. Thread-safe.

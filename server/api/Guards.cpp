@@ -1,12 +1,10 @@
 // Passwords, ids, rate limits, text lengths and times for the api.
-#include <arpa/inet.h>
 #include <sodium.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <stdexcept>
@@ -120,21 +118,6 @@ bool RateLimiter::allow(const std::string& key, std::chrono::steady_clock::time_
   if (w.used >= limit_) return false;
   ++w.used;
   return true;
-}
-
-std::string address_block(const std::string& address) {
-  unsigned char raw[16];
-  if (::inet_pton(AF_INET, address.c_str(), raw) == 1)
-    return std::to_string(raw[0]) + "." + std::to_string(raw[1]) + "." + std::to_string(raw[2]) +
-           ".0/24";
-  if (::inet_pton(AF_INET6, address.c_str(), raw) != 1) return address;
-  static constexpr unsigned char mapped[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
-  if (std::memcmp(raw, mapped, sizeof mapped) == 0)
-    return std::to_string(raw[12]) + "." + std::to_string(raw[13]) + "." + std::to_string(raw[14]) +
-           ".0/24";
-  char hex[17];
-  for (int i = 0; i < 8; ++i) std::snprintf(hex + 2 * i, 3, "%02x", raw[i]);
-  return std::string(hex, 16) + "/64";
 }
 
 namespace {

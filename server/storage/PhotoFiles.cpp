@@ -174,22 +174,6 @@ std::string file_name(std::string_view key) {
 
 std::string url_path(std::string_view key) { return percent_encode(key, "._-~/"); }
 
-std::string address_block(const std::string& address) {
-  boost::system::error_code ec;
-  auto a = boost::asio::ip::make_address(address, ec);
-  if (ec) return address;
-  if (a.is_v6() && a.to_v6().is_v4_mapped())
-    a = boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, a.to_v6());
-  if (a.is_v4()) {
-    auto b = a.to_v4().to_bytes();
-    b[3] = 0;
-    return boost::asio::ip::address_v4(b).to_string() + "/24";
-  }
-  auto b = a.to_v6().to_bytes();
-  std::fill(b.begin() + 8, b.end(), 0);
-  return boost::asio::ip::address_v6(b).to_string() + "/64";
-}
-
 PhotoFiles::PhotoFiles(std::filesystem::path dir, std::string public_prefix, std::string app_prefix,
                        bool app_prefix_outside, std::optional<UploadLimits> limits)
     : dir_(std::move(dir)),

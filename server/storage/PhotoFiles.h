@@ -43,9 +43,6 @@ std::string file_name(std::string_view key);
 // The key percent-encoded for a URL path ("/" kept).
 std::string url_path(std::string_view key);
 
-// The address block an upload counts against: an IPv4 /24 or an IPv6 /64.
-std::string address_block(const std::string& address);
-
 struct UploadLimits {
   int per_block = 50;                          // unpublished uploads per address block
   std::int64_t unpublished_bytes = 1LL << 30;  // all unpublished uploads together

@@ -9,6 +9,7 @@
 #include <iostream>
 #include <opencv2/core.hpp>
 
+#include "http/Limits.h"
 #include "http/Multipart.h"
 #include "storage/UploadToken.h"
 
@@ -196,7 +197,7 @@ http::Response Uploads::handle(const http::Request& req, const http::Context& ct
                        "invalid key: 1 to " + std::to_string(kMaxKeyBytes) + " bytes of UTF-8");
 
   // Room for it, before any decoding.
-  const std::string block = address_block(ctx.remote_address);
+  const std::string block = http::address_block(ctx.remote_address);
   if (auto no = files_->admit(block, data.size())) return error_reply(req, no->first, no->second);
   try {
     engine::decode_image(data, photo_limits());

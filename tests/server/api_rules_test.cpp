@@ -300,7 +300,7 @@ TEST(RulesGuards, AddressBlocks) {
   using rd::api::address_block;
   EXPECT_EQ(address_block("203.0.113.9"), "203.0.113.0/24");
   EXPECT_EQ(address_block("::ffff:203.0.113.77"), "203.0.113.0/24");
-  EXPECT_EQ(address_block("2001:db8:1:2:3:4:5:6"), "20010db800010002/64");
+  EXPECT_EQ(address_block("2001:db8:1:2:3:4:5:6"), "2001:db8:1:2::/64");
   EXPECT_EQ(address_block("2001:db8:1:2::"), address_block("2001:db8:1:2:ffff::1"));
   EXPECT_NE(address_block("2001:db8:1:2::"), address_block("2001:db8:1:3::"));
   EXPECT_EQ(address_block("not an address"), "not an address");

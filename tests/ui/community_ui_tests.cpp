@@ -136,6 +136,16 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   ASSERT_TRUE(waitUntil([&] { return like->isEnabled(); }));
   EXPECT_EQ(text(like), "赞(1)");
   EXPECT_EQ(text(item(page, "labScore")), "220");
+  // Tapped again: the server refuses the repeat; its message comes after the
+  // thank-you, not in its place, and the counted numbers stay.
+  press(like);
+  ASSERT_TRUE(
+      waitUntil([] { return barShown().join("\n").contains("你已经赞过这张照片了"); }, 8000));
+  const QString bars = barShown().join("\n");
+  EXPECT_LT(bars.indexOf("感谢您为小红增加100容点。"), bars.indexOf("你已经赞过这张照片了"));
+  ASSERT_TRUE(waitUntil([&] { return like->isEnabled(); }));
+  EXPECT_EQ(text(like), "赞(1)");
+  EXPECT_EQ(text(item(page, "labScore")), "220");
 
   // Comments: 2 to 60 characters.
   QQuickItem* input = item(page, "textView");
@@ -219,6 +229,12 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
     QQuickItem* h = item("ShowOneCell");
     return h && text(item(h, "labComment")) == "1";
   })) << text(item(item("ShowOneCell"), "labComment")).toStdString();
+  // The card was built anew: nothing of the dislike's look carries over, and
+  // the server counted the dislike as the app showed it (a like more).
+  QQuickItem* rebuilt = item("ShowOneCell");
+  EXPECT_FALSE(item(rebuilt, "btnunLike")->property("liked").toBool());
+  EXPECT_EQ(text(item(rebuilt, "btnunLike")), "差(1)");
+  EXPECT_EQ(text(item(rebuilt, "btnLike")), QString("赞(%1)").arg(likesBefore.toInt() + 1));
 
   // The owner: his badge, his photos (badges clear), a deletion.
   LocalUserInfo::clearUserInfo();
@@ -247,12 +263,15 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   screenshot("community_my_photos");
   const QString gone = recordMap(rowOf(myTable, 0))["itemId"].toString();
   clearHudShown();
+  int listLoads = 0;
+  QObject::connect(HeadApi::manager(), &QNetworkAccessManager::finished,
+                   [&](QNetworkReply* r) { listLoads += r->url().query().contains("list_items"); });
   press(item(mine, "deleteButton0"));
-  // The own list reloads without it ("itemDleteSucceed"), the message stays
-  // up, and the home feed drops it too.
+  // Its row goes where it stands, nothing reloads ("itemDleteSucceed"), the
+  // message stays up, and the home feed drops it too.
   ASSERT_TRUE(waitUntil([&] { return myTable->property("count").toInt() == 1; }));
-  EXPECT_EQ(hudShown(),
-            (QStringList{"waiting:删除战场中...", "waiting:加载中...", "success:删除成功"}));
+  EXPECT_EQ(hudShown(), (QStringList{"waiting:删除战场中...", "success:删除成功"}));
+  EXPECT_EQ(listLoads, 0);
   ASSERT_EQ(showTable->property("count").toInt(), 1);
   EXPECT_NE(recordMap(rowOf(showTable, 0))["itemId"], gone);
 
@@ -403,10 +422,11 @@ TEST(CommunityUi, NewestFeedPagesToTheEndAndTheRankingNeedsTheMenu) {
   ASSERT_TRUE(waitUntil([&] { return list->property("originY").toDouble() < 0; }));
   EXPECT_DOUBLE_EQ(list->property("contentY").toDouble(), list->property("originY").toDouble());
   auto* base = qobject_cast<BaseTableView*>(table);
-  // Scrolled to its end, the list asks for the next page by itself.
+  // Dragged past its end, the list loads the next page.
   const auto pageOnce = [&] {
     const int before = base->rowCount();
     QMetaObject::invokeMethod(list, "positionViewAtEnd");
+    list->setProperty("contentY", list->property("contentY").toDouble() + 1);
     waitUntil(
         [&] {
           return !base->isLoadingMore() &&

@@ -225,10 +225,10 @@ TEST(Overlays, AlertsQueueAndTheProgressDisplayTimesOut) {
   auto* hud = ProgressHud::instance();
   clearHudShown();  // the home screen's failed loads at start
   hud->showWithStatus("计算中...");
-  EXPECT_TRUE(hud->modal());
+  EXPECT_TRUE(hud->waiting());
   EXPECT_EQ(uitest::text(item("hudText")), "计算中...");
   hud->showErrorWithStatus("请重新登录");
-  EXPECT_FALSE(hud->modal());
+  EXPECT_FALSE(hud->waiting());
   ASSERT_TRUE(waitUntil([&] { return !hud->visible(); }, 5000));
   EXPECT_EQ(hudShown(), (QStringList{"waiting:计算中...", "error:请重新登录", "hidden:"}));
 }

@@ -67,11 +67,19 @@ Item {
             feeds.arrHead = [Items.topItem]
         }
     }
+    // The badge is the signed-in account's: any refresh of it (a log-in, a
+    // sign-up, a push) brings its count; a log-out takes it away.
     Connections {
         target: Session
         function onUserRefreshed(request, user) {
             if (request === feeds.userRequest)
                 feeds.userLoaded(user)
+            else if (feeds.menusVC)
+                feeds.menusVC.setleftBtnRedNum(user.numComments)
+        }
+        function onSessionChanged() {
+            if (!Session.loggedIn && feeds.menusVC)
+                feeds.menusVC.setleftBtnRedNum(0)
         }
     }
     Connections {
@@ -90,6 +98,23 @@ Item {
     ShowTableView {
         id: showTable
         onPagerPageRequested: page => feeds.scrollPager(page)
+        // Fresh rows (a pull too) hold the top item's numbers as the server
+        // counts them now: the card shows them.
+        onRowsReplaced: {
+            if (feeds.arrHead.length === 0)
+                return
+            const top = feeds.arrHead[0]
+            for (let i = 0; i < showTable.count; ++i) {
+                const row = FeedRows.toMap(showTable.get(i))
+                if (row.itemId !== top.itemId)
+                    continue
+                if (row.like !== top.like || row.unlike !== top.unlike
+                        || row.lookscorebasis !== top.lookscorebasis
+                        || row.commentNum !== top.commentNum)
+                    feeds.arrHead = [row]
+                return
+            }
+        }
     }
     ValueTableView {
         id: valueTable
@@ -109,9 +134,11 @@ Item {
     }
     Connections {
         target: Notices
+        // A new photo may be the new top item as well.
         function onSharMessageSuccded() {
             showTable.refreshData()
             showView.positionViewAtBeginning()
+            feeds.loadFristPoint()
         }
         function onClearAllNewsNum() {
             if (feeds.menusVC)
@@ -197,13 +224,25 @@ Item {
     }
     Component {
         id: headerComponent
-        ShowCell {
-            width: ListView.view.width
-            header: true
-            item: (ListView.view as FeedList).headerRecord
-            color: "white"
-            onTapped: (ListView.view as FeedList).rowTapped(shown)
-            onHeadTapped: (ListView.view as FeedList).rowTapped(shown)
+        Item {
+            id: headerBox
+            readonly property FeedList list: ListView.view as FeedList
+            width: list ? list.width : 0
+            height: 110
+            // Each top item gets a card of its own: nothing of the last one's
+            // votes (green buttons, its "差(n)") carries over.
+            Repeater {
+                model: headerBox.list && headerBox.list.headerRecord ? [headerBox.list.headerRecord] : []
+                delegate: ShowCell {
+                    required property var modelData
+                    width: headerBox.width
+                    header: true
+                    item: modelData
+                    color: "white"
+                    onTapped: headerBox.list.rowTapped(shown)
+                    onHeadTapped: headerBox.list.rowTapped(shown)
+                }
+            }
         }
     }
 

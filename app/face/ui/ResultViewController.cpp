@@ -11,6 +11,7 @@
 #include "service/LocalUserInfo.h"
 #include "service/UserInfoApi.h"
 #include "shell/NotificationCenter.h"
+#include "shell/RequestScope.h"
 #include "shell/ui/AlertCenter.h"
 #include "shell/ui/AppDelegate.h"
 #include "shell/ui/ProgressHud.h"
@@ -89,6 +90,7 @@ void ResultViewController::viewWillAppear() {
 
 void ResultViewController::loadUserInfoData() {
   ProgressHud::instance()->showWithStatus(kLoadingText);
+  RequestScope scope(this);
   const UserInfo user = LocalUserInfo::getUserInfo();
   UserInfoApi::getUserInfo(user.userinfoId, LocalUserInfo::tokenID(), QStringLiteral("rd_get_user"),
                            [](const UserInfo&) { ProgressHud::instance()->dismiss(); });

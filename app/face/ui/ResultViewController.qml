@@ -144,7 +144,7 @@ BaseViewController {
                     // Busy while the upload and the publish command run; a
                     // refused publish command (its error replaces the waiting
                     // display) lets the user try again.
-                    enabled: screen.vc && !(screen.vc.publishing && Hud.modal)
+                    enabled: screen.vc && !(screen.vc.publishing && Hud.waiting)
                     implicitWidth: 120
                     font.pixelSize: 16
                     onClicked: screen.vc.addMessage()

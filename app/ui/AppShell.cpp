@@ -94,7 +94,7 @@ bool AppShell::start(const Options& options) {
   // The screen a person waits on: the pop-up when one is up, else the top screen.
   RequestScope::setScreenProvider([this]() -> QObject* {
     auto* w = window();
-    auto* popup = w ? qvariant_cast<QQuickItem*>(w->property("popup")) : nullptr;
+    auto* popup = w ? qvariant_cast<QObject*>(w->property("popup")) : nullptr;
     return popup ? popup : static_cast<QObject*>(currentScreen());
   });
   delegate_->setRootBuilder([this]() -> QObject* {

@@ -18,7 +18,7 @@ ApplicationWindow {
 
     // The navigation stack and the pop-up shown, as the shell reads them.
     readonly property StackView navigation: stack
-    readonly property Item popup: popupHost.popup
+    readonly property QtObject popup: popupHost.popup
 
     StackView {
         id: stack

@@ -10,6 +10,19 @@ Item {
     objectName: "MenusFeeds"
     property var menusVC: null
     property var arrHead: []
+    // Each top item gets a card of its own: nothing of the last one's votes
+    // (green buttons, its "差(n)") carries over. The old card goes first.
+    property bool headerBuilt: true
+    function showTop(record) {
+        headerBuilt = false
+        arrHead = [record]
+        headerRebuild.restart()
+    }
+    Timer {
+        id: headerRebuild
+        interval: 0
+        onTriggered: feeds.headerBuilt = true
+    }
     property int pages: 1
     property alias aScrollView: pager
     property alias showTableView: showTable
@@ -64,7 +77,7 @@ Item {
             valueTable.updateRecords("itemId", changed)
         }
         function onTopItemChanged() {
-            feeds.arrHead = [Items.topItem]
+            feeds.showTop(Items.topItem)
         }
     }
     // The badge is the signed-in account's: any refresh of it (a log-in, a
@@ -111,7 +124,7 @@ Item {
                 if (row.like !== top.like || row.unlike !== top.unlike
                         || row.lookscorebasis !== top.lookscorebasis
                         || row.commentNum !== top.commentNum)
-                    feeds.arrHead = [row]
+                    feeds.showTop(row)
                 return
             }
         }
@@ -190,7 +203,7 @@ Item {
             }
             // The top item; a tap anywhere on it opens its page.
             headerRecord: feeds.arrHead.length > 0 ? feeds.arrHead[0] : null
-            header: feeds.arrHead.length > 0 ? headerComponent : null
+            header: feeds.arrHead.length > 0 && feeds.headerBuilt ? headerComponent : null
             delegate: ShowCell {
                 required property var modelData
                 width: ListView.view.width
@@ -224,25 +237,13 @@ Item {
     }
     Component {
         id: headerComponent
-        Item {
-            id: headerBox
-            readonly property FeedList list: ListView.view as FeedList
-            width: list ? list.width : 0
-            height: 110
-            // Each top item gets a card of its own: nothing of the last one's
-            // votes (green buttons, its "差(n)") carries over.
-            Repeater {
-                model: headerBox.list && headerBox.list.headerRecord ? [headerBox.list.headerRecord] : []
-                delegate: ShowCell {
-                    required property var modelData
-                    width: headerBox.width
-                    header: true
-                    item: modelData
-                    color: "white"
-                    onTapped: headerBox.list.rowTapped(shown)
-                    onHeadTapped: headerBox.list.rowTapped(shown)
-                }
-            }
+        ShowCell {
+            width: ListView.view.width
+            header: true
+            item: (ListView.view as FeedList).headerRecord
+            color: "white"
+            onTapped: (ListView.view as FeedList).rowTapped(shown)
+            onHeadTapped: (ListView.view as FeedList).rowTapped(shown)
         }
     }
 

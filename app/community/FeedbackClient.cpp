@@ -13,6 +13,7 @@
 #include "service/HeadApi.h"
 #include "service/LocalUserInfo.h"
 #include "shell/ProgressDisplay.h"
+#include "shell/RequestScope.h"
 
 namespace {
 
@@ -85,7 +86,7 @@ void FeedbackClient::send(const QString& text, const QString& voicePath, Done do
   }
 
   QNetworkRequest req{QUrl(Endpoints::feedbackUrl())};
-  req.setTransferTimeout(60000);
+  req.setTransferTimeout(RequestScope::kUploadStallMs);
   QNetworkReply* reply = HeadApi::manager()->post(req, form);
   form->setParent(reply);
   QObject::connect(reply, &QNetworkReply::finished, reply, [reply, done] {

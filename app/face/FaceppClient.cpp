@@ -16,6 +16,7 @@
 #include "face/Ka_Json.h"
 #include "shell/CustomTools.h"
 #include "shell/NotificationCenter.h"
+#include "shell/RequestScope.h"
 
 Q_LOGGING_CATEGORY(lcFacepp, "rongdian.facepp")
 
@@ -62,8 +63,9 @@ Exchange exchange(const QString& url, const QByteArray& contentType,
                   const std::optional<QByteArray>& body) {
   QNetworkAccessManager nam;
   QNetworkRequest request(QUrl::fromEncoded(url.toUtf8()));
-  // No timeout of our own: the usual 60 seconds of a platform request.
-  request.setTransferTimeout(60000);
+  // The photo goes up, then the service works on it: given up only when
+  // nothing moves for a while.
+  request.setTransferTimeout(RequestScope::kUploadStallMs);
   QNetworkReply* reply = nullptr;
   if (body) {
     request.setHeader(QNetworkRequest::ContentTypeHeader, contentType);

@@ -15,6 +15,7 @@
 #include "shell/CustomTools.h"
 #include "shell/NotificationCenter.h"
 #include "shell/ProgressDisplay.h"
+#include "shell/RequestScope.h"
 
 namespace {
 
@@ -98,6 +99,8 @@ void PhotoPublisher::addMessageSuccess(const QString& message, const QImage& pho
     emit uploadFailed();
     return;
   }
+  // The upload and the item belong to this publisher (and its screen).
+  RequestScope scope(this);
   simpleUpload(documentsDir() + QLatin1Char('/') + imgLocationName, imgLocationName);
 }
 
@@ -105,6 +108,7 @@ void PhotoPublisher::onSucceeded(const QString&, const QJsonObject& ret) {
   ProgressDisplay::show(QStringLiteral("正在打扫战场"));
   const QString url = publicUrl(ret.value(QStringLiteral("key")).toVariant().toString());
   QPointer<PhotoPublisher> self(this);
+  RequestScope scope(this);
   ItemApi::createItem(
       LocalUserInfo::getUserInfo().userinfoId, url, allResultPoint, isenablePhoto, userMessage,
       QStringLiteral("rd_add_item"), [self](bool) {

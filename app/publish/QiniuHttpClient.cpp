@@ -5,13 +5,13 @@
 #include <QJsonDocument>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QPointer>
 
 #include "service/HeadApi.h"
 #include "shell/MainThread.h"
+#include "shell/RequestScope.h"
 
 namespace {
-
-constexpr int kUploadTimeoutMs = 60000;
 
 QHttpPart textPart(const QString& name, const QString& value) {
   QHttpPart p;
@@ -57,7 +57,12 @@ void QiniuHttpClient::uploadFileData(const QByteArray& data, const QString& key,
   const QString mime = extra && !extra->mimeType.isEmpty()
                            ? extra->mimeType
                            : QStringLiteral("application/octet-stream");
+  // Owned like a command (RequestScope): gone with the screen that waits.
+  QObject* ownerNow = RequestScope::current();
+  const QPointer<QObject> owner(ownerNow);
+  const bool owned = ownerNow != nullptr;
   runOnMainThread([=] {
+    if (owned && !owner) return;
     auto* multi = new QHttpMultiPart(QHttpMultiPart::FormDataType);
     if (hasKey) multi->append(textPart(QStringLiteral("key"), key));
     multi->append(textPart(QStringLiteral("token"), token));
@@ -72,7 +77,7 @@ void QiniuHttpClient::uploadFileData(const QByteArray& data, const QString& key,
     multi->append(file);
 
     QNetworkRequest req{QUrl(uphost)};
-    req.setTransferTimeout(kUploadTimeoutMs);
+    req.setTransferTimeout(RequestScope::kUploadStallMs);
     QNetworkReply* reply = HeadApi::manager()->post(req, multi);
     multi->setParent(reply);
     if (progress) {
@@ -81,8 +86,10 @@ void QiniuHttpClient::uploadFileData(const QByteArray& data, const QString& key,
                          if (total > 0) progress(static_cast<double>(sent) / total);
                        });
     }
-    QObject::connect(reply, &QNetworkReply::finished, reply, [reply, complete] {
+    if (owned) QObject::connect(owner, &QObject::destroyed, reply, &QNetworkReply::abort);
+    QObject::connect(reply, &QNetworkReply::finished, reply, [reply, complete, owner, owned] {
       reply->deleteLater();
+      if (owned && !owner) return;
       const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
       const QByteArray body = reply->readAll();
       const QJsonDocument doc = QJsonDocument::fromJson(body);

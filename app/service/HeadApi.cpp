@@ -12,17 +12,15 @@
 #include "service/Endpoints.h"
 #include "shell/CustomTools.h"
 #include "shell/MainThread.h"
+#include "shell/RequestScope.h"
 
 Q_LOGGING_CATEGORY(lcHeadApi, "rd.service.http", QtInfoMsg)
 
 namespace {
 
-// The platform's request time-out (the app never changes it).
-constexpr int kRequestTimeoutMs = 60000;
-
 QNetworkRequest baseRequest(const QUrl& url) {
   QNetworkRequest r(url);
-  r.setTransferTimeout(kRequestTimeoutMs);
+  r.setTransferTimeout(RequestScope::kCommandStallMs);
   return r;
 }
 
@@ -88,30 +86,43 @@ QNetworkAccessManager* HeadApi::manager() {
 }
 
 void HeadApi::send(const HeadRequest& request, ReplyHandler onReply, FailureHandler onFailure) {
-  runOnMainThread([request, onReply = std::move(onReply), onFailure = std::move(onFailure)] {
+  // The owner the request is sent for; once it is gone nobody waits for it.
+  QObject* ownerNow = RequestScope::current();
+  QPointer<QObject> owner(ownerNow);
+  const bool owned = ownerNow != nullptr;
+  runOnMainThread([request, owner, owned, onReply = std::move(onReply),
+                   onFailure = std::move(onFailure)] {
+    if (owned && !owner) return;
     QNetworkAccessManager* mgr = manager();
     QNetworkReply* reply =
         request.body.isEmpty() && (request.method == "GET" || request.method == "DELETE")
             ? mgr->sendCustomRequest(request.request, request.method)
             : mgr->sendCustomRequest(request.request, request.method, request.body);
-    QObject::connect(reply, &QNetworkReply::finished, reply, [reply, onReply, onFailure] {
-      reply->deleteLater();
-      const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-      const QByteArray data = reply->readAll();
-      if (reply->error() != QNetworkReply::NoError || status < 200 || status > 299) {
-        qCDebug(lcHeadApi) << "request failed" << reply->url() << status << reply->errorString();
-        if (onFailure) onFailure(status, reply->errorString());
-        return;
-      }
-      // The body as UTF-8 text parsed as JSON; what is not JSON parses to nothing.
-      const QJsonDocument doc = CustomTools::jsonUnEncoding(QString::fromUtf8(data).toUtf8());
-      QJsonValue parsed(QJsonValue::Undefined);
-      if (doc.isObject())
-        parsed = doc.object();
-      else if (doc.isArray())
-        parsed = doc.array();
-      if (onReply) onReply(parsed);
-    });
+    if (owned) QObject::connect(owner, &QObject::destroyed, reply, &QNetworkReply::abort);
+    QObject::connect(
+        reply, &QNetworkReply::finished, reply, [reply, owner, owned, onReply, onFailure] {
+          reply->deleteLater();
+          if (owned && !owner) {
+            qCDebug(lcHeadApi) << "answer dropped: its screen was left" << reply->url();
+            return;
+          }
+          const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+          const QByteArray data = reply->readAll();
+          if (reply->error() != QNetworkReply::NoError || status < 200 || status > 299) {
+            qCDebug(lcHeadApi) << "request failed" << reply->url() << status
+                               << reply->errorString();
+            if (onFailure) onFailure(status, reply->errorString());
+            return;
+          }
+          // The body as UTF-8 text parsed as JSON; what is not JSON parses to nothing.
+          const QJsonDocument doc = CustomTools::jsonUnEncoding(QString::fromUtf8(data).toUtf8());
+          QJsonValue parsed(QJsonValue::Undefined);
+          if (doc.isObject())
+            parsed = doc.object();
+          else if (doc.isArray())
+            parsed = doc.array();
+          if (onReply) onReply(parsed);
+        });
   });
 }
 

@@ -54,7 +54,9 @@ class HeadApi {
   using FailureHandler = std::function<void(int status, const QString& error)>;
 
   // Sends one built request; handlers run on the main thread, exactly one of
-  // them, once. Callable from any thread.
+  // them, once, unless the request belongs to a RequestScope whose owner went
+  // meanwhile: then it is aborted and neither runs. A request that moves no
+  // byte for RequestScope::kCommandStallMs fails. Callable from any thread.
   static void send(const HeadRequest& request, ReplyHandler onReply, FailureHandler onFailure);
 
   // The common steps of a command: POST `body` to commandUrl(query). With a

@@ -142,13 +142,13 @@ void ItemApi::deleteItem(const QString& itemId, const QString& cmd, BoolBlock bl
 
 void ItemApi::isLikeItem(const QString& /*unused*/, const QString& itemId, bool isLike,
                          const QString& cmd, BoolBlock block) {
-  likeItem(itemId, isLike, cmd, [block](Vote vote) {
+  likeItem(itemId, isLike, cmd, [block](Vote vote, const std::optional<Item>&) {
     if (block) block(vote == Vote::Counted);
   });
 }
 
 void ItemApi::likeItem(const QString& itemId, bool isLike, const QString& cmd,
-                       std::function<void(Vote)> block) {
+                       std::function<void(Vote, std::optional<Item>)> block) {
   QJsonObject body = commandBody(cmd);
   setIfGiven(body, "item_id", itemId);
   setIfGiven(body, "user_id", LocalUserInfo::getUserInfo().userinfoId);
@@ -158,14 +158,20 @@ void ItemApi::likeItem(const QString& itemId, bool isLike, const QString& cmd,
       [block](const QJsonValue& reply) {
         if (hasError(reply)) {
           MessageBar::show(QStringLiteral("温馨提示"), messageOf(reply), MessageBar::Type::Error);
-          if (block) block(Vote::Refused);
+          if (block) block(Vote::Refused, std::nullopt);
           return;
         }
-        if (block) block(reply.isUndefined() ? Vote::Unanswered : Vote::Counted);
+        if (reply.isUndefined()) {
+          if (block) block(Vote::Unanswered, std::nullopt);
+          return;
+        }
+        std::optional<Item> counted;
+        if (reply.toObject().contains(QStringLiteral("id"))) counted = KADO_JSON::jsonToItem(reply);
+        if (block) block(Vote::Counted, counted);
       },
       [block](int, const QString&) {
         ProgressDisplay::showErrorWithStatus(ProgressDisplay::kNetworkErrorText);
-        if (block) block(Vote::Unanswered);
+        if (block) block(Vote::Unanswered, std::nullopt);
       });
 }
 

@@ -48,10 +48,11 @@ class ItemApi {
   static void isLikeItem(const QString& unused, const QString& itemId, bool isLike,
                          const QString& cmd, BoolBlock block);
   // The same, telling a vote the backend refused (an error reply: the photo
-  // is gone, a repeated vote) from one that never reached it.
+  // is gone, a repeated vote) from one that never reached it; a counted vote
+  // comes with the item as the backend now counts it, when the reply holds it.
   enum class Vote { Counted, Refused, Unanswered };
   static void likeItem(const QString& itemId, bool isLike, const QString& cmd,
-                       std::function<void(Vote)> block);
+                       std::function<void(Vote, std::optional<Item> counted)> block);
 };
 
 class CommentApi {

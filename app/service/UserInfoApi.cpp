@@ -102,9 +102,15 @@ void UserInfoApi::getUserInfo(const QString& /*unused*/, const QString& /*userHe
   body.insert(QStringLiteral("cmd"), cmd);
   const QString userId = LocalUserInfo::tokenID();
   if (!userId.isNull()) body.insert(QStringLiteral("user_id"), userId);
+  // The device's own token: from now on it serves this account (a phone that
+  // signed up binds its token so).
+  const QString deviceToken = LocalUserInfo::deviceToken();
+  if (!deviceToken.isEmpty()) body.insert(QStringLiteral("device_token"), deviceToken);
   HeadApi::postCommand(
       QStringLiteral("cmd=%1").arg(cmd), body,
-      [block](const QJsonValue& value) {
+      [block, userId](const QJsonValue& value) {
+        // An answer for an account no longer signed in here is nobody's now.
+        if (!LocalUserInfo::isLoggedIn() || LocalUserInfo::tokenID() != userId) return;
         const QJsonObject reply = value.toObject();
         if (hasId(reply) && !hasError(reply)) {
           const UserInfo user = KADO_JSON::jsonToUserInfo(value);

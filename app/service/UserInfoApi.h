@@ -19,8 +19,10 @@ class UserInfoApi {
   // "rd_login_user": calls back with true.
   static void UserLogIn(const QString& mobile, const QString& password, const QString& cmd,
                         bool reset, BoolBlock block);
-  // "rd_get_user" for the stored user (both first arguments are not used);
-  // refreshes the stored user reply.
+  // "rd_get_user" for the stored user (both first arguments are not used),
+  // with the device's token, which then serves that account; refreshes the
+  // stored user reply. An answer that comes after the account was left
+  // (log-out, another log-in) is dropped.
   static void getUserInfo(const QString& unused, const QString& userHeadId, const QString& cmd,
                           UserBlock block);
 };

@@ -3,6 +3,7 @@
 #include <QMetaProperty>
 
 #include "shell/ProgressDisplay.h"
+#include "shell/RequestScope.h"
 
 const QString BaseTableView::kLoadingText = QStringLiteral("正在加载...");
 const QString BaseTableView::kMoreText = QStringLiteral("上拉加载更多");
@@ -73,22 +74,28 @@ void BaseTableView::setIsCanRefresh(bool can) {
   }
 }
 
+void BaseTableView::refreshTriggered() {
+  if (hasRefreshControl_ && !controlRefreshing_) {
+    controlRefreshing_ = true;
+    emit stateChanged();
+  }
+  refreshData();
+}
+
 void BaseTableView::finishRefreshControl() {
-  if (hasRefreshControl_) emit refreshFinished();
+  if (!hasRefreshControl_) return;
+  if (controlRefreshing_) {
+    controlRefreshing_ = false;
+    emit stateChanged();
+  }
+  emit refreshFinished();
 }
 
-bool BaseTableView::canFetchMore(const QModelIndex& parent) const {
-  return !parent.isValid() && isInit_ && canLoadMore_ && !isLoadingMore_ && !reloading_ &&
-         !loadFailed_;
-}
-
-void BaseTableView::fetchMore(const QModelIndex& parent) {
-  // A view told of a reset asks at once, before it has laid the new rows out:
-  // that is no sign the user reached the end. Its delegates' asks come later.
-  if (replacing_ || !canFetchMore(parent)) return;
-  // The view wants the rows after the last: a next page, not a reload.
-  setIsRefreshing(false);
-  loadMore();
+void BaseTableView::tableViewDidScroll(double contentHeight, double frameHeight, double offset) {
+  // A load started now is a reload only while the pull-to-refresh control runs.
+  setIsRefreshing(controlRefreshing_);
+  if (isLoadingMore_ || !canLoadMore_ || reloading_ || loadFailed_ || !isInit_) return;
+  if (contentHeight - frameHeight - offset < 0) loadMore();
 }
 
 void BaseTableView::loadMore() {
@@ -216,11 +223,9 @@ void BaseTableView::appendRecords(const QVariantList& records) {
 }
 
 void BaseTableView::replaceRows(const QVariantList& records) {
-  replacing_ = true;
   beginResetModel();
   arrlist_ = records;
   endResetModel();
-  replacing_ = false;
   emit countChanged();
 }
 
@@ -270,6 +275,8 @@ void BaseTableView::loadData() {
   emit stateChanged();
   std::weak_ptr<bool> alive = alive_;
   const int generation = generation_;
+  // The list's screen waits for it: leaving that screen drops the request.
+  RequestScope scope(this);
   auto current = [this, alive, generation] {
     return !alive.expired() && *alive.lock() && generation == generation_;
   };
@@ -288,8 +295,6 @@ void BaseTableView::loadCompleted(bool reload, std::optional<QVariantList> recor
   setCanLoadMore(records.has_value());
   // The same page is asked for again next time; page 1 is never lowered.
   if ((!records || records->isEmpty()) && page_ >= 2) page_ -= 1;
-  // Paging opens before the rows come, so that a view whose new rows reach
-  // its end asks for the next page; its asks arrive after this completion.
   setIsLoadingMore(false);
   if (reload) {
     setReloading(false);

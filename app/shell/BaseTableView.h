@@ -6,14 +6,15 @@
 //     call refreshData() once to fill it;
 //   - ListView { model: list; delegate reads the record's fields by role name
 //     (itemId, imgurl, ... / commentmessage, ...) or modelData }
-//   - the next page comes by itself: the view asks canFetchMore()/fetchMore()
-//     when it creates the delegate of the last row (at once, then, when the
-//     rows leave room below them), and the model starts the next page only
-//     while paging is open (the last load brought records, no load or reload
-//     is under way, the last load did not fail) and not for the ask a view
-//     makes when told of the reset that replaces the rows after a reload;
-//   - the pull-to-refresh control calls refreshTriggered() and stops when
-//     refreshFinished() is emitted (finishRefreshControl);
+//   - the next page comes when the user drags past the bottom edge: the view
+//     reports every scroll (tableViewDidScroll) and the list starts the next
+//     page while paging is open (the last load brought records, no load or
+//     reload is under way, the last load did not fail); the footer says
+//     "上拉加载更多" meanwhile;
+//   - the pull-to-refresh control calls refreshTriggered() and runs
+//     (refreshControlRefreshing, the view's "加载中..." bar) until
+//     refreshFinished() is emitted (finishRefreshControl); other reloads show
+//     no bar;
 //   - while `loading` a load runs; `loadingText` is the progress text to show
 //     meanwhile (empty: none, as for refreshDataSyn and next pages). The view
 //     shows it in the progress display and takes a waiting display down when
@@ -44,6 +45,7 @@ class BaseTableView : public QAbstractListModel {
   Q_PROPERTY(bool canLoadMore READ canLoadMore WRITE setCanLoadMore NOTIFY stateChanged)
   Q_PROPERTY(bool canPullToRefresh MEMBER canPullToRefresh_ NOTIFY stateChanged)
   Q_PROPERTY(bool hasRefreshControl READ hasRefreshControl NOTIFY stateChanged)
+  Q_PROPERTY(bool refreshControlRefreshing READ refreshControlRefreshing NOTIFY stateChanged)
   Q_PROPERTY(QString footerText READ footerText NOTIFY footerChanged)
   Q_PROPERTY(bool footerSpinning READ footerSpinning NOTIFY footerChanged)
   Q_PROPERTY(bool loadFailed READ loadFailed NOTIFY footerChanged)
@@ -92,14 +94,14 @@ class BaseTableView : public QAbstractListModel {
 
   // Pull-to-refresh: false drops the control for good; true does nothing.
   Q_INVOKABLE void setIsCanRefresh(bool can);
-  Q_INVOKABLE void refreshTriggered() { refreshData(); }
+  Q_INVOKABLE void refreshTriggered();
   Q_INVOKABLE void finishRefreshControl();
 
-  // Paging as a view drives it: true while the next page may be asked for;
-  // fetchMore starts it (a next page, never a reload) and does nothing while
-  // paging is closed, as a view may call it some time after asking.
-  bool canFetchMore(const QModelIndex& parent) const override;
-  void fetchMore(const QModelIndex& parent) override;
+  // The load-more trigger, on every scroll of the view: the view's content
+  // height, its own height and how far its content is scrolled. The next
+  // page starts when the user has dragged past the bottom edge (content
+  // height - frame height - offset < 0) while paging is open.
+  Q_INVOKABLE void tableViewDidScroll(double contentHeight, double frameHeight, double offset);
   // Starts the next page without checking for a load under way.
   Q_INVOKABLE void loadMore();
   void loadMore(bool load);
@@ -121,6 +123,7 @@ class BaseTableView : public QAbstractListModel {
   bool canLoadMore() const { return canLoadMore_; }
   void setCanLoadMore(bool v);
   bool hasRefreshControl() const { return hasRefreshControl_; }
+  bool refreshControlRefreshing() const { return controlRefreshing_; }
   QString footerText() const { return footerText_; }
   bool footerSpinning() const { return footerSpinning_; }
   bool loadFailed() const { return loadFailed_; }
@@ -143,7 +146,7 @@ class BaseTableView : public QAbstractListModel {
   // A load's completion ran (rows, flags and footer updated).
   void loaded();
   // A reload's reply took the place of the rows: a view shows page 1 from its
-  // top here (a next page it asked for meanwhile comes after this).
+  // top here.
   void rowsReplaced();
 
  protected:
@@ -180,6 +183,7 @@ class BaseTableView : public QAbstractListModel {
   bool canLoadMore_ = false;
   bool canPullToRefresh_ = false;
   bool hasRefreshControl_ = true;
+  bool controlRefreshing_ = false;
   bool hasFooter_ = true;
   int footerHeight_ = kFooterLoadMoreHeight;
   QString footerText_;
@@ -187,8 +191,6 @@ class BaseTableView : public QAbstractListModel {
   bool loadFailed_ = false;
   bool failedReload_ = false;
   bool reloading_ = false;
-  // Set while a reply's rows take the place of the old ones (model reset).
-  bool replacing_ = false;
   bool loading_ = false;
   QString loadingText_;
   // Bumped by every reload: replies of loads started before it are stale.

@@ -15,7 +15,7 @@
 class ProgressDisplay {
  public:
   enum class Kind {
-    Show,      // waiting, modal: text may be empty (spinner only)
+    Show,      // waiting: text may be empty (spinner only)
     Progress,  // waiting with a fraction 0.0 .. 1.0 and a text
     Success,   // a success text that goes away by itself
     Error,     // an error text that goes away by itself

@@ -12,6 +12,7 @@
 #include "service/Endpoints.h"
 #include "service/LocalUserInfo.h"
 #include "shell/ProgressDisplay.h"
+#include "shell/RequestScope.h"
 #include "shell/ui/AlertCenter.h"
 #include "shell/ui/AppDelegate.h"
 #include "shell/ui/MessageBarModel.h"
@@ -42,6 +43,7 @@ AppShell::AppShell(QObject* parent) : QObject(parent) {
 }
 
 AppShell::~AppShell() {
+  RequestScope::setScreenProvider({});
   if (push_) push_->close();
 }
 
@@ -93,6 +95,12 @@ bool AppShell::start(const Options& options) {
     delegate_->setPushClient(push_);
   }
   engine_.addImportPath(QStringLiteral("qrc:/qt/qml"));
+  // The screen a person waits on: the pop-up when one is up, else the top screen.
+  RequestScope::setScreenProvider([this]() -> QObject* {
+    auto* w = window();
+    auto* popup = w ? qvariant_cast<QObject*>(w->property("popup")) : nullptr;
+    return popup ? popup : static_cast<QObject*>(currentScreen());
+  });
   delegate_->setRootBuilder([this]() -> QObject* {
     engine_.load(QUrl(QStringLiteral("qrc:/qt/qml/Rongdian/Main.qml")));
     auto* nav = navigation();

@@ -16,13 +16,25 @@ ApplicationWindow {
     color: "white"
     font.family: "Noto Sans CJK SC"
 
-    // The navigation stack, as the shell reads it.
+    // The navigation stack and the pop-up shown, as the shell reads them.
     readonly property StackView navigation: stack
+    readonly property QtObject popup: popupHost.popup
 
     StackView {
         id: stack
         anchors.fill: parent
         initialItem: MenusViewController {}
+        // Escape or the back key leaves a screen, whatever it waits for; the
+        // screen left takes its waiting text with it.
+        focus: true
+        Keys.onEscapePressed: App.popScreen()
+        Keys.onBackPressed: App.popScreen()
+        property int lastDepth: 1
+        onDepthChanged: {
+            if (depth < lastDepth)
+                Hud.dismissWaiting()
+            lastDepth = depth
+        }
     }
     PopupHost {
         id: popupHost
@@ -64,6 +76,8 @@ ApplicationWindow {
         }
         function onPopupDismissRequested() {
             popupHost.dismiss()
+            Hud.dismissWaiting()
+            stack.forceActiveFocus()
         }
     }
 }

@@ -575,7 +575,8 @@ class Api {
     auto platform = b.optional_text("device", 20);
     // The app signs up with one fixed token, the same on every phone: bound
     // to an account, it would hand that account's pushes to anyone who
-    // presents it. The phone's own token is bound when it logs in.
+    // presents it. The phone's own token is bound when it logs in, and when
+    // it asks for its account ("rd_get_user") right after signing up.
     if (token && !token->empty() && *token != build::kRegisterDeviceToken)
       store_.add_device(user_id, *token, platform.value_or(""), now_ms());
   }
@@ -657,7 +658,13 @@ class Api {
     return user_json(*u);
   }
 
-  json::value get_user(const Body& b, Call&) { return user_json(session_user(b)); }
+  // A device that names its token here serves this account from now on: how
+  // a phone that signed up (with the fixed token) binds its own.
+  json::value get_user(const Body& b, Call&) {
+    auto u = session_user(b);
+    remember_device(b, u.id);
+    return user_json(u);
+  }
 
   Services& s_;
   store::Store& store_;

@@ -276,12 +276,23 @@ bool SqlStore::mark_needs_new_password(const std::string& mobile, const std::str
 
 void SqlStore::add_device(const std::string& user_id, const std::string& token,
                           const std::string& platform, std::int64_t now_ms) {
+  // A device that asks again for the account it already serves writes nothing.
+  {
+    auto c = pool_.get();
+    auto rows = c->query("SELECT user_id FROM devices WHERE token = ?", {token});
+    if (!rows.empty() && rows[0].s(0) == user_id) return;
+  }
   write([&](Conn& c) {
     c.query(
         "INSERT INTO devices (token, user_id, platform, updated_ms) VALUES (?, ?, ?, ?) "
         "ON CONFLICT (token) DO UPDATE SET user_id = excluded.user_id, "
         "platform = excluded.platform, updated_ms = excluded.updated_ms",
         {token, user_id, platform, now_ms});
+    // Every push to the account goes to each of its tokens: the oldest go.
+    c.query(
+        "DELETE FROM devices WHERE user_id = ? AND token NOT IN (SELECT token FROM devices "
+        "WHERE user_id = ? ORDER BY updated_ms DESC, token DESC LIMIT ?)",
+        {user_id, user_id, std::int64_t{kMaxDevicesPerUser}});
   });
 }
 
@@ -427,13 +438,14 @@ Vote SqlStore::vote(std::int64_t id, const std::string& user_id, bool like, std:
           return VoteResult::Repeated;
         r = VoteResult::Changed;
       }
+      // The app's count: a like or a dislike moves the score by 100 either
+      // way and each raises the like count; a dislike also counts as one.
       const std::int64_t sign = like ? 1 : -1;
       const std::int64_t step = r == VoteResult::Changed ? 1 : 0;  // the earlier vote taken back
       auto rows = c.query(
           "UPDATE items SET num_look_score = num_look_score + ?, num_like = num_like + ?, "
           "num_dislike = num_dislike + ?, updated_ms = ? WHERE id = ? RETURNING id",
-          {sign * 100 * (1 + step), like ? std::int64_t{1} : -step, like ? -step : std::int64_t{1},
-           now_ms, id});
+          {sign * 100 * (1 + step), 1 - step, like ? -step : std::int64_t{1}, now_ms, id});
       if (rows.empty()) throw ForeignKeyViolation("the item went away");
       return r;
     });

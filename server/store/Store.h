@@ -133,7 +133,10 @@ class Store {
   // Operator migration: flag an account as needing a new password at next login.
   virtual bool mark_needs_new_password(const std::string& mobile, const std::string& old_username,
                                        const std::string& user_type) = 0;
-  // Remembers a device token for push; a token moves to the last user who used it.
+  // Remembers a device token for push: a token serves one account, the last
+  // that was bound to it; an account keeps its kMaxDevicesPerUser most
+  // recently bound tokens (the oldest are dropped).
+  static constexpr int kMaxDevicesPerUser = 10;
   virtual void add_device(const std::string& user_id, const std::string& token,
                           const std::string& platform, std::int64_t now_ms) = 0;
   virtual std::vector<std::string> device_tokens(const std::string& user_id) = 0;
@@ -151,10 +154,11 @@ class Store {
   // still in use.
   virtual RemoveResult remove_item(std::int64_t id, const std::string& user_id,
                                    RemovedItem* removed) = 0;
-  // One vote per user and item. Like: score +100, num_like +1; dislike: score
-  // -100, num_dislike +1; a vote opposite to the user's earlier one replaces
-  // it (takes the earlier one back first); the same vote again changes
-  // nothing. Atomic, also between server instances on one database.
+  // One vote per user and item, counted as the app shows it. Like: score
+  // +100, num_like +1; dislike: score -100, num_like +1 and num_dislike +1; a
+  // vote opposite to the user's earlier one replaces it (takes the earlier one
+  // back first); the same vote again changes nothing. Atomic, also between
+  // server instances on one database.
   virtual Vote vote(std::int64_t id, const std::string& user_id, bool like,
                     std::int64_t now_ms) = 0;
 

@@ -48,26 +48,29 @@ class ScriptedList : public BaseTableView {
 
 class PagedList : public ::testing::Test {
  protected:
-  // The view reached the last row: it asks, and fetches when told it may.
-  void reachEnd() {
-    if (list.canFetchMore({})) list.fetchMore({});
+  // The user drags one point past the bottom edge of a 500-point view over
+  // 1000 points of rows (the view reports the scroll).
+  void reachEnd() { list.tableViewDidScroll(1000, 500, 501); }
+  // Paging is open: a drag past the end would start the next page.
+  bool pagingOpen() const {
+    return list.canLoadMore() && !list.isLoadingMore() && !list.reloading();
   }
   ScriptedList list;
 };
 
 TEST_F(PagedList, FirstLoadFillsAndOffersMore) {
   EXPECT_TRUE(list.isRefreshing());
-  EXPECT_FALSE(list.canFetchMore({}));
+  EXPECT_FALSE(pagingOpen());
   QSignalSpy loading(&list, &BaseTableView::loadingChanged);
   list.refreshData();
   EXPECT_EQ(list.pagesAsked, QList<int>{1});
   EXPECT_TRUE(list.loading());
   EXPECT_EQ(list.loadingText(), "加载中...");
-  EXPECT_FALSE(list.canFetchMore({}));
+  EXPECT_FALSE(pagingOpen());
   QSignalSpy finished(&list, &BaseTableView::refreshFinished);
   list.answer(ScriptedList::items(10));
   EXPECT_EQ(list.rowCount(), 10);
-  EXPECT_TRUE(list.canFetchMore({}));
+  EXPECT_TRUE(pagingOpen());
   EXPECT_FALSE(list.isLoadingMore());
   EXPECT_EQ(list.footerText(), "上拉加载更多");
   EXPECT_FALSE(list.footerSpinning());
@@ -80,9 +83,14 @@ TEST_F(PagedList, FirstLoadFillsAndOffersMore) {
   EXPECT_EQ(list.get(3).value<Item>().itemId, "3");
 }
 
-TEST_F(PagedList, ReachingTheEndLoadsTheNextPage) {
+TEST_F(PagedList, DraggingPastTheEndLoadsTheNextPage) {
   list.refreshData();
   list.answer(ScriptedList::items(10));
+  // Scrolled exactly to the bottom edge: nothing yet; one point further: the
+  // next page.
+  list.tableViewDidScroll(1000, 500, 500);
+  EXPECT_EQ(list.pagesAsked, QList<int>{1});
+  EXPECT_EQ(list.footerText(), "上拉加载更多");
   reachEnd();
   ASSERT_EQ(list.pagesAsked, (QList<int>{1, 2}));
   EXPECT_FALSE(list.isRefreshing());  // a next page, not a reload
@@ -91,10 +99,9 @@ TEST_F(PagedList, ReachingTheEndLoadsTheNextPage) {
   EXPECT_TRUE(list.isLoadingMore());
   EXPECT_TRUE(list.loading());
   EXPECT_EQ(list.loadingText(), "");  // no progress text for a next page
-  // While loading, a fetch (one the view asked for earlier) starts nothing;
-  // loadMore itself has no guard.
-  EXPECT_FALSE(list.canFetchMore({}));
-  list.fetchMore({});
+  // While loading, scrolling starts nothing; loadMore itself has no guard.
+  EXPECT_FALSE(pagingOpen());
+  reachEnd();
   EXPECT_EQ(list.pagesAsked.size(), 2);
   list.loadMore();
   EXPECT_EQ(list.pagesAsked, (QList<int>{1, 2, 3}));
@@ -110,10 +117,10 @@ TEST_F(PagedList, EndOfDataAndRollBack) {
   reachEnd();
   list.answer(std::nullopt);  // page 2 is past the end
   EXPECT_EQ(list.page(), 1);
-  EXPECT_FALSE(list.canFetchMore({}));
+  EXPECT_FALSE(pagingOpen());
   EXPECT_EQ(list.footerText(), "已经到底了哈！");
   EXPECT_EQ(list.rowCount(), 10);  // rows stay
-  list.fetchMore({});              // paging is off now
+  reachEnd();                      // paging is off now
   EXPECT_EQ(list.pagesAsked.size(), 2);
 
   // A reload keeps the rows until its answer: none leaves page 1 (never
@@ -140,8 +147,8 @@ TEST_F(PagedList, UnreachableServerKeepsTheRowsAndTheFooterRetries) {
   list.unreachable();  // page 2: asked for again by the retry only
   EXPECT_EQ(list.page(), 1);
   EXPECT_EQ(list.rowCount(), 10);
-  EXPECT_FALSE(list.canFetchMore({}));
-  list.fetchMore({});
+  EXPECT_FALSE(pagingOpen());
+  reachEnd();
   EXPECT_EQ(list.pagesAsked.size(), 3);
   list.retry();
   EXPECT_EQ(list.pagesAsked.last(), 2);
@@ -153,10 +160,7 @@ TEST_F(PagedList, UnreachableServerKeepsTheRowsAndTheFooterRetries) {
   EXPECT_EQ(list.pagesAsked.last(), 1);
 }
 
-// A view told of a reset asks for more at once, as QML's delegate model does:
-// no sign the user reached the end.
 TEST_F(PagedList, RefreshOfAScrolledListLoadsPageOneOnce) {
-  QObject::connect(&list, &QAbstractItemModel::modelReset, [this] { reachEnd(); });
   list.refreshData();
   list.answer(ScriptedList::items(10));
   reachEnd();
@@ -186,7 +190,7 @@ TEST_F(PagedList, EmptyPageRollsBackButKeepsPaging) {
   ASSERT_EQ(list.pagesAsked.last(), 3);
   list.answer(QVariantList{});
   EXPECT_EQ(list.page(), 2);
-  EXPECT_TRUE(list.canFetchMore({}));
+  EXPECT_TRUE(pagingOpen());
   EXPECT_EQ(list.footerText(), "上拉加载更多");
   reachEnd();
   EXPECT_EQ(list.pagesAsked.last(), 3);  // the same page again
@@ -200,6 +204,18 @@ TEST_F(PagedList, RefreshControlAndFooterDetails) {
   list.answer(ScriptedList::items(1));
   EXPECT_EQ(list.footerText(), "");
   list.setIsEmpty(false);
+
+  // The pull-to-refresh control runs from the pull to the end of its reload;
+  // other reloads leave it alone.
+  list.refreshTriggered();
+  EXPECT_TRUE(list.refreshControlRefreshing());
+  list.tableViewDidScroll(1000, 500, 100);
+  EXPECT_TRUE(list.isRefreshing());
+  list.answer(ScriptedList::items(1));
+  EXPECT_FALSE(list.refreshControlRefreshing());
+  list.refreshData();
+  EXPECT_FALSE(list.refreshControlRefreshing());
+  list.answer(ScriptedList::items(1));
 
   list.setIsCanRefresh(false);
   list.setIsCanRefresh(true);
@@ -266,7 +282,7 @@ TEST_F(RealLists, EachListSendsItsRequestAndAfterLoadStep) {
   EXPECT_EQ(comments.data(comments.index(0), roles.key("commentmessage")).toString(), "好");
 
   // Paging to the end of the newest feed.
-  show.fetchMore({});
+  show.tableViewDidScroll(100, 500, 1);
   ASSERT_TRUE(waitUntil([&] { return show.footerText() == "已经到底了哈！"; }));
   EXPECT_EQ(body(4)["page"], 2);
   EXPECT_EQ(show.page(), 1);

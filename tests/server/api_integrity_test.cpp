@@ -4,6 +4,8 @@
 // with the token every copy of the app signs up with.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "BuildConfig.h"
 #include "Config.h"
 #include "api_testing.h"
@@ -208,6 +210,26 @@ TEST(IntegrityDevices, TheSignUpTokenIsNeverBound) {
   ASSERT_FALSE(login.is_error());
   auto store = rd::store::open_store(s.database_url(), s.process().data_dir(), 1);
   EXPECT_TRUE(store->device_tokens(id).empty());
+
+  // The phone binds its own token by asking for the new account; it then
+  // serves that account alone, not the one that used it before.
+  const std::string own =
+      "<0000000a 0000000b 0000000c 0000000d 0000000e 0000000f 00000010 00000011>";
+  const std::string before = s.register_user("13800138251");
+  ASSERT_FALSE(s.call("rd_login_user",
+                      {{"mobile", "13800138251"}, {"password", "secret"}, {"device_token", own}})
+                   .is_error());
+  const auto holds = [&](const std::string& user) {
+    auto tokens = store->device_tokens(user);
+    return std::find(tokens.begin(), tokens.end(), own) != tokens.end();
+  };
+  EXPECT_TRUE(holds(before));
+  auto me = s.call("rd_get_user", {{"user_id", id}, {"device_token", own}});
+  ASSERT_FALSE(me.is_error()) << json::serialize(me.body);
+  EXPECT_EQ(store->device_tokens(id), std::vector<std::string>{own});
+  EXPECT_FALSE(holds(before));
+  ASSERT_FALSE(s.call("rd_get_user", {{"user_id", id}, {"device_token", fixed}}).is_error());
+  EXPECT_EQ(store->device_tokens(id), std::vector<std::string>{own});
 
   // Whoever presents it on /push is refused.
   EXPECT_FALSE(rd::push::is_device_token(fixed));

@@ -96,6 +96,16 @@ TEST_P(StoreSuite, DeviceTokensBelongToTheirLastUser) {
   store_->add_device(b.id, "<tok2>", "ios", 3);  // the phone changed hands
   EXPECT_EQ(store_->device_tokens(a.id), (std::vector<std::string>{"<tok1>"}));
   EXPECT_EQ(store_->device_tokens(b.id), (std::vector<std::string>{"<tok2>"}));
+
+  // An account keeps its most recently bound tokens; the oldest go.
+  const int n = Store::kMaxDevicesPerUser;
+  for (int i = 0; i < n + 5; ++i)
+    store_->add_device(b.id, "<b" + std::to_string(100 + i) + ">", "ios", 10 + i);
+  auto kept = store_->device_tokens(b.id);
+  ASSERT_EQ(kept.size(), static_cast<std::size_t>(n));
+  EXPECT_EQ(kept.front(), "<b105>");
+  EXPECT_EQ(kept.back(), "<b" + std::to_string(100 + n + 4) + ">");
+  EXPECT_EQ(store_->device_tokens(a.id), (std::vector<std::string>{"<tok1>"}));
 }
 
 TEST_P(StoreSuite, ItemsListNewestFirstByScoreByOwnerAndPage) {
@@ -162,11 +172,12 @@ TEST_P(StoreSuite, VotesMoveScoreAndCountersOncePerUser) {
   EXPECT_EQ(store_->item(it.id)->num_look_score, 220);
   EXPECT_EQ(store_->item(it.id)->num_like, 1);
 
-  // A dislike after one's like replaces it, and a like after one's dislike.
+  // A dislike after one's like replaces it, and a like after one's dislike;
+  // a dislike raises the like count too, as the app shows it.
   auto changed = store_->vote(it.id, b.id, false, 7);
   ASSERT_EQ(changed.result, VoteResult::Changed);
   EXPECT_EQ(changed.item->num_look_score, 20);
-  EXPECT_EQ(changed.item->num_like, 0);
+  EXPECT_EQ(changed.item->num_like, 1);
   EXPECT_EQ(changed.item->num_dislike, 1);
   EXPECT_EQ(store_->vote(it.id, b.id, false, 8).result, VoteResult::Repeated);
   auto back = store_->vote(it.id, b.id, true, 9);
@@ -176,7 +187,10 @@ TEST_P(StoreSuite, VotesMoveScoreAndCountersOncePerUser) {
   EXPECT_EQ(back.item->num_dislike, 0);
 
   // Others vote on their own.
-  store_->vote(it.id, c.id, false, 10);
+  auto first_dislike = store_->vote(it.id, c.id, false, 10);
+  EXPECT_EQ(first_dislike.item->num_look_score, 120);
+  EXPECT_EQ(first_dislike.item->num_like, 2);
+  EXPECT_EQ(first_dislike.item->num_dislike, 1);
   EXPECT_EQ(store_->vote(it.id, a.id, false, 11).item->num_look_score, 20);
   EXPECT_EQ(store_->vote(it.id, c.id, true, 12).item->num_look_score, 220);
   EXPECT_EQ(store_->vote(it.id + 100, b.id, true, 13).result, VoteResult::NoSuchItem);
@@ -335,11 +349,12 @@ TEST_P(StoreSuite, ConcurrentVotesOfOneUserCountOnce) {
   auto once = store_->item(twins.id);
   EXPECT_EQ(once->num_look_score, 100);
   EXPECT_EQ(once->num_like, 1);
-  // Whatever the order, one vote stands, and the counts say which.
+  // Whatever the order, one vote stands (each raises the like count), and
+  // the counts say which.
   auto f = store_->item(flips.id);
-  EXPECT_EQ(f->num_like + f->num_dislike, 1);
-  EXPECT_EQ(f->num_look_score, f->num_like == 1 ? 100 : -100);
-  bool like = f->num_like == 1;
+  EXPECT_EQ(f->num_like, 1);
+  EXPECT_EQ(f->num_look_score, f->num_dislike == 0 ? 100 : -100);
+  bool like = f->num_dislike == 0;
   EXPECT_EQ(store_->vote(flips.id, voter.id, like, 4).result, VoteResult::Repeated);
 }
 

@@ -270,7 +270,7 @@ TEST(Capture, AlbumPhotoThroughCropToTheCountedUpResult) {
   EXPECT_EQ(vc->imgHeadValu().size(), QSize(384, 480));
   ASSERT_TRUE(waitUntil([&] { return vc->pointsFilled(); }, 10000));
   EXPECT_EQ(top()->objectName(), "ResultViewController");
-  ASSERT_TRUE(waitUntil([] { return !ProgressHud::instance()->modal(); }));
+  ASSERT_TRUE(waitUntil([] { return !ProgressHud::instance()->waiting(); }));
 }
 
 TEST(Capture, CameraPhotoThroughCropToTheResultAndBackHome) {
@@ -319,7 +319,7 @@ TEST(Capture, CameraPhotoThroughCropToTheResultAndBackHome) {
   EXPECT_EQ(detection.detections(), 1);
   EXPECT_TRUE(vc->isenablePhoto());                       // from the camera
   EXPECT_EQ(vc->imgHeadValu().size(), QSize(960, 1200));  // the 0.8 crop of the whole frame
-  ASSERT_TRUE(waitUntil([] { return !ProgressHud::instance()->modal(); }));
+  ASSERT_TRUE(waitUntil([] { return !ProgressHud::instance()->waiting(); }));
   ASSERT_TRUE(navigationSettled());
   EXPECT_EQ(top()->objectName(), "ResultViewController");
   EXPECT_EQ(nav->property("depth").toInt(), 2);

@@ -25,7 +25,19 @@ BaseViewController {
             Hud.showErrorWithStatus(error)
             return
         }
+        // One comment at a time: a second tap while "评论中..." waits sends nothing.
+        if (sending)
+            return
+        sending = true
         Items.createComment(itemInfo.itemId, input.text)
+    }
+    property bool sending: false
+    Connections {
+        target: Hud
+        function onChanged() {
+            if (!Hud.waiting)
+                screen.sending = false
+        }
     }
     function commentSent() {
         comments.refreshData()

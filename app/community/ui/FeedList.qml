@@ -1,9 +1,8 @@
 // A server-backed list on a BaseTableView model: pull down past the top to
-// reload; the next page comes when the last row comes into the view (the
-// model's fetchMore), the footer's text below. While a reload runs a bar at
-// the top says so, and a load with a progress text shows it in the progress
-// display until it ends; a load that could not reach the server leaves its
-// text in the footer, and a tap there asks again.
+// reload (a bar says "加载中..." while that runs); drag past the bottom for the
+// next page, the footer's text below. A load with a progress text shows it in
+// the progress display until it ends; a load that could not reach the server
+// leaves its text in the footer, and a tap there asks again.
 import QtQuick
 import QtQuick.Controls
 import Rongdian
@@ -49,6 +48,9 @@ ListView {
     onContentYChanged: {
         if (dragging && contentY < originY - 60)
             pulling = true
+        // Every scroll towards the end tells the list (its load-more trigger).
+        if (table && contentY > originY)
+            table.tableViewDidScroll(contentHeight, height, contentY - originY)
     }
     onDraggingChanged: {
         if (!dragging && pulling && table) {
@@ -67,12 +69,12 @@ ListView {
         font.pixelSize: 12
     }
     Rectangle {
-        // Over the list, at its top.
+        // Over the list, at its top, while the pull-to-refresh control runs.
         objectName: "refreshIndicator"
         width: list.width
         height: 32
         z: 2
-        visible: list.table !== null && list.table.reloading
+        visible: list.table !== null && list.table.refreshControlRefreshing
         color: "#fafafa"
         Rectangle {
             anchors.bottom: parent.bottom

@@ -8,6 +8,7 @@
 #include "service/LocalUserInfo.h"
 #include "shell/NotificationCenter.h"
 #include "shell/ProgressDisplay.h"
+#include "shell/RequestScope.h"
 #include "shell/ui/MessageBarModel.h"
 #include "shell/ui/ProgressHud.h"
 
@@ -40,6 +41,17 @@ void ItemActions::loadFristPoint() {
   });
 }
 
+namespace {
+// The counts of a vote's answer, over the item as the views know it.
+QVariantMap countedValues(const QVariantMap& item, const Item& counted) {
+  QVariantMap out = item;
+  out["lookscorebasis"] = counted.lookscorebasis;
+  out["like"] = counted.like;
+  out["unlike"] = counted.unlike;
+  return out;
+}
+}  // namespace
+
 int ItemActions::likeAction(const QVariant& itemVar, bool isLike) {
   const int request = ++lastRequest_;
   const QVariantMap before = recordMap(itemVar);
@@ -49,18 +61,23 @@ int ItemActions::likeAction(const QVariant& itemVar, bool isLike) {
   item["lookscorebasis"] = next.score;
   item["like"] = next.like;
   const QString name = item.value("userlikename").toString();
-  ItemApi::likeItem(item.value("itemId").toString(), isLike, QStringLiteral("rd_like_item"),
-                    [this, request, name, before](ItemApi::Vote vote) {
-                      if (vote == ItemApi::Vote::Counted)
-                        MessageBarModel::instance()->showMessage(LikeTapAction::thanksTitle(),
-                                                                 LikeTapAction::thanksText(name),
-                                                                 MessageBarModel::Success);
-                      // Not counted (the photo is gone, a repeated vote): every
-                      // view shows the numbers of before again.
-                      if (vote == ItemApi::Vote::Refused) emit itemChanged(before);
-                      emit likeAnswered(request, vote == ItemApi::Vote::Counted,
-                                        vote == ItemApi::Vote::Refused);
-                    });
+  ItemApi::likeItem(
+      item.value("itemId").toString(), isLike, QStringLiteral("rd_like_item"),
+      [this, request, name, before](ItemApi::Vote vote, const std::optional<Item>& counted) {
+        if (vote == ItemApi::Vote::Counted) {
+          MessageBarModel::instance()->showMessage(LikeTapAction::thanksTitle(),
+                                                   LikeTapAction::thanksText(name),
+                                                   MessageBarModel::Success);
+          // Every view shows the numbers the backend counted
+          // (they differ from ours when the vote replaced an
+          // opposite one, or others voted meanwhile).
+          if (counted) emit itemChanged(countedValues(before, *counted));
+        }
+        // Not counted (the photo is gone, a repeated vote): every
+        // view shows the numbers of before again.
+        if (vote == ItemApi::Vote::Refused) emit itemChanged(before);
+        emit likeAnswered(request, vote == ItemApi::Vote::Counted, vote == ItemApi::Vote::Refused);
+      });
   emit itemChanged(item);
   return request;
 }
@@ -68,6 +85,7 @@ int ItemActions::likeAction(const QVariant& itemVar, bool isLike) {
 void ItemActions::createComment(const QString& itemId, const QString& text) {
   const UserInfo u = LocalUserInfo::getUserInfo();
   ProgressHud::instance()->showWithStatus(QStringLiteral("评论中..."));
+  RequestScope scope(RequestScope::screen());
   CommentApi::createComment(
       u.username, itemId, u.userlikename, CommentRules::commentText(text),
       QStringLiteral("rd_add_comments"), [this, itemId](bool ok) {
@@ -81,10 +99,13 @@ void ItemActions::createComment(const QString& itemId, const QString& text) {
 
 void ItemActions::deleteItem(const QString& itemId) {
   ProgressHud::instance()->showWithStatus(QStringLiteral("删除战场中..."));
-  ItemApi::deleteItem(itemId, QStringLiteral("rd_remove_item"), [itemId](bool ok) {
-    if (!ok) return;
-    // Every list drops the photo (the own list reloads), then the message.
-    NotificationCenter::defaultCenter().postNotification(Notifications::itemDleteSucceed, itemId);
-    ProgressHud::instance()->showSuccessWithStatus(QStringLiteral("删除成功"));
+  ItemApi::deleteItem(itemId, QStringLiteral("rd_remove_item"), [this, itemId](bool ok) {
+    // Refused or unanswered: the row stays, the request layer showed why.
+    if (ok) {
+      // Every list drops the photo's row, then the message.
+      NotificationCenter::defaultCenter().postNotification(Notifications::itemDleteSucceed, itemId);
+      ProgressHud::instance()->showSuccessWithStatus(QStringLiteral("删除成功"));
+    }
+    emit deleteAnswered(itemId, ok);
   });
 }

@@ -38,7 +38,7 @@ class ItemActions : public QObject {
   // commentAnswered(itemId, ok).
   Q_INVOKABLE void createComment(const QString& itemId, const QString& text);
   // "删除战场中..." and the removal; on success "itemDleteSucceed" with the
-  // item id and "删除成功".
+  // item id and "删除成功"; deleteAnswered(itemId, ok) either way.
   Q_INVOKABLE void deleteItem(const QString& itemId);
 
  signals:
@@ -49,6 +49,7 @@ class ItemActions : public QObject {
   void itemChanged(const QVariantMap& item);
   void likeAnswered(int request, bool ok, bool refused);
   void commentAnswered(const QString& itemId, bool ok);
+  void deleteAnswered(const QString& itemId, bool ok);
 
  private:
   explicit ItemActions(QObject* parent = nullptr);

@@ -10,6 +10,19 @@ Item {
     objectName: "MenusFeeds"
     property var menusVC: null
     property var arrHead: []
+    // Each top item gets a card of its own: nothing of the last one's votes
+    // (green buttons, its "差(n)") carries over. The old card goes first.
+    property bool headerBuilt: true
+    function showTop(record) {
+        headerBuilt = false
+        arrHead = [record]
+        headerRebuild.restart()
+    }
+    Timer {
+        id: headerRebuild
+        interval: 0
+        onTriggered: feeds.headerBuilt = true
+    }
     property int pages: 1
     property alias aScrollView: pager
     property alias showTableView: showTable
@@ -65,14 +78,22 @@ Item {
             valueTable.updateRecords("itemId", changed)
         }
         function onTopItemChanged() {
-            feeds.arrHead = [Items.topItem]
+            feeds.showTop(Items.topItem)
         }
     }
+    // The badge is the signed-in account's: any refresh of it (a log-in, a
+    // sign-up, a push) brings its count; a log-out takes it away.
     Connections {
         target: Session
         function onUserRefreshed(request, user) {
             if (request === feeds.userRequest)
                 feeds.userLoaded(user)
+            else if (feeds.menusVC)
+                feeds.menusVC.setleftBtnRedNum(user.numComments)
+        }
+        function onSessionChanged() {
+            if (!Session.loggedIn && feeds.menusVC)
+                feeds.menusVC.setleftBtnRedNum(0)
         }
     }
     Connections {
@@ -91,6 +112,23 @@ Item {
     ShowTableView {
         id: showTable
         onPagerPageRequested: page => feeds.scrollPager(page)
+        // Fresh rows (a pull too) hold the top item's numbers as the server
+        // counts them now: the card shows them.
+        onRowsReplaced: {
+            if (feeds.arrHead.length === 0)
+                return
+            const top = feeds.arrHead[0]
+            for (let i = 0; i < showTable.count; ++i) {
+                const row = FeedRows.toMap(showTable.get(i))
+                if (row.itemId !== top.itemId)
+                    continue
+                if (row.like !== top.like || row.unlike !== top.unlike
+                        || row.lookscorebasis !== top.lookscorebasis
+                        || row.commentNum !== top.commentNum)
+                    feeds.showTop(row)
+                return
+            }
+        }
     }
     ValueTableView {
         id: valueTable
@@ -110,9 +148,11 @@ Item {
     }
     Connections {
         target: Notices
+        // A new photo may be the new top item as well.
         function onSharMessageSuccded() {
             showTable.refreshData()
             showView.positionViewAtBeginning()
+            feeds.loadFristPoint()
         }
         function onClearAllNewsNum() {
             if (feeds.menusVC)
@@ -176,7 +216,7 @@ Item {
             }
             // The top item; a tap anywhere on it opens its page.
             headerRecord: feeds.arrHead.length > 0 ? feeds.arrHead[0] : null
-            header: feeds.arrHead.length > 0 ? headerComponent : null
+            header: feeds.arrHead.length > 0 && feeds.headerBuilt ? headerComponent : null
             delegate: ShowCell {
                 required property var modelData
                 width: ListView.view.width

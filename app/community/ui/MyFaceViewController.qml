@@ -29,9 +29,14 @@ BaseViewController {
                            "itemInfo": item
                        })
     }
-    // A deleted photo leaves every list through "itemDleteSucceed".
+    // A deleted photo leaves every list through "itemDleteSucceed"; one
+    // removal at a time.
+    property string deleting: ""
     function deleteRow(row) {
-        Items.deleteItem(FeedRows.toMap(table.get(row)).itemId)
+        if (deleting.length > 0)
+            return
+        deleting = FeedRows.toMap(table.get(row)).itemId
+        Items.deleteItem(deleting)
     }
 
     MyFaceTableView {
@@ -39,9 +44,17 @@ BaseViewController {
         userName: screen.userName
         itemId: screen.itemId
     }
+    // The row goes where it stands: the rows and pages around it stay.
     Connections {
         target: Notices
-        function onItemDleteSucceed(itemId) { table.refreshData() }
+        function onItemDleteSucceed(itemId) { table.removeRecords("itemId", itemId) }
+    }
+    Connections {
+        target: Items
+        function onDeleteAnswered(itemId, ok) {
+            if (itemId === screen.deleting)
+                screen.deleting = ""
+        }
     }
     Connections {
         target: Items

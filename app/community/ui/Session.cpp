@@ -6,6 +6,8 @@
 #include "service/UserInfoApi.h"
 #include "shell/NotificationCenter.h"
 #include "shell/ProgressDisplay.h"
+#include "shell/RequestScope.h"
+#include "shell/ui/AppDelegate.h"
 #include "shell/ui/ProgressHud.h"
 
 namespace {
@@ -54,21 +56,27 @@ QString Session::nameError(const QString& name) const { return AccountChecks::na
 
 void Session::signUp(const QString& number, const QString& password, const QString& name) {
   ProgressHud::instance()->showWithStatus(QStringLiteral("注册中..."));
+  RequestScope scope(RequestScope::screen());
   UserInfoApi::UserSignin(
       number, password, name, QStringLiteral("rd_register_user"), [this](const UserInfo&) {
         ProgressHud::instance()->showSuccessWithStatus(QStringLiteral("注册成功"));
         emit sessionChanged();
         emit signedUp();
+        // Signed up with the fixed token: the account asked for at once binds
+        // the device's own, and brings the new account's badge.
+        refreshUser();
       });
 }
 
 void Session::logIn(const QString& number, const QString& password, bool reset) {
   ProgressHud::instance()->showWithStatus(QStringLiteral("加载中..."));
+  RequestScope scope(RequestScope::screen());
   UserInfoApi::UserLogIn(number, password, QStringLiteral("rd_login_user"), reset, [this](bool ok) {
     if (ok) {
       ProgressHud::instance()->showSuccessWithStatus(QStringLiteral("登录成功"));
       if (!LocalUserInfo::firstLoginDone()) LocalUserInfo::setFirstLoginDone(true);
       emit sessionChanged();
+      refreshUser();  // this account's badge
     } else {
       ProgressHud::instance()->showErrorWithStatus(ProgressDisplay::kNetworkErrorText);
     }
@@ -89,5 +97,8 @@ int Session::refreshUser() {
 
 void Session::logout() {
   LocalUserInfo::clearUserInfo();
+  // The device's notices were the account's: it takes a new token, which
+  // serves nobody until the next log-in or sign-up.
+  if (auto* app = AppDelegate::instance()) app->renewDeviceToken();
   emit sessionChanged();
 }

@@ -44,8 +44,10 @@ class Session : public QObject {
   // success; loggedInAnswered(ok).
   Q_INVOKABLE void logIn(const QString& number, const QString& password, bool reset);
   // Asks the server for the own record; userRefreshed(request, user) with the
-  // number returned here when it answered.
+  // number returned here when it answered. Done by itself after a sign-up or
+  // log-in.
   Q_INVOKABLE int refreshUser();
+  // Log-out: the session goes, and with it the device's notices.
   Q_INVOKABLE void logout();
 
  signals:

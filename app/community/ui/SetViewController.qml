@@ -20,9 +20,8 @@ BaseViewController {
         badgeVisible = b.visible
         badgeText = b.text
     }
-    property int userRequest: 0
     function loadSetData() {
-        userRequest = Session.refreshUser()
+        Session.refreshUser()
     }
     function setUserTypeView() {
         logged = Session.loggedIn
@@ -75,9 +74,9 @@ BaseViewController {
     Connections {
         target: Session
         function onSessionChanged() { screen.setUserTypeView() }
+        // The signed-in account's count, whichever refresh brought it.
         function onUserRefreshed(request, user) {
-            if (request === screen.userRequest)
-                screen.isShowUnreadNum(user.numComments)
+            screen.isShowUnreadNum(user.numComments)
         }
     }
     Connections {
@@ -88,6 +87,7 @@ BaseViewController {
             Session.logout()
             Hud.showSuccessWithStatus("退出成功")
             screen.setUserTypeView()
+            screen.isShowUnreadNum(0)
         }
     }
 

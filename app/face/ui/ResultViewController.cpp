@@ -11,6 +11,7 @@
 #include "service/LocalUserInfo.h"
 #include "service/UserInfoApi.h"
 #include "shell/NotificationCenter.h"
+#include "shell/RequestScope.h"
 #include "shell/ui/AlertCenter.h"
 #include "shell/ui/AppDelegate.h"
 #include "shell/ui/ProgressHud.h"
@@ -93,6 +94,7 @@ void ResultViewController::loadUserInfoData() {
   auto* hud = ProgressHud::instance();
   if (hud->mode() != ProgressHud::Success && hud->mode() != ProgressHud::Error)
     hud->showWithStatus(kLoadingText);
+  RequestScope scope(this);
   const UserInfo user = LocalUserInfo::getUserInfo();
   UserInfoApi::getUserInfo(user.userinfoId, LocalUserInfo::tokenID(), QStringLiteral("rd_get_user"),
                            [](const UserInfo&) { ProgressHud::instance()->dismissWaiting(); });

@@ -157,7 +157,7 @@ BaseViewController {
                     // Busy while the upload and the publish command run; a
                     // refused publish command (its error replaces the waiting
                     // display) lets the user try again.
-                    enabled: screen.vc && !(screen.vc.publishing && Hud.modal)
+                    enabled: screen.vc && !(screen.vc.publishing && Hud.waiting)
                     implicitWidth: Math.min(120, (page.width - 48) / 2)
                     font.pixelSize: 16
                     onClicked: screen.vc.addMessage()

@@ -9,6 +9,7 @@
 
 #include "BuildConfig.h"
 #include "service/LocalUserInfo.h"
+#include "service/UserInfoApi.h"
 #include "shell/NotificationCenter.h"
 #include "shell/UnreadBadge.h"
 #include "shell/ui/MessageBarModel.h"
@@ -151,14 +152,24 @@ void AppDelegate::setApplicationIconBadgeNumber(int n) {
 }
 
 void AppDelegate::didRegisterForRemoteNotificationsWithDeviceToken(const QString& tokenText) {
+  const bool changed = tokenText != LocalUserInfo::deviceToken();
   LocalUserInfo::setDeviceToken(tokenText);
+  // A new token that came after the log-in serves the account signed in.
+  if (changed && LocalUserInfo::isLoggedIn())
+    UserInfoApi::getUserInfo({}, {}, QStringLiteral("rd_get_user"), {});
 }
 
 void AppDelegate::didFailToRegisterForRemoteNotificationsWithError(const QString& error) {
   qWarning().noquote() << QStringLiteral("Register Remote Notifications error:{%1}").arg(error);
 }
 
+void AppDelegate::renewDeviceToken() {
+  LocalUserInfo::setDeviceToken(QString());
+  if (push_) push_->renewToken();
+}
+
 void AppDelegate::didReceiveRemoteNotification(const QVariantMap& userInfo) {
+  if (!LocalUserInfo::isLoggedIn()) return;
   NotificationCenter::defaultCenter().postNotification(Notifications::updataNewsNum);
   const QVariant alert =
       userInfo.value(QStringLiteral("aps")).toMap().value(QStringLiteral("alert"));

@@ -61,7 +61,11 @@ class AppDelegate : public QObject {
   Q_INVOKABLE void applicationDidEnterBackground();
   void didRegisterForRemoteNotificationsWithDeviceToken(const QString& tokenText);
   void didFailToRegisterForRemoteNotificationsWithError(const QString& error);
+  // A push for the account signed in; while nobody is, pushes are dropped.
   Q_INVOKABLE void didReceiveRemoteNotification(const QVariantMap& userInfo);
+  // Log-out: the device forgets its token and registers for a new one, which
+  // no account has yet (the next log-in or sign-up binds it).
+  void renewDeviceToken();
   // application:openURL:… and application:handleOpenURL: (the same dispatch).
   Q_INVOKABLE bool openURL(const QUrl& url);
 

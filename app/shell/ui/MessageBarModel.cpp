@@ -26,9 +26,19 @@ void MessageBarModel::showMessage(const QString& title, const QString& descripti
         this, [=, this] { showMessage(title, description, type); }, Qt::QueuedConnection);
     return;
   }
-  title_ = title;
-  description_ = description;
-  type_ = type;
+  const Notice n{title, description, type};
+  if (!visible_) {
+    present(n);
+    return;
+  }
+  waiting_.append(n);
+  while (waiting_.size() > kQueued) waiting_.removeFirst();
+}
+
+void MessageBarModel::present(const Notice& n) {
+  title_ = n.title;
+  description_ = n.description;
+  type_ = n.type;
   visible_ = true;
   hideTimer_.start(kShowMs);
   emit changed();
@@ -43,4 +53,5 @@ void MessageBarModel::hide() {
   if (!visible_) return;
   visible_ = false;
   emit changed();
+  if (!waiting_.isEmpty()) present(waiting_.takeFirst());
 }

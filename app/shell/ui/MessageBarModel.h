@@ -1,8 +1,10 @@
 // The message bar: a short notice sliding in at the top of the screen with a
-// title and a description, gone after a few seconds or a tap. Callable from
-// any thread. QML draws it (MessageBarView.qml).
+// title and a description, gone after a few seconds or a tap. A notice that
+// comes while another is shown waits its turn (a few at most), so none is lost
+// behind the next. Callable from any thread. QML draws it (MessageBarView.qml).
 #pragma once
 
+#include <QList>
 #include <QObject>
 #include <QString>
 #include <QTimer>
@@ -31,11 +33,18 @@ class MessageBarModel : public QObject {
   Q_INVOKABLE void hide();
 
   static constexpr int kShowMs = 3000;
+  static constexpr int kQueued = 4;  // notices kept waiting; older ones go
 
  signals:
   void changed();
 
  private:
+  struct Notice {
+    QString title, description;
+    int type;
+  };
+  void present(const Notice& n);
+  QList<Notice> waiting_;
   bool visible_ = false;
   QString title_, description_;
   int type_ = Success;

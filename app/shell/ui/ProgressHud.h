@@ -14,8 +14,9 @@ class ProgressHud : public QObject {
   Q_PROPERTY(QString status READ status NOTIFY changed)
   Q_PROPERTY(double progress READ progress NOTIFY changed)
   Q_PROPERTY(bool visible READ visible NOTIFY changed)
-  // A waiting or progress display covers the screen and takes the touches.
-  Q_PROPERTY(bool modal READ modal NOTIFY changed)
+  // Work is under way (a waiting or progress display). The display takes no
+  // touch; a screen that must not start the same work twice asks this.
+  Q_PROPERTY(bool waiting READ waiting NOTIFY changed)
  public:
   enum Mode { Hidden, Waiting, Progress, Success, Error };
   Q_ENUM(Mode)
@@ -27,7 +28,7 @@ class ProgressHud : public QObject {
   QString status() const { return status_; }
   double progress() const { return progress_; }
   bool visible() const { return mode_ != Hidden; }
-  bool modal() const { return mode_ == Waiting || mode_ == Progress; }
+  bool waiting() const { return mode_ == Waiting || mode_ == Progress; }
 
   Q_INVOKABLE void show();  // waiting, no text
   Q_INVOKABLE void showWithStatus(const QString& status);

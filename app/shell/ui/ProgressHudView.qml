@@ -1,5 +1,6 @@
 // The progress display: a dark box in the middle with a spinner, a progress
-// bar or a mark, and the text. Waiting and progress cover the screen.
+// bar or a mark, and the text. A heads-up only: it takes no touch, so the
+// screen under it (its back button above all) stays in reach while it waits.
 pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
@@ -11,15 +12,9 @@ Item {
     visible: Hud.visible
 
     // While a photo is being cropped the display waits as a single line in
-    // the band the crop screen keeps free at its top (not over the face) and
-    // lets the crop screen take the touches.
+    // the band the crop screen keeps free at its top (not over the face).
     readonly property bool cropping: typeof Capture !== "undefined" && Capture.cropping
 
-    MouseArea {
-        anchors.fill: parent
-        enabled: Hud.modal && !root.cropping
-        visible: enabled
-    }
     Rectangle {
         objectName: "hudBox"
         anchors.horizontalCenter: parent.horizontalCenter

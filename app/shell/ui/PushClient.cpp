@@ -22,10 +22,17 @@ PushClient::PushClient(QObject* parent)
 }
 
 void PushClient::registerForRemoteNotifications() {
+  wanted_ = false;  // the end of a connection open before is no failure
+  socket_.abort();
+  reconnect_.stop();
   wanted_ = true;
   everConnected_ = false;
-  socket_.abort();
   socket_.open(url_);
+}
+
+void PushClient::renewToken() {
+  token_.clear();
+  registerForRemoteNotifications();
 }
 
 void PushClient::close() {

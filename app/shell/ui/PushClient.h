@@ -29,6 +29,8 @@ class PushClient : public QObject {
 
   // Asks for badge, sound and alert pushes: connects and registers.
   void registerForRemoteNotifications();
+  // Drops the token and registers afresh for a new one.
+  void renewToken();
   void close();
   bool connected() const;
 

@@ -229,6 +229,14 @@ DetectService::DetectService(std::shared_ptr<const engine::FaceEngine> engine, s
       why_unavailable_(std::move(why_unavailable)),
       photos_(std::move(photos)) {}
 
+std::optional<http::Response> DetectService::refuse_query_keys(const http::Request& head,
+                                                               const http::Context& ctx) const {
+  const std::string* k = ctx.param("api_key");
+  const std::string* sec = ctx.param("api_secret");
+  if (!k || !sec || (*k == key_ && *sec == secret_)) return std::nullopt;
+  return error(head, 401, kAuthorizationError, "AUTHORIZATION_ERROR: wrong api_key or api_secret");
+}
+
 http::Response DetectService::handle(const http::Request& req, http::Context& ctx) const {
   if (req.method() != http::bhttp::verb::get && req.method() != http::bhttp::verb::post)
     return error(req, 405, kBadArguments, "BAD_ARGUMENTS: use GET or POST");

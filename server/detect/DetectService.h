@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "http/HttpServer.h"
@@ -67,6 +68,11 @@ class DetectService {
                 std::shared_ptr<storage::PhotoStore> photos = nullptr);
 
   http::Response handle(const http::Request& req, http::Context& ctx) const;
+  // Before the body is read: the service's 401 when the query itself names a
+  // wrong api_key/api_secret pair. Keys sent as form fields are checked by
+  // handle() once the body is in.
+  std::optional<http::Response> refuse_query_keys(const http::Request& head,
+                                                  const http::Context& ctx) const;
 
  private:
   std::shared_ptr<const engine::FaceEngine> engine_;

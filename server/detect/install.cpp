@@ -35,18 +35,11 @@ void install(server::Services& s) {
       [service](const http::Request& req, http::Context& ctx) { return service->handle(req, ctx); },
       "detect", request_body_limit());
   s.router.set_heavy(http::bhttp::verb::unknown, "/v2/detection/detect");
-  // Keys given in the query are checked before the photo is read: a wrong
-  // pair is refused (with the handler's own answer) without reading the body.
-  // Keys sent as form fields can only be checked once the body is in.
-  s.router.set_precheck(
-      http::bhttp::verb::unknown, "/v2/detection/detect",
-      [service, key = s.config.detect_key, secret = s.config.detect_secret](
-          const http::Request& head, http::Context& ctx) -> std::optional<http::Response> {
-        const std::string* k = ctx.param("api_key");
-        const std::string* sec = ctx.param("api_secret");
-        if (!k || !sec || (*k == key && *sec == secret)) return std::nullopt;
-        return service->handle(head, ctx);
-      });
+  // Keys given in the query are checked before the photo is read.
+  s.router.set_precheck(http::bhttp::verb::unknown, "/v2/detection/detect",
+                        [service](const http::Request& head, http::Context& ctx) {
+                          return service->refuse_query_keys(head, ctx);
+                        });
 }
 
 }  // namespace rd::detect

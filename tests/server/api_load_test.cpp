@@ -144,11 +144,11 @@ TEST(ApiStop, SigtermFinishesRequestsInFlight) {
   s.restart();  // and every one of them was stored
   ASSERT_TRUE(s.process().ok());
   for (int i = 0; i < kClients; ++i)
-    EXPECT_EQ(
-        s.call("rd_register_user",
-               {{"mobile", "1380013920" + std::to_string(i)}, {"password", "p"}, {"nickname", "x"}})
-            .error(),
-        "mobile_taken");
+    EXPECT_EQ(s.call("rd_register_user", {{"mobile", "1380013920" + std::to_string(i)},
+                                          {"password", "another"},
+                                          {"nickname", "x"}})
+                  .error(),
+              "mobile_taken");
 }
 
 }  // namespace

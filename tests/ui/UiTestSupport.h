@@ -74,5 +74,7 @@ QQuickItem* withText(QQuickItem* root, const QString& text);
 // A photo uploaded with the app's uploader to the server Endpoints point at
 // (an item needs one of its own); its public URL, empty on failure.
 QString uploadPhoto();
+// Uploads a photo of its own and publishes it as the signed-in user.
+bool publish(const QString& message, int score);
 
 }  // namespace uitest

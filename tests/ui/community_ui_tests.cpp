@@ -55,15 +55,6 @@ bool logIn(const QString& mobile, const QString& password, bool reset = false) {
   return done == 1;
 }
 
-bool publish(const QString& message, int score) {
-  const QString photo = uploadPhoto();
-  if (photo.isEmpty()) return false;
-  bool done = false;
-  ItemApi::createItem(LocalUserInfo::getUserInfo().userinfoId, photo, QString::number(score), true,
-                      message, "rd_add_item", [&](bool) { done = true; });
-  return waitUntil([&] { return done; }, 10000);
-}
-
 QString hudSaid(const QString& entry) {
   const QStringList h = hudShown();
   return h.contains(entry) ? entry : h.join(" | ");

@@ -36,15 +36,6 @@ struct Server {
   QString url() const { return QString::fromStdString(process.url()); }
 };
 
-bool publish(const QString& message, int score) {
-  const QString photo = uploadPhoto();
-  if (photo.isEmpty()) return false;
-  bool done = false;
-  ItemApi::createItem(LocalUserInfo::getUserInfo().userinfoId, photo, QString::number(score), true,
-                      message, "rd_add_item", [&](bool) { done = true; });
-  return waitUntil([&] { return done; }, 10000);
-}
-
 QQuickItem* feeds() { return item("MenusFeeds"); }
 BaseTableView* tableOf(QQuickItem* list) {
   return qobject_cast<BaseTableView*>(list->property("table").value<QObject*>());

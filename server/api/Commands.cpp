@@ -6,6 +6,7 @@
 #include "BuildConfig.h"
 #include "Services.h"
 #include "api/Api.h"
+#include "api/Guards.h"
 #include "api/ReplyCache.h"
 #include "detect/PhotoScorer.h"
 #include "push/Gateway.h"

@@ -13,6 +13,7 @@
 
 #include "Services.h"
 #include "api/Api.h"
+#include "api/Guards.h"
 #include "http/Multipart.h"
 #include "storage/VoiceNotes.h"
 #include "store/Store.h"

@@ -1,4 +1,4 @@
-// Passwords, ids, rate limits, text lengths and times for the api.
+// Passwords, ids, rate limits, text lengths and times for the api (Guards.h).
 #include <sodium.h>
 
 #include <algorithm>
@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "api/Api.h"
+#include "api/Guards.h"
 
 namespace rd::api {
 

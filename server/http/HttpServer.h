@@ -7,110 +7,22 @@
 
 #include <atomic>
 #include <boost/asio.hpp>
-#include <boost/beast.hpp>
-#include <boost/json.hpp>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "http/ClientAddress.h"
 #include "http/Limits.h"
+#include "http/Message.h"
 #include "http/Metrics.h"
+#include "http/Router.h"
 
 namespace rd::http {
-
-namespace beast = boost::beast;
-namespace bhttp = boost::beast::http;
-namespace asio = boost::asio;
-using tcp = asio::ip::tcp;
-
-using Request = bhttp::request<bhttp::string_body>;
-using Response = bhttp::response<bhttp::string_body>;
-
-// What a handler learns about the request besides the message itself.
-struct Context {
-  std::string remote_address;                     // peer IP as text
-  std::string path;                               // target without the query, percent-decoded
-  std::multimap<std::string, std::string> query;  // decoded query parameters
-  std::string label;  // metrics label (route label, or e.g. the api command)
-
-  // First value of a query parameter, or nullptr.
-  const std::string* param(const std::string& name) const;
-};
-
-using Handler = std::function<Response(const Request&, Context&)>;
-// How a request taken by a quick handler is answered: once, from any thread;
-// the request and its Context stay alive until then.
-class Answer {
- public:
-  virtual ~Answer() = default;
-  virtual void reply(Response res) = 0;
-  virtual void pass() = 0;  // the route's handler answers after all, on the worker pool
-};
-// Runs on the connection's thread before the route's handler and must not
-// block or throw: true when it took the request (and answers through the
-// Answer), false to leave it to the handler.
-using QuickHandler = std::function<bool(const Request&, Context&, std::shared_ptr<Answer>)>;
-// Runs on the connection's thread once the request head is read, before the
-// body, and must not block: a response refuses the request (e.g. a wrong key
-// in the query) without the body being kept; nullopt lets it go on.
-using Precheck = std::function<std::optional<Response>(const Request& head, Context&)>;
-// The connection's place in the server's counts; whoever owns the socket
-// holds it while the socket is open.
-using Slot = ConnectionCounts::Slot;
-// Takes over the connection after the request head and body were read (used
-// for WebSocket upgrades). Runs on the connection's executor.
-using UpgradeHandler = std::function<void(beast::tcp_stream, Request, std::shared_ptr<Slot>)>;
-
-struct Route {
-  bhttp::verb method = bhttp::verb::unknown;  // unknown: any method
-  std::string path;                           // exact path, or prefix when `prefix`
-  bool prefix = false;
-  std::size_t body_limit = 64 * 1024;
-  std::string label;
-  Handler handler;
-  QuickHandler quick;
-  Precheck precheck;
-  UpgradeHandler upgrade;
-  // True for requests whose handler is processor-bound (password hashing,
-  // detection, image decoding): they run on the server's bounded CPU pool,
-  // away from the workers that answer everything else.
-  std::function<bool(const Request&, const Context&)> heavy;
-};
-
-class Router {
- public:
-  void add(bhttp::verb method, std::string path, Handler h, std::string label = {},
-           std::size_t body_limit = 64 * 1024);
-  void add_prefix(bhttp::verb method, std::string prefix, Handler h, std::string label = {},
-                  std::size_t body_limit = 64 * 1024);
-  // Gives the route added for `method` and `path` a quick handler.
-  void add_quick(bhttp::verb method, const std::string& path, QuickHandler q);
-  // Marks requests of the route added for `method` and `path` as heavy (see
-  // Route::heavy); an empty predicate marks them all.
-  void set_heavy(bhttp::verb method, const std::string& path,
-                 std::function<bool(const Request&, const Context&)> heavy = {});
-  // Gives the route added for `method` and `path` a check of its head.
-  void set_precheck(bhttp::verb method, const std::string& path, Precheck p);
-  // A GET with "Upgrade: websocket" on `path` is handed to `h`.
-  void add_upgrade(std::string path, UpgradeHandler h, std::string label = {});
-
-  // The route for a method and path; nullptr when none. `path_known` tells
-  // whether some route has that path with another method (405 rather than 404).
-  const Route* find(bhttp::verb method, const std::string& path, bool upgrade,
-                    bool& path_known) const;
-
- private:
-  // The route added for `method` and `path`; throws std::logic_error naming `what` when none.
-  Route& route(bhttp::verb method, const std::string& path, const char* what);
-  std::vector<Route> routes_;
-};
 
 struct ServerOptions {
   std::string host = "127.0.0.1";
@@ -139,15 +51,6 @@ struct ServerOptions {
   // server); the client address of anyone else is the peer's own.
   std::vector<asio::ip::network_v6> trusted_proxies;
 };
-
-// "10.0.0.0/8,::1/128,127.0.0.1" (one address is its own /32 or /128) as
-// networks in IPv6 form (IPv4 ones mapped); throws std::invalid_argument
-// naming a bad entry.
-std::vector<asio::ip::network_v6> parse_networks(const std::string& list);
-// The client's address: the peer's, or, when the peer is a trusted proxy, the
-// last address in X-Forwarded-For that is not itself a trusted proxy.
-std::string client_address(const asio::ip::address& peer, std::string_view forwarded_for,
-                           const std::vector<asio::ip::network_v6>& trusted);
 
 class Server {
  public:
@@ -217,18 +120,5 @@ class Server {
   std::condition_variable watchdog_cv_;
   bool stopped_ = false;
 };
-
-// Helpers for handlers.
-Response json_response(const Request& req, bhttp::status status, const boost::json::value& body);
-Response text_response(const Request& req, bhttp::status status, std::string body,
-                       std::string content_type = "text/plain; charset=utf-8");
-// A response with a non-standard numeric status code (e.g. 614 or 579).
-Response json_response(const Request& req, unsigned status, const boost::json::value& body);
-// 503 {"error":"busy", "message": ...} with Retry-After: 1.
-Response busy_response(const Request& req);
-// What a request's Transfer-Encoding asks that this server cannot do: 0 when
-// nothing (none, or "chunked" alone), 400 when "chunked" is not the last
-// coding or comes twice, 501 for any other coding (gzip, ...).
-unsigned transfer_encoding_problem(std::string_view codings);
 
 }  // namespace rd::http

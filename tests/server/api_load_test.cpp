@@ -6,7 +6,7 @@
 #include <set>
 #include <thread>
 
-#include "api/Api.h"
+#include "api/Guards.h"
 #include "api_testing.h"
 #include "store/Store.h"
 

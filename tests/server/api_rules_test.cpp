@@ -3,7 +3,7 @@
 // ranking, or endless guesses and sign-ups.
 #include <gtest/gtest.h>
 
-#include "api/Api.h"
+#include "api/Guards.h"
 #include "api_testing.h"
 #include "push/DeviceToken.h"
 #include "store/Store.h"

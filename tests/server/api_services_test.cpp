@@ -4,7 +4,7 @@
 #include <boost/json.hpp>
 
 #include "Services.h"
-#include "api/Api.h"
+#include "api/Guards.h"
 #include "push/Gateway.h"
 #include "storage/PhotoStore.h"
 #include "store/Store.h"

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "face/FaceScoringCore.h"
+#include "scoring/FaceScoringCore.h"
 
 namespace FaceScoring {
 

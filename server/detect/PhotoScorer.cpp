@@ -5,7 +5,7 @@
 
 #include "detect/DetectService.h"
 #include "engine/FaceEngine.h"
-#include "face/FaceScoringCore.h"
+#include "scoring/FaceScoringCore.h"
 #include "storage/PhotoFiles.h"
 #include "storage/PhotoStore.h"
 

@@ -1,6 +1,6 @@
 // The server's own 容点 score of a published photo: the local engine's
 // detection answer for the stored photo, read as the app reads it, through
-// the app's one scoring implementation (app/face/FaceScoringCore). The api
+// the app's one scoring implementation (scoring/FaceScoringCore). The api
 // compares it with the score the app claims (see api/Commands.cpp).
 #pragma once
 

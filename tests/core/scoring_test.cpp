@@ -8,7 +8,7 @@
 #include <cmath>
 
 #include "face/FaceScoring.h"
-#include "face/FaceScoringCore.h"
+#include "scoring/FaceScoringCore.h"
 #include "face/Ka_Json.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include "BuildConfig.h"
 #include "Config.h"
 #include "api_testing.h"
-#include "face/FaceScoringCore.h"
+#include "scoring/FaceScoringCore.h"
 #include "push/DeviceToken.h"
 #include "push_testing.h"
 #include "storage_testing.h"

@@ -1,4 +1,4 @@
-#include "face/FaceScoringCore.h"
+#include "scoring/FaceScoringCore.h"
 
 #include <cmath>
 #include <limits>

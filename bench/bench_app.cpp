@@ -28,7 +28,6 @@
 #include "publish/PhotoPublisher.h"
 #include "service/Endpoints.h"
 #include "service/LocalUserInfo.h"
-#include "shell/ProgressDisplay.h"
 #include "shell/ui/AppDelegate.h"
 #include "support/Seeding.h"
 #include "support/ServerProcess.h"
@@ -287,8 +286,6 @@ int main(int argc, char** argv) {
     else if (qstrcmp(argv[i], "--rows") == 0)
       g_rows = std::max(1, std::atoi(argv[++i]));
   }
-  ProgressDisplay::setPresenter([](ProgressDisplay::Kind, const QString&, double) {});
-  MessageBar::setPresenter([](const QString&, const QString&, MessageBar::Type) {});
 
   rdtest::ServerProcess server({"--trust-claimed-scores"});  // the seeded feed's scores are made up
   if (!server.ok()) {

@@ -14,6 +14,7 @@
 #include "face/FaceScoring.h"
 #include "face/FaceppClient.h"
 #include "face/Ka_Json.h"
+#include "shell/AlertCenter.h"
 #include "shell/CustomTools.h"
 
 namespace {
@@ -103,8 +104,9 @@ int scorePhoto(const QString& photoPath, const QString& server, const QString& m
     return 1;
   }
   QStringList alerts;
-  AlertAdapter::setPresenter(
-      [&alerts](const QString&, const QString& message, const QStringList&) { alerts << message; });
+  QObject context;
+  QObject::connect(AlertCenter::instance(), &AlertCenter::alertPosted, &context,
+                   [&alerts](const QString&, const QString& message) { alerts << message; });
 
   CaptureFlow::setUpDetectionClient();
   if (!server.isEmpty()) {
@@ -120,8 +122,8 @@ int scorePhoto(const QString& photoPath, const QString& server, const QString& m
   flow.uploadImg(photo);
   QCoreApplication::exec();
 
-  // The alerts were raised on the worker thread, which has ended by now.
-  AlertAdapter::setPresenter(nullptr);
+  // The alerts were raised on the worker thread and posted to this one before
+  // the flow finished.
   if (!screens.result) {
     for (const QString& a : alerts) printErr(a);
     if (alerts.isEmpty()) printErr(QStringLiteral("换一个图片，稍后再试：)"));

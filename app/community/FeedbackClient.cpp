@@ -12,7 +12,7 @@
 #include "service/Endpoints.h"
 #include "service/HeadApi.h"
 #include "service/LocalUserInfo.h"
-#include "shell/ProgressDisplay.h"
+#include "shell/ProgressHud.h"
 #include "shell/RequestScope.h"
 
 namespace {
@@ -105,7 +105,7 @@ void FeedbackClient::send(const QString& text, const QString& voicePath, Done do
                                     : QStringLiteral("发送失败（%1）").arg(r.error);
     } else {
       r.error = QStringLiteral("network");
-      r.message = ProgressDisplay::kNetworkErrorText;
+      r.message = ProgressHud::kNetworkErrorText;
     }
     done(r);
   });

@@ -14,7 +14,7 @@
 #include "service/LocalUserInfo.h"
 #include "shell/CustomTools.h"
 #include "shell/NotificationCenter.h"
-#include "shell/ProgressDisplay.h"
+#include "shell/ProgressHud.h"
 #include "shell/RequestScope.h"
 
 namespace {
@@ -35,11 +35,11 @@ PhotoPublisher::PhotoPublisher(const QString& token, QObject* parent)
     : QObject(parent), uploader_(token) {
   connect(&uploader_, &QiniuSimpleUploader::uploadProgressUpdated, this,
           [](const QString&, double percent) {
-            ProgressDisplay::showProgress(percent, QStringLiteral("化妆中..."));
+            ProgressHud::instance()->showProgress(percent, QStringLiteral("化妆中..."));
           });
   connect(&uploader_, &QiniuSimpleUploader::uploadSucceeded, this, &PhotoPublisher::onSucceeded);
   connect(&uploader_, &QiniuSimpleUploader::uploadFailed, this, [this] {
-    ProgressDisplay::showErrorWithStatus(QStringLiteral("呀，网络不好，稍候再试"));
+    ProgressHud::instance()->showErrorWithStatus(QStringLiteral("呀，网络不好，稍候再试"));
     emit uploadFailed();
   });
 }
@@ -88,14 +88,14 @@ QString PhotoPublisher::publicUrl(const QString& key) {
 
 void PhotoPublisher::addMessageSuccess(const QString& message, const QImage& photo,
                                        const QString& score, bool enabled) {
-  ProgressDisplay::show();
+  ProgressHud::instance()->show();
   userMessage = message;
   allResultPoint = score;
   isenablePhoto = enabled;
   imgLocationName = CustomTools::getfileImgName();
   const QImage scaled = CustomTools::scaleToSize(photo, QSize(200, 250));
   if (scaled.isNull() || !saveImage(scaled, imgLocationName)) {
-    ProgressDisplay::showErrorWithStatus(QStringLiteral("呀，网络不好，稍候再试"));
+    ProgressHud::instance()->showErrorWithStatus(QStringLiteral("呀，网络不好，稍候再试"));
     emit uploadFailed();
     return;
   }
@@ -105,7 +105,7 @@ void PhotoPublisher::addMessageSuccess(const QString& message, const QImage& pho
 }
 
 void PhotoPublisher::onSucceeded(const QString&, const QJsonObject& ret) {
-  ProgressDisplay::show(QStringLiteral("正在打扫战场"));
+  ProgressHud::instance()->showWithStatus(QStringLiteral("正在打扫战场"));
   const QString url = publicUrl(ret.value(QStringLiteral("key")).toVariant().toString());
   QPointer<PhotoPublisher> self(this);
   RequestScope scope(this);

@@ -2,7 +2,7 @@
 // 200x250 as JPEG (quality 0.5) under a fresh name in the documents folder,
 // upload it with the screen's token, then register the item ("rd_add_item")
 // with its public URL, post "sharMessageSuccded" and emit published() (the
-// screen leaves). Feedback goes through ProgressDisplay ("化妆中..." with the
+// screen leaves). Feedback goes through ProgressHud ("化妆中..." with the
 // fraction while sending, "正在打扫战场" after the upload, "呀，网络不好，稍候再试"
 // when the upload fails; the backend's errors as ItemApi shows them).
 //

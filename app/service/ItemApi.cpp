@@ -7,7 +7,8 @@
 #include "service/HeadApi.h"
 #include "service/KADO_JSON.h"
 #include "service/LocalUserInfo.h"
-#include "shell/ProgressDisplay.h"
+#include "shell/MessageBar.h"
+#include "shell/ProgressHud.h"
 
 Q_LOGGING_CATEGORY(lcItemApi, "rd.service.api", QtInfoMsg)
 
@@ -29,7 +30,7 @@ QString messageOf(const QJsonValue& reply) {
 }
 
 void showNetworkError(int, const QString&) {
-  ProgressDisplay::showErrorWithStatus(ProgressDisplay::kNetworkErrorText);
+  ProgressHud::instance()->showErrorWithStatus(ProgressHud::kNetworkErrorText);
 }
 
 // The network text, then the caller's own step when it has one.
@@ -64,7 +65,7 @@ void ItemApi::createItem(const QString& userId, const QString& imgUrl,
       QStringLiteral("cmd=rd_add_item"), body,
       [block](const QJsonValue& reply) {
         if (hasError(reply)) {
-          ProgressDisplay::showErrorWithStatus(messageOf(reply));
+          ProgressHud::instance()->showErrorWithStatus(messageOf(reply));
           return;
         }
         KADO_JSON::jsonToUserInfo(reply);  // always maps: the reply counts as success
@@ -88,7 +89,7 @@ void ItemApi::listItem(int limit, int page, const QString& rank, const QString& 
       [block](const QJsonValue& reply) {
         qCDebug(lcItemApi).noquote() << "list items:" << KADO_JSON::text(reply);
         if (hasError(reply)) {
-          ProgressDisplay::showErrorWithStatus(messageOf(reply));
+          ProgressHud::instance()->showErrorWithStatus(messageOf(reply));
           if (block) block(std::nullopt);
           return;
         }
@@ -128,14 +129,14 @@ void ItemApi::deleteItem(const QString& itemId, const QString& cmd, BoolBlock bl
       commandQuery(cmd), body,
       [block](const QJsonValue& reply) {
         if (hasError(reply)) {
-          ProgressDisplay::showErrorWithStatus(messageOf(reply));
+          ProgressHud::instance()->showErrorWithStatus(messageOf(reply));
           if (block) block(false);
           return;
         }
         if (block) block(true);
       },
       [block](int, const QString&) {
-        ProgressDisplay::showErrorWithStatus(QStringLiteral("删除失败"));
+        ProgressHud::instance()->showErrorWithStatus(QStringLiteral("删除失败"));
         if (block) block(false);
       });
 }
@@ -157,7 +158,8 @@ void ItemApi::likeItem(const QString& itemId, bool isLike, const QString& cmd,
       commandQuery(cmd), body,
       [block](const QJsonValue& reply) {
         if (hasError(reply)) {
-          MessageBar::show(QStringLiteral("温馨提示"), messageOf(reply), MessageBar::Type::Error);
+          MessageBar::instance()->showMessage(QStringLiteral("温馨提示"), messageOf(reply),
+                                              MessageBar::Error);
           if (block) block(Vote::Refused, std::nullopt);
           return;
         }
@@ -170,7 +172,7 @@ void ItemApi::likeItem(const QString& itemId, bool isLike, const QString& cmd,
         if (block) block(Vote::Counted, counted);
       },
       [block](int, const QString&) {
-        ProgressDisplay::showErrorWithStatus(ProgressDisplay::kNetworkErrorText);
+        ProgressHud::instance()->showErrorWithStatus(ProgressHud::kNetworkErrorText);
         if (block) block(Vote::Unanswered, std::nullopt);
       });
 }
@@ -186,7 +188,7 @@ void CommentApi::createComment(const QString& /*unused*/, const QString& itemID,
       commandQuery(cmd), body,
       [block](const QJsonValue& reply) {
         if (hasError(reply)) {
-          ProgressDisplay::showErrorWithStatus(messageOf(reply));
+          ProgressHud::instance()->showErrorWithStatus(messageOf(reply));
           return;
         }
         if (block) block(!reply.isUndefined());

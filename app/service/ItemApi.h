@@ -1,6 +1,6 @@
 // The backend's commands, one static method each; the last argument is the
 // completion, called at most once, on the main thread. Failures are not
-// returned: they are shown through ProgressDisplay / MessageBar, and on a
+// returned: they are shown through ProgressHud / MessageBar, and on a
 // transport failure most completions are not called at all (a screen waiting
 // for one keeps waiting). Callers pass the command names of the backend
 // ("rd_list_items", ...) as `cmd`.

@@ -8,7 +8,7 @@
 #include "service/KADO_JSON.h"
 #include "service/LocalUserInfo.h"
 #include "shell/NotificationCenter.h"
-#include "shell/ProgressDisplay.h"
+#include "shell/ProgressHud.h"
 
 Q_LOGGING_CATEGORY(lcUserApi, "rd.service.user", QtInfoMsg)
 
@@ -30,7 +30,7 @@ QString messageOf(const QJsonObject& reply) {
 }
 
 void showNetworkError(int, const QString&) {
-  ProgressDisplay::showErrorWithStatus(ProgressDisplay::kNetworkErrorText);
+  ProgressHud::instance()->showErrorWithStatus(ProgressHud::kNetworkErrorText);
 }
 
 void signedIn(const QJsonObject& reply) {
@@ -54,12 +54,12 @@ void UserInfoApi::UserSignin(const QString& mobile, const QString& password,
       [block](const QJsonValue& value) {
         const QJsonObject reply = value.toObject();
         if (hasError(reply)) {
-          ProgressDisplay::showErrorWithStatus(messageOf(reply));
+          ProgressHud::instance()->showErrorWithStatus(messageOf(reply));
           return;
         }
         const UserInfo user = KADO_JSON::jsonToUserInfo(value);
         if (!hasId(reply)) {
-          ProgressDisplay::showErrorWithStatus(ProgressDisplay::kNetworkErrorText);
+          ProgressHud::instance()->showErrorWithStatus(ProgressHud::kNetworkErrorText);
           return;
         }
         if (!LocalUserInfo::firstLoginDone()) LocalUserInfo::setFirstLoginDone(true);
@@ -89,7 +89,7 @@ void UserInfoApi::UserLogIn(const QString& mobile, const QString& password, cons
           if (block) block(true);
           return;
         }
-        ProgressDisplay::showErrorWithStatus(messageOf(reply));
+        ProgressHud::instance()->showErrorWithStatus(messageOf(reply));
       },
       showNetworkError,
       // A reset sets a new password: the phone shows it kept the old account.
@@ -118,7 +118,7 @@ void UserInfoApi::getUserInfo(const QString& /*unused*/, const QString& /*userHe
           if (block) block(user);
           return;
         }
-        ProgressDisplay::showErrorWithStatus(messageOf(reply));
+        ProgressHud::instance()->showErrorWithStatus(messageOf(reply));
       },
       showNetworkError);
 }

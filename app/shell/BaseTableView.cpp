@@ -2,7 +2,7 @@
 
 #include <QMetaProperty>
 
-#include "shell/ProgressDisplay.h"
+#include "shell/ProgressHud.h"
 #include "shell/RequestScope.h"
 
 const QString BaseTableView::kLoadingText = QStringLiteral("正在加载...");
@@ -320,7 +320,7 @@ void BaseTableView::loadFailedToReach(bool reload) {
   setReloading(false);
   failedReload_ = reload;
   loadFailed_ = true;
-  setFooter(ProgressDisplay::kNetworkErrorText, false);
+  setFooter(ProgressHud::kNetworkErrorText, false);
   emit stateChanged();
   finishRefreshControl();
   endLoading();

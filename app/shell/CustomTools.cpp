@@ -10,12 +10,13 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QMutex>
 #include <QPainter>
 #include <QStandardPaths>
 #include <QTransform>
 #include <QUuid>
 #include <utility>
+
+#include "AlertCenter.h"
 
 QJsonDocument CustomTools::jsonUnEncoding(const QByteArray& data) {
   QJsonParseError err{};
@@ -70,14 +71,32 @@ QImage CustomTools::rotateImage(const QImage& image, int exifOrientation, bool i
   QTransform t;
   bool mirror = false;
   switch (exifOrientation) {
-    case 2: mirror = true; break;                      // mirrored horizontally
-    case 3: t.rotate(180); break;                      // upside down
-    case 4: t.rotate(180); mirror = true; break;       // mirrored vertically
-    case 5: t.rotate(90); mirror = true; break;        // mirrored, turned left
-    case 6: t.rotate(90); break;                       // turned left: rotate right
-    case 7: t.rotate(-90); mirror = true; break;       // mirrored, turned right
-    case 8: t.rotate(-90); break;                      // turned right: rotate left
-    default: return image;                             // 1 or unknown: already upright
+    case 2:
+      mirror = true;
+      break;  // mirrored horizontally
+    case 3:
+      t.rotate(180);
+      break;  // upside down
+    case 4:
+      t.rotate(180);
+      mirror = true;
+      break;  // mirrored vertically
+    case 5:
+      t.rotate(90);
+      mirror = true;
+      break;  // mirrored, turned left
+    case 6:
+      t.rotate(90);
+      break;  // turned left: rotate right
+    case 7:
+      t.rotate(-90);
+      mirror = true;
+      break;  // mirrored, turned right
+    case 8:
+      t.rotate(-90);
+      break;  // turned right: rotate left
+    default:
+      return image;  // 1 or unknown: already upright
   }
   QImage src = mirror ? image.mirrored(true, false) : image;
   return t.isIdentity() ? src : src.transformed(t);
@@ -94,26 +113,46 @@ QString CustomTools::deviceString() { return deviceString(machineIdentifier()); 
 QString CustomTools::deviceString(const QString& id) {
   // Compared in this order; "iPhone3,2" stands twice and its second name is never returned.
   static const std::pair<const char*, const char*> table[] = {
-      {"iPhone1,1", "iPhone 1 (GSM)"},        {"iPhone1,2", "iPhone 3G (GSM)"},
-      {"iPhone2,1", "iPhone 3GS (GSM)"},      {"iPhone3,1", "iPhone 4 (GSM)"},
-      {"iPhone3,2", "iPhone 4 (Rev A)"},      {"iPhone3,3", "iPhone 4 (CDMA)"},
-      {"iPhone4,1", "iPhone 4S"},             {"iPhone5,1", "iPhone 5 (GSM+WCDMA)"},
-      {"iPhone5,2", "iPhone 5 (GSM+CDMA)"},   {"iPhone5,3", "iPhone 5C (GSM)"},
-      {"iPhone5,4", "iPhone 5C (GSM+CDMA)"},  {"iPhone6,1", "iPhone 5S (GSM)"},
-      {"iPhone6,2", "iPhone 5S (GSM+CDMA)"},  {"iPhone3,2", "Verizon iPhone 4"},
-      {"iPod1,1", "iPod Touch 1G"},           {"iPod2,1", "iPod Touch 2G"},
-      {"iPod3,1", "iPod Touch 3G"},           {"iPod4,1", "iPod Touch 4G"},
-      {"iPod5,1", "iPod Touch 5G"},           {"iPad1,1", "iPad"},
-      {"iPad1,2", "iPad 3G"},                 {"iPad2,1", "iPad 2 (WiFi)"},
-      {"iPad2,2", "iPad 2 (GSM)"},            {"iPad2,3", "iPad 2 (CDMA)"},
-      {"iPad2,4", "iPad 2"},                  {"iPad2,5", "iPad Mini (WiFi)"},
-      {"iPad2,6", "iPad Mini (GSM)"},         {"iPad2,7", "iPad Mini (CDMA)"},
-      {"iPad3,1", "iPad 3 (WiFi)"},           {"iPad3,2", "iPad 3 (GSM)"},
-      {"iPad3,3", "iPad 3 (CDMA)"},           {"iPad3,4", "iPad 4 (WiFi)"},
-      {"iPad3,5", "iPad 4 (GSM)"},            {"iPad3,6", "iPad 4 (CDMA)"},
-      {"iPad4,1", "iPad Air (WiFi)"},         {"iPad4,2", "iPad Air (GSM)"},
-      {"iPad4,4", "iPad Mini 2 (WiFi)"},      {"iPad4,5", "iPad Mini 2 (GSM+LTE)"},
-      {"i386", "Simulator"},                  {"x86_64", "Simulator"},
+      {"iPhone1,1", "iPhone 1 (GSM)"},
+      {"iPhone1,2", "iPhone 3G (GSM)"},
+      {"iPhone2,1", "iPhone 3GS (GSM)"},
+      {"iPhone3,1", "iPhone 4 (GSM)"},
+      {"iPhone3,2", "iPhone 4 (Rev A)"},
+      {"iPhone3,3", "iPhone 4 (CDMA)"},
+      {"iPhone4,1", "iPhone 4S"},
+      {"iPhone5,1", "iPhone 5 (GSM+WCDMA)"},
+      {"iPhone5,2", "iPhone 5 (GSM+CDMA)"},
+      {"iPhone5,3", "iPhone 5C (GSM)"},
+      {"iPhone5,4", "iPhone 5C (GSM+CDMA)"},
+      {"iPhone6,1", "iPhone 5S (GSM)"},
+      {"iPhone6,2", "iPhone 5S (GSM+CDMA)"},
+      {"iPhone3,2", "Verizon iPhone 4"},
+      {"iPod1,1", "iPod Touch 1G"},
+      {"iPod2,1", "iPod Touch 2G"},
+      {"iPod3,1", "iPod Touch 3G"},
+      {"iPod4,1", "iPod Touch 4G"},
+      {"iPod5,1", "iPod Touch 5G"},
+      {"iPad1,1", "iPad"},
+      {"iPad1,2", "iPad 3G"},
+      {"iPad2,1", "iPad 2 (WiFi)"},
+      {"iPad2,2", "iPad 2 (GSM)"},
+      {"iPad2,3", "iPad 2 (CDMA)"},
+      {"iPad2,4", "iPad 2"},
+      {"iPad2,5", "iPad Mini (WiFi)"},
+      {"iPad2,6", "iPad Mini (GSM)"},
+      {"iPad2,7", "iPad Mini (CDMA)"},
+      {"iPad3,1", "iPad 3 (WiFi)"},
+      {"iPad3,2", "iPad 3 (GSM)"},
+      {"iPad3,3", "iPad 3 (CDMA)"},
+      {"iPad3,4", "iPad 4 (WiFi)"},
+      {"iPad3,5", "iPad 4 (GSM)"},
+      {"iPad3,6", "iPad 4 (CDMA)"},
+      {"iPad4,1", "iPad Air (WiFi)"},
+      {"iPad4,2", "iPad Air (GSM)"},
+      {"iPad4,4", "iPad Mini 2 (WiFi)"},
+      {"iPad4,5", "iPad Mini 2 (GSM+LTE)"},
+      {"i386", "Simulator"},
+      {"x86_64", "Simulator"},
   };
   for (const auto& [key, name] : table)
     if (id == QLatin1String(key)) return QString::fromUtf8(name);
@@ -130,7 +169,8 @@ QString CustomTools::deviceWithNumString(const QString& id) {
 qint64 CustomTools::freeDiskSpaceInBytesByMB(const QString& path) {
   struct statvfs st {};
   if (statvfs(QFile::encodeName(path).constData(), &st) != 0) return 0;
-  return static_cast<qint64>(static_cast<unsigned long long>(st.f_bsize) * st.f_bavail / 1048576ULL);
+  return static_cast<qint64>(static_cast<unsigned long long>(st.f_bsize) * st.f_bavail /
+                             1048576ULL);
 }
 
 qint64 CustomTools::freeDiskSpaceInBytesByMB() {
@@ -145,27 +185,5 @@ qint64 CustomTools::freeDiskSpaceInBytesByMB() {
 }
 
 void CustomTools::msgbox(const QString& title, const QString& msg) {
-  AlertAdapter::show(title, msg, {QStringLiteral("确定")});
-}
-
-namespace {
-QMutex g_alertMutex;
-AlertAdapter::Presenter g_presenter;
-}  // namespace
-
-void AlertAdapter::setPresenter(Presenter p) {
-  QMutexLocker lock(&g_alertMutex);
-  g_presenter = std::move(p);
-}
-
-void AlertAdapter::show(const QString& title, const QString& message, const QStringList& buttons) {
-  Presenter p;
-  {
-    QMutexLocker lock(&g_alertMutex);
-    p = g_presenter;
-  }
-  if (p)
-    p(title, message, buttons);
-  else
-    qInfo().noquote() << "alert:" << title << "-" << message;
+  AlertCenter::instance()->showAlert(title, msg, {QStringLiteral("确定")});
 }

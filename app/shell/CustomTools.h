@@ -51,16 +51,6 @@ class CustomTools {
   static qint64 freeDiskSpaceInBytesByMB(const QString& path);
   static qint64 freeDiskSpaceInBytesByMB();  // the app's data folder
 
-  // Shows an alert with one button "确定" through the app's alert adapter.
+  // Shows an alert with one button "确定" (AlertCenter).
   static void msgbox(const QString& title, const QString& msg);
-};
-
-// The app's alert adapter: the UI installs a presenter; without one, alerts
-// go to the log. Tests install a recorder.
-class AlertAdapter {
- public:
-  using Presenter = std::function<void(const QString& title, const QString& message,
-                                       const QStringList& buttons)>;
-  static void setPresenter(Presenter p);
-  static void show(const QString& title, const QString& message, const QStringList& buttons);
 };

@@ -11,12 +11,8 @@
 #include "face/ui/CaptureImages.h"
 #include "service/Endpoints.h"
 #include "service/LocalUserInfo.h"
-#include "shell/ProgressDisplay.h"
 #include "shell/RequestScope.h"
-#include "shell/ui/AlertCenter.h"
 #include "shell/ui/AppDelegate.h"
-#include "shell/ui/MessageBarModel.h"
-#include "shell/ui/ProgressHud.h"
 #include "shell/ui/PushClient.h"
 #include "shell/ui/QtTexts.h"
 #include "ui/QmlTypes.h"
@@ -34,7 +30,6 @@ AppShell::AppShell(QObject* parent) : QObject(parent) {
   // object file) stays in the app.
   volatile auto registration = &qml_register_types_Rongdian;
   (void)registration;
-  installAdapters();
   installPhotoCache(&engine_);
   delegate_ = new AppDelegate(this);
   capture_ = new CaptureController(this);
@@ -45,30 +40,6 @@ AppShell::AppShell(QObject* parent) : QObject(parent) {
 AppShell::~AppShell() {
   RequestScope::setScreenProvider({});
   if (push_) push_->close();
-}
-
-void AppShell::installAdapters() {
-  AlertCenter::instance()->installAsAlertPresenter();
-  ProgressDisplay::setPresenter([](ProgressDisplay::Kind kind, const QString& text, double f) {
-    ProgressHud* hud = ProgressHud::instance();
-    switch (kind) {
-      case ProgressDisplay::Kind::Show:
-        hud->showWithStatus(text);
-        break;
-      case ProgressDisplay::Kind::Progress:
-        hud->showProgress(f, text);
-        break;
-      case ProgressDisplay::Kind::Success:
-        hud->showSuccessWithStatus(text);
-        break;
-      case ProgressDisplay::Kind::Error:
-        hud->showErrorWithStatus(text);
-        break;
-    }
-  });
-  MessageBar::setPresenter([](const QString& title, const QString& text, MessageBar::Type type) {
-    MessageBarModel::instance()->showMessage(title, text, int(type));
-  });
 }
 
 bool AppShell::start(const Options& options) {

@@ -1,7 +1,6 @@
-// The app assembled: the shared objects QML sees (App, Hud, MessageBar,
-// Alerts, …), the adapters of the core library routed to them, the push
-// gateway connection and the QML engine with the main window. main() and the
-// UI tests both start the app through this class.
+// The app assembled: the shared objects QML sees (AppDelegate,
+// CaptureController, …), the push gateway connection and the QML engine with the main window.
+// main() and the UI tests both start the app through this class.
 #pragma once
 
 #include <QObject>
@@ -26,10 +25,6 @@ class AppShell : public QObject {
 
   explicit AppShell(QObject* parent = nullptr);
   ~AppShell() override;
-
-  // Routes the core library's alert, progress and message-bar adapters to the
-  // app's overlays.
-  static void installAdapters();
 
   // Runs the start-up (AppDelegate::didFinishLaunchingWithOptions) and shows
   // the window. False when the window could not be built.

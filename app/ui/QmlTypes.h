@@ -25,10 +25,10 @@
 #include "face/ui/CaptureController.h"
 #include "face/ui/NumberJump.h"
 #include "face/ui/ResultViewController.h"
-#include "shell/ui/AlertCenter.h"
+#include "shell/AlertCenter.h"
+#include "shell/MessageBar.h"
+#include "shell/ProgressHud.h"
 #include "shell/ui/AppDelegate.h"
-#include "shell/ui/MessageBarModel.h"
-#include "shell/ui/ProgressHud.h"
 
 class QQmlEngine;
 
@@ -81,12 +81,12 @@ struct HudForeign {
 
 struct MessageBarForeign {
   Q_GADGET
-  QML_FOREIGN(MessageBarModel)
+  QML_FOREIGN(MessageBar)
   QML_NAMED_ELEMENT(MessageBar)
   QML_SINGLETON
  public:
-  static MessageBarModel* create(QQmlEngine*, QJSEngine*) {
-    return QmlTypes::kept(MessageBarModel::instance());
+  static MessageBar* create(QQmlEngine*, QJSEngine*) {
+    return QmlTypes::kept(MessageBar::instance());
   }
 };
 

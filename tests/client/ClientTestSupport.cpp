@@ -1,7 +1,10 @@
 #include "ClientTestSupport.h"
 
+#include <QMap>
 #include <QSettings>
 #include <QTcpServer>
+
+#include "shell/MessageBar.h"
 
 namespace clienttest {
 
@@ -14,20 +17,23 @@ quint16 deadPort() {
 }
 
 HudRecorder::HudRecorder() {
-  ProgressDisplay::setPresenter([this](ProgressDisplay::Kind k, const QString& t, double f) {
-    events.append({k, t, f});
+  auto* hud = ProgressHud::instance();
+  QObject::connect(hud, &ProgressHud::changed, &context_, [this, hud] {
+    static const QMap<ProgressHud::Mode, Kind> kinds{{ProgressHud::Waiting, Kind::Show},
+                                                     {ProgressHud::Progress, Kind::Progress},
+                                                     {ProgressHud::Success, Kind::Success},
+                                                     {ProgressHud::Error, Kind::Error}};
+    if (hud->mode() == ProgressHud::Hidden) return;
+    const Kind kind = kinds.value(hud->mode());
+    events.append({kind, hud->status(), kind == Kind::Progress ? hud->progress() : -1});
   });
-  MessageBar::setPresenter([this](const QString& title, const QString& d, MessageBar::Type) {
-    bars.append({title, d});
-  });
+  QObject::connect(MessageBar::instance(), &MessageBar::posted, &context_,
+                   [this](const QString& title, const QString& d) {
+                     bars.append({title, d});
+                   });
 }
 
-HudRecorder::~HudRecorder() {
-  ProgressDisplay::setPresenter({});
-  MessageBar::setPresenter({});
-}
-
-int HudRecorder::count(ProgressDisplay::Kind kind, const QString& text) const {
+int HudRecorder::count(Kind kind, const QString& text) const {
   int n = 0;
   for (const HudEvent& e : events)
     if (e.kind == kind && e.text == text) ++n;
@@ -37,7 +43,7 @@ int HudRecorder::count(ProgressDisplay::Kind kind, const QString& text) const {
 QStringList HudRecorder::errors() const {
   QStringList out;
   for (const HudEvent& e : events)
-    if (e.kind == ProgressDisplay::Kind::Error) out << e.text;
+    if (e.kind == Kind::Error) out << e.text;
   return out;
 }
 

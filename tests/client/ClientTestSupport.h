@@ -3,10 +3,11 @@
 #pragma once
 
 #include <QList>
+#include <QObject>
 #include <QString>
 #include <QStringList>
 
-#include "shell/ProgressDisplay.h"
+#include "shell/ProgressHud.h"
 #include "support/FakeHttpServer.h"
 #include "support/Wait.h"
 
@@ -21,8 +22,11 @@ using rdtest::waitUntil;
 // A loopback port nothing listens on.
 quint16 deadPort();
 
+// What the progress display was asked to show.
+enum class Kind { Show, Progress, Success, Error };
+
 struct HudEvent {
-  ProgressDisplay::Kind kind;
+  Kind kind;
   QString text;
   double fraction;
 };
@@ -31,11 +35,13 @@ struct HudEvent {
 class HudRecorder {
  public:
   HudRecorder();
-  ~HudRecorder();
   QList<HudEvent> events;
   QList<QStringList> bars;  // {title, description}
-  int count(ProgressDisplay::Kind kind, const QString& text) const;
+  int count(Kind kind, const QString& text) const;
   QStringList errors() const;
+
+ private:
+  QObject context_;  // the recording ends with it
 };
 
 // Empties the app's preferences (a throw-away location set up by main).

@@ -16,7 +16,6 @@
 #include "shell/NotificationCenter.h"
 
 using namespace clienttest;
-using Kind = ProgressDisplay::Kind;
 
 namespace {
 

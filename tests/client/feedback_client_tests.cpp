@@ -14,7 +14,7 @@
 #include "community/FeedbackClient.h"
 #include "service/Endpoints.h"
 #include "service/LocalUserInfo.h"
-#include "shell/ProgressDisplay.h"
+#include "shell/ProgressHud.h"
 #include "support/DatabaseRows.h"
 #include "support/ServerProcess.h"
 
@@ -126,7 +126,7 @@ TEST_F(Feedback, RefusalsCarryTheServersTextAndNothingIsStored) {
   auto gone = send(QStringLiteral("有人吗"));
   EXPECT_FALSE(gone.ok);
   EXPECT_EQ(gone.error, QStringLiteral("network"));
-  EXPECT_EQ(gone.message, ProgressDisplay::kNetworkErrorText);
+  EXPECT_EQ(gone.message, ProgressHud::kNetworkErrorText);
 }
 
 TEST(FeedbackEndpoints, FollowTheServerUrl) {

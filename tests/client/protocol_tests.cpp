@@ -24,7 +24,6 @@
 #include "support/ServerProcess.h"
 
 using namespace clienttest;
-using Kind = ProgressDisplay::Kind;
 
 namespace {
 

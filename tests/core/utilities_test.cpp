@@ -10,6 +10,7 @@
 #include <QTimeZone>
 #include <thread>
 
+#include "shell/AlertCenter.h"
 #include "shell/CustomTools.h"
 #include "shell/DateAddition.h"
 #include "shell/NotificationCenter.h"
@@ -25,8 +26,9 @@ TEST(Digests, NonAsciiHashesOnlyAPrefix) {
   // "容点" is 2 UTF-16 units and 6 UTF-8 bytes: only the first 2 bytes are hashed.
   const QString s = QStringLiteral("容点");
   const QByteArray prefix = s.toUtf8().left(2);
-  EXPECT_EQ(CustomTools::SHA1encode(s),
-            QString::fromLatin1(QCryptographicHash::hash(prefix, QCryptographicHash::Sha1).toHex()));
+  EXPECT_EQ(
+      CustomTools::SHA1encode(s),
+      QString::fromLatin1(QCryptographicHash::hash(prefix, QCryptographicHash::Sha1).toHex()));
   EXPECT_EQ(CustomTools::MD5encode(s),
             QString::fromLatin1(QCryptographicHash::hash(prefix, QCryptographicHash::Md5).toHex()));
 }
@@ -43,11 +45,13 @@ TEST(TimeAgo, Thresholds) {
     double seconds;
     const char* text;
   } cases[] = {
-      {-500, "刚刚"},        {0, "刚刚"},          {59, "刚刚"},          {60, "1分钟前"},
-      {119, "1分钟前"},      {120, "2分钟前"},     {2699, "44分钟前"},    {2700, "1小时前"},
-      {5399, "1小时前"},     {5400, "1小时前"},    {86399, "23小时前"},   {86400, "昨天"},
-      {172799, "昨天"},      {172800, "2天前"},    {2591999, "29天前"},   {2592000, "1个月前"},
-      {5184000, "2个月前"},  {31103999, "11个月前"}, {31104000, "1年前"}, {62208000, "2年前"},
+      {-500, "刚刚"},       {0, "刚刚"},          {59, "刚刚"},
+      {60, "1分钟前"},      {119, "1分钟前"},     {120, "2分钟前"},
+      {2699, "44分钟前"},   {2700, "1小时前"},    {5399, "1小时前"},
+      {5400, "1小时前"},    {86399, "23小时前"},  {86400, "昨天"},
+      {172799, "昨天"},     {172800, "2天前"},    {2591999, "29天前"},
+      {2592000, "1个月前"}, {5184000, "2个月前"}, {31103999, "11个月前"},
+      {31104000, "1年前"},  {62208000, "2年前"},
   };
   for (const auto& c : cases)
     EXPECT_EQ(DateAddition::timeAgoForSeconds(c.seconds), QString::fromUtf8(c.text)) << c.seconds;
@@ -137,13 +141,14 @@ TEST(Platform, FreeDiskSpaceAndAlerts) {
 
   QString title, message;
   QStringList buttons;
-  AlertAdapter::setPresenter([&](const QString& t, const QString& m, const QStringList& b) {
-    title = t;
-    message = m;
-    buttons = b;
-  });
+  QObject context;
+  QObject::connect(AlertCenter::instance(), &AlertCenter::alertPosted, &context,
+                   [&](const QString& t, const QString& m, const QStringList& b) {
+                     title = t;
+                     message = m;
+                     buttons = b;
+                   });
   CustomTools::msgbox("提示", "内容");
-  AlertAdapter::setPresenter(nullptr);
   EXPECT_EQ(title, "提示");
   EXPECT_EQ(message, "内容");
   EXPECT_EQ(buttons, QStringList{"确定"});
@@ -153,8 +158,8 @@ TEST(Notifications, SynchronousOrderedAndOwnerBound) {
   auto& center = NotificationCenter::defaultCenter();
   QStringList seen;
   auto owner = std::make_unique<QObject>();
-  const int a = center.addObserver("testNote", owner.get(),
-                                   [&](const Notification& n) { seen << "a:" + n.object.toString(); });
+  const int a = center.addObserver(
+      "testNote", owner.get(), [&](const Notification& n) { seen << "a:" + n.object.toString(); });
   const int b = center.addObserver("testNote", nullptr, [&](const Notification&) { seen << "b"; });
   center.addObserver("otherNote", nullptr, [&](const Notification&) { seen << "other"; });
 
@@ -168,8 +173,8 @@ TEST(Notifications, SynchronousOrderedAndOwnerBound) {
 
   // Posting from another thread runs the observers on that thread.
   std::thread::id observedOn;
-  const int c = center.addObserver("threadNote", nullptr,
-                                   [&](const Notification&) { observedOn = std::this_thread::get_id(); });
+  const int c = center.addObserver(
+      "threadNote", nullptr, [&](const Notification&) { observedOn = std::this_thread::get_id(); });
   std::thread t([&] { center.postNotification("threadNote"); });
   const auto tid = t.get_id();
   t.join();

@@ -24,10 +24,10 @@
 #include "face/ui/CaptureController.h"
 #include "face/ui/ResultViewController.h"
 #include "service/LocalUserInfo.h"
-#include "shell/ui/AlertCenter.h"
+#include "shell/AlertCenter.h"
+#include "shell/MessageBar.h"
+#include "shell/ProgressHud.h"
 #include "shell/ui/AppDelegate.h"
-#include "shell/ui/MessageBarModel.h"
-#include "shell/ui/ProgressHud.h"
 
 using namespace uitest;
 
@@ -260,7 +260,7 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
       << QJsonDocument(comment).toJson().toStdString();
 
   // The owner's push: the message bar and the badge on the home screen.
-  auto* bar = MessageBarModel::instance();
+  auto* bar = MessageBar::instance();
   ASSERT_TRUE(waitUntil([&] { return bar->description().contains("真好看"); }, 10000))
       << bar->description().toStdString();
   ASSERT_TRUE(waitUntil([&] { return item(home, "bgPointred")->isVisible(); }, 10000));

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "shell/AlertCenter.h"
 #include "shell/CustomTools.h"
 
 namespace facetest {
@@ -101,14 +102,14 @@ double meanDiff(const QImage& a0, const QImage& b0) {
 
 AlertRecorder::AlertRecorder()
     : mutex_(std::make_shared<QMutex>()), list_(std::make_shared<QList<Alert>>()) {
-  AlertAdapter::setPresenter(
+  QObject::connect(
+      AlertCenter::instance(), &AlertCenter::alertPosted, &context_,
       [m = mutex_, l = list_](const QString& t, const QString& msg, const QStringList& b) {
         QMutexLocker lock(m.get());
         l->append({t, msg, b});
-      });
+      },
+      Qt::DirectConnection);
 }
-
-AlertRecorder::~AlertRecorder() { AlertAdapter::setPresenter(nullptr); }
 
 QList<AlertRecorder::Alert> AlertRecorder::alerts() const {
   QMutexLocker lock(mutex_.get());

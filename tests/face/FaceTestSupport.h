@@ -6,6 +6,7 @@
 #include <QImage>
 #include <QList>
 #include <QMutex>
+#include <QObject>
 #include <QString>
 #include <QStringList>
 #include <memory>
@@ -37,10 +38,10 @@ class AlertRecorder {
     QStringList buttons;
   };
   AlertRecorder();
-  ~AlertRecorder();
   QList<Alert> alerts() const;
 
  private:
+  QObject context_;  // the recording ends with it
   std::shared_ptr<QMutex> mutex_;
   std::shared_ptr<QList<Alert>> list_;
 };

@@ -14,9 +14,9 @@
 #include "publish/QiniuSimpleUploader.h"
 #include "service/ItemApi.h"
 #include "service/LocalUserInfo.h"
+#include "shell/MessageBar.h"
+#include "shell/ProgressHud.h"
 #include "shell/ui/AppDelegate.h"
-#include "shell/ui/MessageBarModel.h"
-#include "shell/ui/ProgressHud.h"
 
 namespace uitest {
 
@@ -35,8 +35,8 @@ void recordOverlays() {
     if (hud->mode() != ProgressHud::Progress || entry != last) g_hud << entry;
     last = entry;
   });
-  auto* bar = MessageBarModel::instance();
-  QObject::connect(bar, &MessageBarModel::changed, bar, [bar] {
+  auto* bar = MessageBar::instance();
+  QObject::connect(bar, &MessageBar::changed, bar, [bar] {
     if (bar->visible()) g_bar << bar->title() + '|' + bar->description();
   });
 }

@@ -24,12 +24,12 @@
 #include "service/ItemApi.h"
 #include "service/LocalUserInfo.h"
 #include "service/UserInfoApi.h"
+#include "shell/AlertCenter.h"
 #include "shell/BaseTableView.h"
+#include "shell/MessageBar.h"
 #include "shell/NotificationCenter.h"
-#include "shell/ui/AlertCenter.h"
+#include "shell/ProgressHud.h"
 #include "shell/ui/AppDelegate.h"
-#include "shell/ui/MessageBarModel.h"
-#include "shell/ui/ProgressHud.h"
 #include "support/Seeding.h"
 
 using namespace uitest;
@@ -121,7 +121,7 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   EXPECT_EQ(text(like), "赞(0)");
   press(like);
   EXPECT_FALSE(like->isEnabled());  // until the answer
-  auto* bar = MessageBarModel::instance();
+  auto* bar = MessageBar::instance();
   ASSERT_TRUE(waitUntil([&] { return bar->description() == "感谢您为小红增加100容点。"; }));
   EXPECT_EQ(bar->title(), "温馨提示");
   ASSERT_TRUE(waitUntil([&] { return like->isEnabled(); }));

@@ -15,8 +15,8 @@
 #include "UiTestSupport.h"
 #include "community/ui/VoiceRecorder.h"
 #include "service/Endpoints.h"
+#include "shell/ProgressHud.h"
 #include "shell/ui/AppDelegate.h"
-#include "shell/ui/ProgressHud.h"
 
 using namespace uitest;
 

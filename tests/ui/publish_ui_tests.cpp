@@ -17,8 +17,8 @@
 #include "service/Endpoints.h"
 #include "service/LocalUserInfo.h"
 #include "shell/NotificationCenter.h"
+#include "shell/ProgressHud.h"
 #include "shell/ui/AppDelegate.h"
-#include "shell/ui/ProgressHud.h"
 #include "support/Seeding.h"
 
 using namespace uitest;

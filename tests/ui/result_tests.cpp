@@ -21,9 +21,9 @@
 #include "face/ui/CaptureController.h"
 #include "face/ui/ResultViewController.h"
 #include "service/LocalUserInfo.h"
-#include "shell/ui/AlertCenter.h"
+#include "shell/AlertCenter.h"
+#include "shell/ProgressHud.h"
 #include "shell/ui/AppDelegate.h"
-#include "shell/ui/ProgressHud.h"
 #include "support/FakeHttpServer.h"
 
 using namespace uitest;

@@ -10,12 +10,12 @@
 #include <QWebSocketServer>
 
 #include "UiTestSupport.h"
+#include "shell/AlertCenter.h"
 #include "shell/CustomTools.h"
+#include "shell/MessageBar.h"
 #include "shell/NotificationCenter.h"
-#include "shell/ui/AlertCenter.h"
+#include "shell/ProgressHud.h"
 #include "shell/ui/AppDelegate.h"
-#include "shell/ui/MessageBarModel.h"
-#include "shell/ui/ProgressHud.h"
 #include "shell/ui/PushClient.h"
 
 using namespace uitest;
@@ -140,7 +140,7 @@ TEST(Push, TokenIsStoredAndEachPushReloadsCountsAndShowsTheBar) {
   int reloads = 0;
   NotificationCenter::defaultCenter().addObserver(Notifications::updataNewsNum, nullptr,
                                                   [&](const Notification&) { ++reloads; });
-  auto* bar = MessageBarModel::instance();
+  auto* bar = MessageBar::instance();
   // Nobody signed in: a push is nobody's here, acknowledged and not shown.
   gateway.send({{"id", 6}, {"push", QJsonObject{{"aps", QJsonObject{{"alert", "给别人"}}}}}});
   ASSERT_TRUE(waitUntil([&] { return gateway.received_.size() == 2; }));
@@ -154,7 +154,7 @@ TEST(Push, TokenIsStoredAndEachPushReloadsCountsAndShowsTheBar) {
   EXPECT_EQ(reloads, 1);
   EXPECT_EQ(bar->title(), "温馨提示");
   EXPECT_EQ(bar->description(), "有人评论了你的照片");
-  EXPECT_EQ(bar->type(), MessageBarModel::Success);
+  EXPECT_EQ(bar->type(), MessageBar::Success);
   EXPECT_EQ(uitest::text(item("messageBarTitle")), "温馨提示");
   ASSERT_TRUE(waitUntil([&] { return gateway.received_.size() == 3; }));
   EXPECT_EQ(QJsonDocument::fromJson(gateway.received_[2].toUtf8())["ack"].toInt(), 7);
@@ -211,7 +211,7 @@ TEST(Overlays, AlertsQueueAndTheProgressDisplayTimesOut) {
   app();
   auto* alerts = AlertCenter::instance();
   CustomTools::msgbox("照相机无法打开", "");
-  AlertAdapter::show("第二个", "消息", {"好", "不好"});
+  alerts->showAlert("第二个", "消息", {"好", "不好"});
   ASSERT_TRUE(waitUntil([&] { return alerts->alertVisible(); }));
   EXPECT_EQ(uitest::text(item("alertTitle")), "照相机无法打开");
   EXPECT_EQ(alerts->alertButtons(), QStringList{"确定"});

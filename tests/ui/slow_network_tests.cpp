@@ -18,9 +18,9 @@
 #include "service/ItemApi.h"
 #include "service/LocalUserInfo.h"
 #include "shell/BaseTableView.h"
+#include "shell/ProgressHud.h"
 #include "shell/RequestScope.h"
 #include "shell/ui/AppDelegate.h"
-#include "shell/ui/ProgressHud.h"
 #include "support/Seeding.h"
 
 using namespace uitest;

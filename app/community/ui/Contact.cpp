@@ -3,7 +3,7 @@
 #include "BuildConfig.h"
 #include "community/FeedbackClient.h"
 #include "service/Endpoints.h"
-#include "shell/ui/ProgressHud.h"
+#include "shell/ProgressHud.h"
 
 Contact* Contact::instance() {
   static Contact* c = new Contact;

@@ -6,11 +6,10 @@
 #include "community/ui/Session.h"
 #include "service/ItemApi.h"
 #include "service/LocalUserInfo.h"
+#include "shell/MessageBar.h"
 #include "shell/NotificationCenter.h"
-#include "shell/ProgressDisplay.h"
+#include "shell/ProgressHud.h"
 #include "shell/RequestScope.h"
-#include "shell/ui/MessageBarModel.h"
-#include "shell/ui/ProgressHud.h"
 
 ItemActions* ItemActions::instance() {
   static ItemActions* a = new ItemActions;
@@ -65,9 +64,8 @@ int ItemActions::likeAction(const QVariant& itemVar, bool isLike) {
       item.value("itemId").toString(), isLike, QStringLiteral("rd_like_item"),
       [this, request, name, before](ItemApi::Vote vote, const std::optional<Item>& counted) {
         if (vote == ItemApi::Vote::Counted) {
-          MessageBarModel::instance()->showMessage(LikeTapAction::thanksTitle(),
-                                                   LikeTapAction::thanksText(name),
-                                                   MessageBarModel::Success);
+          MessageBar::instance()->showMessage(LikeTapAction::thanksTitle(),
+                                              LikeTapAction::thanksText(name), MessageBar::Success);
           // Every view shows the numbers the backend counted
           // (they differ from ours when the vote replaced an
           // opposite one, or others voted meanwhile).
@@ -92,7 +90,7 @@ void ItemActions::createComment(const QString& itemId, const QString& text) {
         if (ok)
           ProgressHud::instance()->dismiss();
         else
-          ProgressHud::instance()->showErrorWithStatus(ProgressDisplay::kNetworkErrorText);
+          ProgressHud::instance()->showErrorWithStatus(ProgressHud::kNetworkErrorText);
         emit commentAnswered(itemId, ok);
       });
 }

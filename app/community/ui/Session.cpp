@@ -5,10 +5,9 @@
 #include "service/LocalUserInfo.h"
 #include "service/UserInfoApi.h"
 #include "shell/NotificationCenter.h"
-#include "shell/ProgressDisplay.h"
+#include "shell/ProgressHud.h"
 #include "shell/RequestScope.h"
 #include "shell/ui/AppDelegate.h"
-#include "shell/ui/ProgressHud.h"
 
 namespace {
 QString tokenText() {
@@ -78,7 +77,7 @@ void Session::logIn(const QString& number, const QString& password, bool reset) 
       emit sessionChanged();
       refreshUser();  // this account's badge
     } else {
-      ProgressHud::instance()->showErrorWithStatus(ProgressDisplay::kNetworkErrorText);
+      ProgressHud::instance()->showErrorWithStatus(ProgressHud::kNetworkErrorText);
     }
     emit loggedInAnswered(ok);
   });

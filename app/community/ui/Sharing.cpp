@@ -4,7 +4,7 @@
 #include <QGuiApplication>
 #include <QImage>
 
-#include "shell/ui/ProgressHud.h"
+#include "shell/ProgressHud.h"
 
 Sharing* Sharing::instance() {
   static Sharing* s = new Sharing;

@@ -8,8 +8,8 @@
 
 #include "face/ui/CaptureImages.h"
 #include "face/ui/ResultViewController.h"
+#include "shell/ProgressHud.h"
 #include "shell/ui/AppDelegate.h"
-#include "shell/ui/ProgressHud.h"
 
 CaptureController::CaptureController(QObject* parent)
     : QObject(parent), flow_(new CaptureFlow(this, this)) {

@@ -10,11 +10,11 @@
 #include "publish/PhotoPublisher.h"
 #include "service/LocalUserInfo.h"
 #include "service/UserInfoApi.h"
+#include "shell/AlertCenter.h"
 #include "shell/NotificationCenter.h"
+#include "shell/ProgressHud.h"
 #include "shell/RequestScope.h"
-#include "shell/ui/AlertCenter.h"
 #include "shell/ui/AppDelegate.h"
-#include "shell/ui/ProgressHud.h"
 
 namespace {
 // The photo with rounded corners: radius a tenth of its width.

@@ -10,9 +10,9 @@
 #include "BuildConfig.h"
 #include "service/LocalUserInfo.h"
 #include "service/UserInfoApi.h"
+#include "shell/MessageBar.h"
 #include "shell/NotificationCenter.h"
 #include "shell/UnreadBadge.h"
-#include "shell/ui/MessageBarModel.h"
 #include "shell/ui/OutsideKits.h"
 #include "shell/ui/PushClient.h"
 
@@ -173,9 +173,9 @@ void AppDelegate::didReceiveRemoteNotification(const QVariantMap& userInfo) {
   NotificationCenter::defaultCenter().postNotification(Notifications::updataNewsNum);
   const QVariant alert =
       userInfo.value(QStringLiteral("aps")).toMap().value(QStringLiteral("alert"));
-  MessageBarModel::instance()->showMessage(
+  MessageBar::instance()->showMessage(
       localizedString("message.bar.success.title", QStringLiteral("温馨提示")),
-      alert.canConvert<QString>() ? alert.toString() : QString(), MessageBarModel::Success);
+      alert.canConvert<QString>() ? alert.toString() : QString(), MessageBar::Success);
 }
 
 bool AppDelegate::openURL(const QUrl& url) {

@@ -4,6 +4,8 @@
 #include <QThread>
 #include <algorithm>
 
+const QString ProgressHud::kNetworkErrorText = QStringLiteral("网络环境差，请稍候再试！：）");
+
 ProgressHud::ProgressHud(QObject* parent) : QObject(parent) {
   autoDismiss_.setSingleShot(true);
   connect(&autoDismiss_, &QTimer::timeout, this, &ProgressHud::dismiss);

@@ -9,7 +9,7 @@
 #include <QString>
 #include <QTimer>
 
-class MessageBarModel : public QObject {
+class MessageBar : public QObject {
   Q_OBJECT
   Q_PROPERTY(bool visible READ visible NOTIFY changed)
   Q_PROPERTY(QString title READ title NOTIFY changed)
@@ -20,8 +20,8 @@ class MessageBarModel : public QObject {
   enum Type { Error = 0, Success = 1, Info = 2 };
   Q_ENUM(Type)
 
-  explicit MessageBarModel(QObject* parent = nullptr);
-  static MessageBarModel* instance();
+  explicit MessageBar(QObject* parent = nullptr);
+  static MessageBar* instance();
 
   bool visible() const { return visible_; }
   QString title() const { return title_; }
@@ -37,6 +37,8 @@ class MessageBarModel : public QObject {
 
  signals:
   void changed();
+  // Every notice as it comes, on the bar's thread, shown at once or queued.
+  void posted(const QString& title, const QString& description, int type);
 
  private:
   struct Notice {

@@ -1,16 +1,16 @@
-#include "MessageBarModel.h"
+#include "MessageBar.h"
 
 #include <QCoreApplication>
 #include <QThread>
 
-MessageBarModel::MessageBarModel(QObject* parent) : QObject(parent) {
+MessageBar::MessageBar(QObject* parent) : QObject(parent) {
   hideTimer_.setSingleShot(true);
-  connect(&hideTimer_, &QTimer::timeout, this, &MessageBarModel::hide);
+  connect(&hideTimer_, &QTimer::timeout, this, &MessageBar::hide);
 }
 
-MessageBarModel* MessageBarModel::instance() {
-  static MessageBarModel* bar = [] {
-    auto* b = new MessageBarModel;
+MessageBar* MessageBar::instance() {
+  static MessageBar* bar = [] {
+    auto* b = new MessageBar;
     if (auto* app = QCoreApplication::instance()) {
       b->moveToThread(app->thread());
       b->setParent(app);
@@ -20,12 +20,13 @@ MessageBarModel* MessageBarModel::instance() {
   return bar;
 }
 
-void MessageBarModel::showMessage(const QString& title, const QString& description, int type) {
+void MessageBar::showMessage(const QString& title, const QString& description, int type) {
   if (QThread::currentThread() != thread()) {
     QMetaObject::invokeMethod(
         this, [=, this] { showMessage(title, description, type); }, Qt::QueuedConnection);
     return;
   }
+  emit posted(title, description, type);
   const Notice n{title, description, type};
   if (!visible_) {
     present(n);
@@ -35,7 +36,7 @@ void MessageBarModel::showMessage(const QString& title, const QString& descripti
   while (waiting_.size() > kQueued) waiting_.removeFirst();
 }
 
-void MessageBarModel::present(const Notice& n) {
+void MessageBar::present(const Notice& n) {
   title_ = n.title;
   description_ = n.description;
   type_ = n.type;
@@ -44,9 +45,9 @@ void MessageBarModel::present(const Notice& n) {
   emit changed();
 }
 
-void MessageBarModel::hide() {
+void MessageBar::hide() {
   if (QThread::currentThread() != thread()) {
-    QMetaObject::invokeMethod(this, &MessageBarModel::hide, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, &MessageBar::hide, Qt::QueuedConnection);
     return;
   }
   hideTimer_.stop();

@@ -1,7 +1,8 @@
-// The app's one progress display: a waiting text while work is under way,
-// a progress fraction, then a success or error text that goes away by itself.
-// Every method may be called from any thread; the state changes on the
-// object's own (main) thread. QML draws it (ProgressHudView.qml).
+// The app's one progress display, where user feedback of background work
+// goes: a waiting text while work is under way, a progress fraction, then a
+// success or error text that goes away by itself. Every method may be called
+// from any thread; the state changes on the object's own (main) thread, in
+// the order of the calls. QML draws it (ProgressHudView.qml).
 #pragma once
 
 #include <QObject>
@@ -23,6 +24,9 @@ class ProgressHud : public QObject {
 
   explicit ProgressHud(QObject* parent = nullptr);
   static ProgressHud* instance();  // the app's display (created on first use)
+
+  // The text of any request that could not reach the server.
+  static const QString kNetworkErrorText;  // "网络环境差，请稍候再试！：）"
 
   Mode mode() const { return mode_; }
   QString status() const { return status_; }

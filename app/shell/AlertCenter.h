@@ -1,8 +1,8 @@
 // Alerts (a title, a message, buttons) and action sheets (a title and a list
-// of buttons sliding up from the bottom). The app installs this as the
-// presenter of AlertAdapter, so CustomTools::msgbox and the detection client's
-// alerts land here. One alert and one sheet at a time; further alerts wait.
-// QML draws them (AlertView.qml, ActionSheetView.qml).
+// of buttons sliding up from the bottom), wherever they are raised from
+// (CustomTools::msgbox, the detection client's alerts, the screens). One alert
+// and one sheet at a time; further alerts wait. QML draws them (AlertView.qml,
+// ActionSheetView.qml); without a window they just wait.
 #pragma once
 
 #include <QObject>
@@ -35,8 +35,6 @@ class AlertCenter : public QObject {
 
   explicit AlertCenter(QObject* parent = nullptr);
   static AlertCenter* instance();
-  // Routes AlertAdapter::show to this centre.
-  void installAsAlertPresenter();
 
   bool alertVisible() const { return !alerts_.empty(); }
   QString alertTitle() const { return alerts_.empty() ? QString() : alerts_.front().title; }
@@ -69,6 +67,9 @@ class AlertCenter : public QObject {
   void sheetChanged();
   // QML callers of the invokable forms hear the answer here.
   void alertAnswered(const QString& title, int buttonIndex);
+  // Every alert as it comes, on the centre's thread, shown at once or queued
+  // (what the command-line tool prints).
+  void alertPosted(const QString& title, const QString& message, const QStringList& buttons);
   void sheetAnswered(const QString& title, int buttonIndex);
 
  private:

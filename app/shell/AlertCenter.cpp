@@ -4,8 +4,6 @@
 #include <QThread>
 #include <QVariantMap>
 
-#include "shell/CustomTools.h"
-
 AlertCenter::AlertCenter(QObject* parent) : QObject(parent) {}
 
 AlertCenter* AlertCenter::instance() {
@@ -18,11 +16,6 @@ AlertCenter* AlertCenter::instance() {
     return c;
   }();
   return centre;
-}
-
-void AlertCenter::installAsAlertPresenter() {
-  AlertAdapter::setPresenter(
-      [this](const QString& t, const QString& m, const QStringList& b) { showAlert(t, m, b, {}); });
 }
 
 QVariantList AlertCenter::sheetButtons() const {
@@ -39,9 +32,9 @@ void AlertCenter::showAlert(const QString& title, const QString& message,
         this, [=, this] { showAlert(title, message, buttons, done); }, Qt::QueuedConnection);
     return;
   }
-  alerts_.push_back(Alert{title, message,
-                          buttons.isEmpty() ? QStringList{QStringLiteral("确定")} : buttons,
-                          std::move(done)});
+  const QStringList shown = buttons.isEmpty() ? QStringList{QStringLiteral("确定")} : buttons;
+  emit alertPosted(title, message, shown);
+  alerts_.push_back(Alert{title, message, shown, std::move(done)});
   if (alerts_.size() == 1) emit alertChanged();
 }
 

@@ -113,6 +113,10 @@ void Router::set_precheck(bhttp::verb method, const std::string& path, Precheck 
   route(method, path, "for a precheck").precheck = std::move(p);
 }
 
+void Router::set_error_shape(bhttp::verb method, const std::string& path, ErrorShape shape) {
+  route(method, path, "for an error shape").error_shape = std::move(shape);
+}
+
 void Router::add_upgrade(std::string path, UpgradeHandler h, std::string label) {
   Route r;
   r.method = bhttp::verb::get;
@@ -327,6 +331,7 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
 
   void on_head(beast::error_code ec) {
     idle_ = false;
+    route_ = nullptr;  // the previous request's, on a kept-alive connection
     set_phase(Reading);
     started_ = std::chrono::steady_clock::now();
     if (ec && timed_out_) ec = beast::error::timeout;
@@ -377,8 +382,8 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     const auto length = parser_->content_length();
     if (length && *length > limit)
       return drain_then_send(
-          json_response(head, bhttp::status::payload_too_large,
-                        boost::json::object{{"error", "request body too large"}}));
+          shaped(json_response(head, bhttp::status::payload_too_large,
+                               boost::json::object{{"error", "request body too large"}})));
     if (route_->precheck)
       if (auto refused = route_->precheck(head, ctx_)) return drain_then_send(std::move(*refused));
     // The body's bytes are held until the answer is written: counted against
@@ -387,7 +392,7 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
     const std::size_t holds = length ? std::size_t(*length) : parser_->chunked() ? limit : 0;
     if (holds && !server_.bodies_->grant(address_block(ctx_.remote_address), holds, body_grant_)) {
       server_.metrics_.count("rongdian_bodies_refused_total");
-      return drain_then_send(busy_response(head));
+      return drain_then_send(shaped(busy_response(head)));
     }
     // A client that waits for "100 Continue" before its body gets it now
     // that the head was accepted.
@@ -441,7 +446,19 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
               const std::string& label) {
     Request req;
     req.version(version);
-    send(json_response(req, status, boost::json::object{{"error", error}}), label, false);
+    send(shaped(json_response(req, status, boost::json::object{{"error", error}})), label, false);
+  }
+
+  // The core's own error answer in the matched route's shape, if it has one.
+  Response shaped(Response res) const {
+    if (!route_ || !route_->error_shape) return res;
+    boost::system::error_code ec;
+    auto core = boost::json::parse(res.body(), ec);
+    if (ec || !core.is_object()) return res;
+    res.body() =
+        boost::json::serialize(route_->error_shape(res.result_int(), std::move(core.as_object())));
+    res.prepare_payload();
+    return res;
   }
   std::string route_label() const { return route_ ? route_->label : "-"; }
 
@@ -516,8 +533,8 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
       } catch (const std::exception& e) {
         std::cerr << "rongdian-server: handler for " << self->ctx_.path << " failed: " << e.what()
                   << "\n";
-        res = json_response(self->req_, bhttp::status::internal_server_error,
-                            boost::json::object{{"error", "internal error"}});
+        res = self->shaped(json_response(self->req_, bhttp::status::internal_server_error,
+                                         boost::json::object{{"error", "internal error"}}));
       }
       self->answer(std::move(res));
     });
@@ -527,7 +544,7 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
   void run_heavy() {
     if (server_.cpu_pending_.fetch_add(1) >= server_.cpu_limit_) {
       --server_.cpu_pending_;
-      return answer(busy_response(req_));
+      return answer(shaped(busy_response(req_)));
     }
     asio::post(server_.cpu(), [self = shared_from_this()] {
       Response res;
@@ -536,8 +553,8 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
       } catch (const std::exception& e) {
         std::cerr << "rongdian-server: handler for " << self->ctx_.path << " failed: " << e.what()
                   << "\n";
-        res = json_response(self->req_, bhttp::status::internal_server_error,
-                            boost::json::object{{"error", "internal error"}});
+        res = self->shaped(json_response(self->req_, bhttp::status::internal_server_error,
+                                         boost::json::object{{"error", "internal error"}}));
       }
       --self->server_.cpu_pending_;
       self->answer(std::move(res));

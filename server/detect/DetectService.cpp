@@ -229,6 +229,25 @@ DetectService::DetectService(std::shared_ptr<const engine::FaceEngine> engine, s
       why_unavailable_(std::move(why_unavailable)),
       photos_(std::move(photos)) {}
 
+json::object DetectService::shape_core_error(unsigned status, json::object core) {
+  const std::string text = core.contains("error") && core["error"].is_string()
+                               ? std::string(core["error"].as_string())
+                               : std::string("error");
+  auto named = [&](int code, const char* name) {
+    return json::object{{"error", std::string(name) + ": " + text}, {"error_code", code}};
+  };
+  switch (status) {
+    case 413:
+      return named(kImageTooLarge, "IMAGE_FILE_TOO_LARGE");
+    case 503:
+      return named(kEngineUnavailable, "SERVER_TOO_BUSY");
+    case 500:
+      return named(kInternalError, "INTERNAL_ERROR");
+    default:
+      return named(kBadArguments, "BAD_ARGUMENTS");
+  }
+}
+
 std::optional<http::Response> DetectService::refuse_query_keys(const http::Request& head,
                                                                const http::Context& ctx) const {
   const std::string* k = ctx.param("api_key");

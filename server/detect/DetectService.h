@@ -27,7 +27,7 @@ enum ErrorCode : int {
   kInternalError = 1001,       // 500
   kAuthorizationError = 1004,  // 401: wrong or missing api_key / api_secret
   kBadArguments = 1005,        // 400: unknown mode or attribute
-  kEngineUnavailable = 1202,   // 503: the model files could not be loaded
+  kEngineUnavailable = 1202,   // 503: the model files could not be loaded, or the server is busy
   kUnsupportedFormat = 1300,   // 400: the data is not a JPEG or PNG image
   kImageDownload = 1301,       // 400: "url" names no photo of this server's storage
   kImageTooLarge = 1302,       // 413: too many bytes or pixels
@@ -73,6 +73,9 @@ class DetectService {
   // handle() once the body is in.
   std::optional<http::Response> refuse_query_keys(const http::Request& head,
                                                   const http::Context& ctx) const;
+  // The server core's own refusals of a detection request, with the
+  // service's "error" text and "error_code".
+  static boost::json::object shape_core_error(unsigned status, boost::json::object core);
 
  private:
   std::shared_ptr<const engine::FaceEngine> engine_;

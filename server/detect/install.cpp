@@ -40,6 +40,10 @@ void install(server::Services& s) {
                         [service](const http::Request& head, http::Context& ctx) {
                           return service->refuse_query_keys(head, ctx);
                         });
+  // The server core's refusals (body too large, busy, timed out) carry the
+  // service's error fields too.
+  s.router.set_error_shape(http::bhttp::verb::unknown, "/v2/detection/detect",
+                           &DetectService::shape_core_error);
 }
 
 }  // namespace rd::detect

@@ -41,6 +41,10 @@ void Router::set_precheck(bhttp::verb method, const std::string& path, Precheck 
   route(method, path, "for a precheck").precheck = std::move(p);
 }
 
+void Router::set_error_shape(bhttp::verb method, const std::string& path, ErrorShape shape) {
+  route(method, path, "for an error shape").error_shape = std::move(shape);
+}
+
 void Router::add_upgrade(std::string path, UpgradeHandler h, std::string label) {
   Route r;
   r.method = bhttp::verb::get;

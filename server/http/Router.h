@@ -37,6 +37,11 @@ using Slot = ConnectionCounts::Slot;
 // Takes over the connection after the request head and body were read (used
 // for WebSocket upgrades). Runs on the connection's executor.
 using UpgradeHandler = std::function<void(beast::tcp_stream, Request, std::shared_ptr<Slot>)>;
+// Reshapes the server core's own error body ({"error": TEXT}) for a route
+// that stands in for a service whose clients read that service's error
+// fields: the 400/408/413 of a request that went wrong, the 503 "busy", the
+// 500 of a handler that failed.
+using ErrorShape = std::function<boost::json::object(unsigned status, boost::json::object core)>;
 
 struct Route {
   bhttp::verb method = bhttp::verb::unknown;  // unknown: any method
@@ -52,6 +57,7 @@ struct Route {
   // detection, image decoding): they run on the server's bounded CPU pool,
   // away from the workers that answer everything else.
   std::function<bool(const Request&, const Context&)> heavy;
+  ErrorShape error_shape;
 };
 
 class Router {
@@ -68,6 +74,8 @@ class Router {
                  std::function<bool(const Request&, const Context&)> heavy = {});
   // Gives the route added for `method` and `path` a check of its head.
   void set_precheck(bhttp::verb method, const std::string& path, Precheck p);
+  // Gives the route added for `method` and `path` its own error shape.
+  void set_error_shape(bhttp::verb method, const std::string& path, ErrorShape shape);
   // A GET with "Upgrade: websocket" on `path` is handed to `h`.
   void add_upgrade(std::string path, UpgradeHandler h, std::string label = {});
 

@@ -93,6 +93,7 @@ void Server::Session::arm_timer(std::chrono::seconds after) {
 
 void Server::Session::on_head(beast::error_code ec) {
   idle_ = false;
+  route_ = nullptr;  // the previous request's, on a kept-alive connection
   set_phase(Reading);
   started_ = std::chrono::steady_clock::now();
   if (ec && timed_out_) ec = beast::error::timeout;
@@ -141,8 +142,9 @@ void Server::Session::on_head(beast::error_code ec) {
   parser_->body_limit(limit);
   const auto length = parser_->content_length();
   if (length && *length > limit)
-    return drain_then_send(json_response(head, bhttp::status::payload_too_large,
-                                         boost::json::object{{"error", "request body too large"}}));
+    return drain_then_send(
+        shaped(json_response(head, bhttp::status::payload_too_large,
+                             boost::json::object{{"error", "request body too large"}})));
   if (route_->precheck)
     if (auto refused = route_->precheck(head, ctx_)) return drain_then_send(std::move(*refused));
   // The body's bytes are held until the answer is written: counted against
@@ -151,7 +153,7 @@ void Server::Session::on_head(beast::error_code ec) {
   const std::size_t holds = length ? std::size_t(*length) : parser_->chunked() ? limit : 0;
   if (holds && !server_.bodies_->grant(address_block(ctx_.remote_address), holds, body_grant_)) {
     server_.metrics_.count("rongdian_bodies_refused_total");
-    return drain_then_send(busy_response(head));
+    return drain_then_send(shaped(busy_response(head)));
   }
   // A client that waits for "100 Continue" before its body gets it now
   // that the head was accepted.
@@ -198,7 +200,18 @@ void Server::Session::refuse(unsigned status, const std::string& error, unsigned
                              const std::string& label) {
   Request req;
   req.version(version);
-  send(json_response(req, status, boost::json::object{{"error", error}}), label, false);
+  send(shaped(json_response(req, status, boost::json::object{{"error", error}})), label, false);
+}
+
+Response Server::Session::shaped(Response res) const {
+  if (!route_ || !route_->error_shape) return res;
+  boost::system::error_code ec;
+  auto core = boost::json::parse(res.body(), ec);
+  if (ec || !core.is_object()) return res;
+  res.body() =
+      boost::json::serialize(route_->error_shape(res.result_int(), std::move(core.as_object())));
+  res.prepare_payload();
+  return res;
 }
 
 void Server::Session::fail_head(beast::error_code ec) {
@@ -261,15 +274,15 @@ Response Server::Session::call_handler() {
     return route_->handler(req_, ctx_);
   } catch (const std::exception& e) {
     std::cerr << "rongdian-server: handler for " << ctx_.path << " failed: " << e.what() << "\n";
-    return json_response(req_, bhttp::status::internal_server_error,
-                         boost::json::object{{"error", "internal error"}});
+    return shaped(json_response(req_, bhttp::status::internal_server_error,
+                                boost::json::object{{"error", "internal error"}}));
   }
 }
 
 void Server::Session::run_heavy() {
   if (server_.cpu_pending_.fetch_add(1) >= server_.cpu_limit_) {
     --server_.cpu_pending_;
-    return answer(busy_response(req_));
+    return answer(shaped(busy_response(req_)));
   }
   asio::post(server_.cpu(), [self = shared_from_this()] {
     Response res = self->call_handler();

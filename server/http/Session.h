@@ -79,6 +79,8 @@ class Server::Session : public std::enable_shared_from_this<Server::Session> {
   // Answers a request that goes no further with a JSON error, then closes.
   void refuse(unsigned status, const std::string& error, unsigned version,
               const std::string& label);
+  // The core's own error answer in the matched route's shape, if it has one.
+  Response shaped(Response res) const;
   std::string route_label() const { return route_ ? route_->label : "-"; }
 
   void timed_out() { refuse(408, "request timed out", 11, route_label()); }

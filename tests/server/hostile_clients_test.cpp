@@ -126,6 +126,16 @@ TEST(Bodies, BytesHeldAreBoundedPerBlockAndInTotal) {
   EXPECT_EQ(whole(address(21, 2)), 503);  // past the block's 2 MiB
   EXPECT_EQ(whole(address(23, 1)), 503);  // past the 3 MiB in total
   EXPECT_TRUE(healthy(s.port()));         // no body: nothing to hold
+  {
+    // The detection route's clients read that service's error fields, from
+    // the core's refusals too.
+    Raw c(s.port(), address(24, 1));
+    ASSERT_TRUE(c.send_all("POST /v2/detection/detect HTTP/1.1\r\nHost: x\r\nContent-Length: " +
+                           std::to_string(kBody) + "\r\n\r\n" + half + half));
+    const std::string reply = c.read("}");
+    EXPECT_EQ(status_of(reply), 503);
+    EXPECT_NE(reply.find(R"("error_code":1202)"), std::string::npos) << reply;
+  }
   // Once a held body is answered its bytes are free again.
   a.send(half);
   EXPECT_NE(status_of(a.read("}")), 503);

@@ -112,8 +112,10 @@ BaseViewController {
                 objectName: "lablikeName"
                 x: 76
                 y: 20
-                // A long name ends before the button.
+                // A long name ends before the button (smaller first).
                 width: labQuestion.x - 8 - x
+                fontSizeMode: Text.HorizontalFit
+                minimumPixelSize: 12
                 elide: Text.ElideRight
                 visible: screen.logged
                 text: Session.user.userlikename || ""
@@ -124,6 +126,11 @@ BaseViewController {
                 objectName: "labUserScore"
                 x: 76
                 y: 50
+                // Smaller rather than cut where the button leaves little room.
+                width: labQuestion.x - 8 - x
+                fontSizeMode: Text.HorizontalFit
+                minimumPixelSize: 10
+                elide: Text.ElideRight
                 text: screen.logged ? "用户金币: " + Session.user.userScore : "用户金币: 无"
                 color: "#888888"
                 font.pixelSize: 13

@@ -24,6 +24,11 @@ Rectangle {
     // A narrow row (a small screen, the delete button beside it) has no room
     // for the time beside the buttons: it goes up, after the message.
     readonly property bool narrow: width < 300
+    // Narrower still (the delete button beside a row of a small screen): a
+    // smaller photo leaves the name badge, the score and the message their
+    // room, and the time is left out while the button is there.
+    readonly property bool compact: width < 220
+    readonly property int textX: compact ? 76 : 92
 
     // The same item changed (a like here, its page, another list): show it.
     Connections {
@@ -64,8 +69,8 @@ Rectangle {
         objectName: "imgHead"
         x: 8
         y: 8
-        width: 75
-        height: 94
+        width: cell.compact ? 60 : 75
+        height: cell.compact ? 75 : 94
         source: cell.shown.imgurl || ""
         MouseArea {
             anchors.fill: parent
@@ -78,13 +83,13 @@ Rectangle {
     }
     NameBadge {
         objectName: "labLikeName"
-        x: 92
+        x: cell.textX
         y: 8
         name: cell.shown.userlikename || ""
     }
     Label {
         objectName: "labName"
-        x: 128
+        x: cell.textX + 36
         y: 12
         // Up to the score, however narrow the row (a small screen, the delete
         // button beside it).
@@ -107,20 +112,21 @@ Rectangle {
     }
     Label {
         objectName: "labMessage"
-        x: 92
+        x: cell.textX
         y: 44
         // In the ranking it ends before the rank's title or number, on a
         // narrow row before the time.
         width: (cell.ranking ? Math.min(teachLabel.x, lablookScorNum.x) - 8
-                             : cell.narrow ? labTime.x - 8 : parent.width - 8) - x
+                             : labTime.visible && cell.narrow ? labTime.x - 8 : parent.width - 8) - x
         elide: Text.ElideRight
         text: cell.shown.imgmessage || ""
         font.pixelSize: 14
     }
     Image {
         objectName: "imgisenablePhoto"
-        x: 60
-        y: 80
+        // In the photo's lower right corner.
+        x: imgHead.x + imgHead.width - 23
+        y: imgHead.y + imgHead.height - 22
         width: 20
         height: 20
         source: "qrc:/pictures/two.png"
@@ -128,7 +134,7 @@ Rectangle {
                               : FeedRows.newestShowsPhotoMark(cell.shown.isenablePhoto)
     }
     Row {
-        x: 92
+        x: cell.textX
         y: 74
         spacing: 8
         LikeButton {
@@ -161,7 +167,7 @@ Rectangle {
     Label {
         id: labTime
         objectName: "labTime"
-        visible: !cell.ranking
+        visible: !cell.ranking && !cell.compact
         anchors.right: parent.right
         anchors.rightMargin: 10
         y: cell.narrow ? 46 : 82

@@ -7,8 +7,11 @@
 #pragma once
 
 #include <QList>
+#include <QMetaProperty>
 #include <QMetaType>
 #include <QString>
+#include <QVariant>
+#include <QVariantMap>
 
 struct Item {
   Q_GADGET
@@ -82,3 +85,19 @@ struct Comment {
 Q_DECLARE_METATYPE(Item)
 Q_DECLARE_METATYPE(UserInfo)
 Q_DECLARE_METATYPE(Comment)
+
+// A record as the map QML reads: one entry per field, named as the record
+// names it.
+template <typename T>
+QVariantMap recordMap(const T& gadget) {
+  QVariantMap m;
+  const QMetaObject& mo = T::staticMetaObject;
+  for (int i = mo.propertyOffset(); i < mo.propertyCount(); ++i) {
+    const QMetaProperty p = mo.property(i);
+    m.insert(QString::fromLatin1(p.name()), p.readOnGadget(&gadget));
+  }
+  return m;
+}
+
+// A record in a QVariant (or a map of its fields, returned as it is).
+QVariantMap recordMap(const QVariant& record);

@@ -15,10 +15,10 @@
 #include "shell/ui/AppDelegate.h"
 #include "shell/ui/PushClient.h"
 #include "shell/ui/QtTexts.h"
-#include "ui/QmlTypes.h"
 
-// The module's type registration, generated from ui/QmlTypes.h; the module
-// runs it when it is first imported.
+// The module's type registration, generated from the QML declarations of the
+// screens' classes (and ui/QmlTypes.h); the module runs it when it is first
+// imported.
 void qml_register_types_Rongdian();
 
 AppShell::AppShell(QObject* parent) : QObject(parent) {
@@ -33,7 +33,6 @@ AppShell::AppShell(QObject* parent) : QObject(parent) {
   installPhotoCache(&engine_);
   delegate_ = new AppDelegate(this);
   capture_ = new CaptureController(this);
-  QmlTypes::capture = capture_;
   engine_.addImageProvider(QStringLiteral("capture"), new CaptureImages);
 }
 

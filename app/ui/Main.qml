@@ -27,12 +27,12 @@ ApplicationWindow {
         // Escape or the back key leaves a screen, whatever it waits for; the
         // screen left takes its waiting text with it.
         focus: true
-        Keys.onEscapePressed: App.popScreen()
-        Keys.onBackPressed: App.popScreen()
+        Keys.onEscapePressed: AppDelegate.popScreen()
+        Keys.onBackPressed: AppDelegate.popScreen()
         property int lastDepth: 1
         onDepthChanged: {
             if (depth < lastDepth)
-                Hud.dismissWaiting()
+                ProgressHud.dismissWaiting()
             lastDepth = depth
         }
     }
@@ -57,7 +57,7 @@ ApplicationWindow {
     }
 
     Connections {
-        target: App
+        target: AppDelegate
         function onPushRequested(url, properties) {
             stack.push(url, properties)
         }
@@ -76,7 +76,7 @@ ApplicationWindow {
         }
         function onPopupDismissRequested() {
             popupHost.dismiss()
-            Hud.dismissWaiting()
+            ProgressHud.dismissWaiting()
             stack.forceActiveFocus()
         }
     }

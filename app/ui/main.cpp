@@ -21,7 +21,7 @@
 #include <memory>
 
 #include "face/ui/CaptureController.h"
-#include "face/ui/ResultViewController.h"
+#include "face/ui/ResultController.h"
 #include "shell/ui/AppDelegate.h"
 #include "ui/AppShell.h"
 
@@ -113,7 +113,7 @@ void runHeadless(AppShell& shell, const QString& photo, const QString& out) {
   auto picked = std::make_shared<QElapsedTimer>();
   QObject::connect(
       capture, &CaptureController::resultPresented, &shell,
-      [&shell, out, picked](ResultViewController* vc) {
+      [&shell, out, picked](ResultController* vc) {
         afterNextFrame(shell.window(), &shell, [picked] {
           std::fprintf(stderr, "rongdian: result screen shown %lld ms after the photo\n",
                        (long long)picked->elapsed());

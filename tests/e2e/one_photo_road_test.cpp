@@ -19,11 +19,11 @@
 
 #include "../support/ServerProcess.h"
 #include "../ui/UiTestSupport.h"
-#include "community/ui/Records.h"
 #include "face/FaceScoring.h"
 #include "face/ui/CaptureController.h"
-#include "face/ui/ResultViewController.h"
+#include "face/ui/ResultController.h"
 #include "service/LocalUserInfo.h"
+#include "service/Records.h"
 #include "shell/AlertCenter.h"
 #include "shell/MessageBar.h"
 #include "shell/ProgressHud.h"
@@ -110,9 +110,9 @@ TEST(OnePhotoRoad, CameraAndAlbumToResultToFeedToDeletion) {
       << "no device token from the push gateway";
   screenshot("01-home");
   CaptureController* capture = app().capture();
-  ResultViewController* vc = nullptr;
+  ResultController* vc = nullptr;
   QObject::connect(capture, &CaptureController::resultPresented,
-                   [&](ResultViewController* r) { vc = r; });
+                   [&](ResultController* r) { vc = r; });
 
   // The camera ("拍照"; none here: its frame is handed over as the capture
   // does), the crop in its place, the result, "再测一次" home.

@@ -16,13 +16,13 @@
 #include "../support/ServerProcess.h"
 #include "UiTestSupport.h"
 #include "community/ui/Contact.h"
-#include "community/ui/Records.h"
 #include "community/ui/Session.h"
 #include "community/ui/Sharing.h"
 #include "service/Endpoints.h"
 #include "service/HeadApi.h"
 #include "service/ItemApi.h"
 #include "service/LocalUserInfo.h"
+#include "service/Records.h"
 #include "service/UserInfoApi.h"
 #include "shell/AlertCenter.h"
 #include "shell/BaseTableView.h"
@@ -292,7 +292,7 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   EXPECT_EQ(text(item(cells.last(), "labScore")), scoreShown);
   EXPECT_FALSE(heart->property("liked").toBool());
   // The same on its page: the button as it was when the answer came.
-  QMetaObject::invokeMethod(feeds(), "openItem", Q_ARG(QVariant, cells.last()->property("shown")));
+  QMetaObject::invokeMethod(feeds(), "openItem", Q_ARG(QVariant, cells.last()->property("item")));
   ASSERT_TRUE(onScreen("CommentViewController"));
   QQuickItem* pageHeart = item(top(), "btnLike");
   press(pageHeart);
@@ -491,7 +491,7 @@ TEST(CommunityUi, NewestFeedPagesToTheEndAndTheRankingNeedsTheMenu) {
   QQuickItem* message = item(cells[0], "labMessage");
   EXPECT_LE(message->x() + message->width(), item(cells[0], "teachLabel")->x());
   screenshot("community_ranking");
-  QMetaObject::invokeMethod(feeds(), "openItem", Q_ARG(QVariant, cells[0]->property("shown")));
+  QMetaObject::invokeMethod(feeds(), "openItem", Q_ARG(QVariant, cells[0]->property("item")));
   ASSERT_TRUE(onScreen("CommentViewController"));
   message = item(top(), "labMessage");
   EXPECT_EQ(text(message), longMessage);

@@ -13,7 +13,7 @@
 #include "../support/ServerProcess.h"
 #include "UiTestSupport.h"
 #include "face/Ka_Json.h"
-#include "face/ui/ResultViewController.h"
+#include "face/ui/ResultController.h"
 #include "service/Endpoints.h"
 #include "service/LocalUserInfo.h"
 #include "shell/NotificationCenter.h"
@@ -27,7 +27,7 @@ namespace {
 
 const char* const kFace = kExampleFace;
 
-ResultViewController* showResult() {
+ResultController* showResult() {
   ResultHandOver h;
   h.allResultPoint = "6434";
   h.eyePoint = 90.3429;
@@ -36,7 +36,7 @@ ResultViewController* showResult() {
   h.otherPoint = 76.087;
   QImage photo(384, 480, QImage::Format_RGB32);
   photo.fill(QColor(0xf5, 0xcf, 0xa8));
-  auto* vc = new ResultViewController;
+  auto* vc = new ResultController;
   vc->setHandOver(h, Ka_Json::jsonToFaceInfo(QJsonDocument::fromJson(kFace).object()), photo, true);
   app().delegate()->pushScreen("ResultViewController", {{"vc", QVariant::fromValue<QObject*>(vc)}});
   onScreen("ResultViewController");
@@ -110,7 +110,7 @@ TEST(PublishUi, ResultScreenToMessageToTheServersNewestList) {
   int published = 0;
   NotificationCenter::defaultCenter().addObserver(Notifications::sharMessageSuccded, nullptr,
                                                   [&](const Notification&) { ++published; });
-  ResultViewController* vc = showResult();
+  ResultController* vc = showResult();
   QQuickItem* screen = top();
   ASSERT_TRUE(waitUntil([&] { return vc->pointsFilled(); }, 10000));
   clearHudShown();

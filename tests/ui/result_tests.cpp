@@ -19,7 +19,7 @@
 #include "face/FaceppClient.h"
 #include "face/Ka_Json.h"
 #include "face/ui/CaptureController.h"
-#include "face/ui/ResultViewController.h"
+#include "face/ui/ResultController.h"
 #include "service/LocalUserInfo.h"
 #include "shell/AlertCenter.h"
 #include "shell/ProgressHud.h"
@@ -34,10 +34,10 @@ FaceInfoPtr exampleFace() {
   return Ka_Json::jsonToFaceInfo(QJsonDocument::fromJson(kExampleFace).object());
 }
 
-ResultViewController* showResult(const ResultHandOver& h) {
+ResultController* showResult(const ResultHandOver& h) {
   // The splash swallows taps until it is gone.
   waitUntil([] { return !app().delegate()->splashPictureShown(); }, 10000);
-  auto* vc = new ResultViewController;
+  auto* vc = new ResultController;
   QImage photo(200, 250, QImage::Format_RGB32);
   photo.fill(QColor(0xf5, 0xcf, 0xa8));
   vc->setHandOver(h, exampleFace(), photo, false);
@@ -59,7 +59,7 @@ QString labels(QQuickItem* s) {
 }  // namespace
 
 TEST(Result, CountsUpThenFillsBarsAndLabels) {
-  ResultViewController* vc = showResult(example());
+  ResultController* vc = showResult(example());
   QQuickItem* s = top();
   ASSERT_EQ(s->objectName(), "ResultViewController");
   EXPECT_EQ(text(item(s, "labTitle")), "容点");
@@ -98,7 +98,7 @@ TEST(Result, OffTheChartHelpSheetOwnPhotoAndSharing) {
   ResultHandOver h = example();
   h.eyePoint = 100;
   h.otherPoint = 100.5;
-  ResultViewController* vc = showResult(h);
+  ResultController* vc = showResult(h);
   QQuickItem* s = top();
   vc->changeNumberBySelector();
   EXPECT_EQ(labels(s), "爆表,95,97,爆表");
@@ -138,7 +138,7 @@ TEST(Result, OffTheChartHelpSheetOwnPhotoAndSharing) {
 
 TEST(Result, MessagePopUpTakesOneToHundredCharacters) {
   app();
-  ResultViewController* vc = showResult(example());
+  ResultController* vc = showResult(example());
   // Signed out, publishing opens sign-up instead of the pop-up.
   LocalUserInfo::clearUserInfo();
   vc->addMessage();
@@ -256,9 +256,9 @@ TEST(Capture, AlbumPhotoThroughCropToTheCountedUpResult) {
       okShot.scaled(1, 1, Qt::IgnoreAspectRatio, Qt::SmoothTransformation).pixelColor(0, 0);
   EXPECT_LT(average.lightness(), 100);
 
-  ResultViewController* vc = nullptr;
+  ResultController* vc = nullptr;
   QObject::connect(capture, &CaptureController::resultPresented,
-                   [&](ResultViewController* r) { vc = r; });
+                   [&](ResultController* r) { vc = r; });
   click(item(crop, "cropOK"));
   ASSERT_TRUE(waitUntil([&] { return vc != nullptr; }, 20000))
       << detection.detections() << " " << AlertCenter::instance()->alertTitle().toStdString() << " "
@@ -311,9 +311,9 @@ TEST(Capture, CameraPhotoThroughCropToTheResultAndBackHome) {
   ASSERT_TRUE(waitUntil([&] { return item(crop, "cropPhoto")->property("status").toInt() == 1; }));
   screenshot("camera-crop");
 
-  ResultViewController* vc = nullptr;
+  ResultController* vc = nullptr;
   QObject::connect(capture, &CaptureController::resultPresented,
-                   [&](ResultViewController* r) { vc = r; });
+                   [&](ResultController* r) { vc = r; });
   click(item(crop, "cropOK"));
   ASSERT_TRUE(waitUntil([&] { return vc != nullptr; }, 20000));
   EXPECT_EQ(detection.detections(), 1);

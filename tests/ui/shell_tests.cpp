@@ -186,7 +186,7 @@ TEST(Push, FailedRegistrationKeepsTheStoredToken) {
   client.setUrl(QUrl("ws://127.0.0.1:1/push"));  // nothing listens there
   bool failed = false;
   QObject::connect(&client, &PushClient::registrationFailed, [&] { failed = true; });
-  AppDelegate d;
+  AppDelegate d(nullptr);
   d.setPushClient(&client);
   client.registerForRemoteNotifications();
   ASSERT_TRUE(waitUntil([&] { return failed; }));

@@ -15,27 +15,27 @@ BaseViewController {
     onRightClicked: commentRightAction()
 
     function btnSenderMessageAction() {
-        if (!Items.canComment) {
+        if (!ItemActions.canComment) {
             input.focus = false
-            App.pushScreen("LoginViewController", {})
+            AppDelegate.pushScreen("LoginViewController", {})
             return
         }
-        const error = Items.commentError(input.text)
+        const error = ItemActions.commentError(input.text)
         if (error.length > 0) {
-            Hud.showErrorWithStatus(error)
+            ProgressHud.showErrorWithStatus(error)
             return
         }
         // One comment at a time: a second tap while "评论中..." waits sends nothing.
         if (sending)
             return
         sending = true
-        Items.createComment(itemInfo.itemId, input.text)
+        ItemActions.createComment(itemInfo.itemId, input.text)
     }
     property bool sending: false
     Connections {
-        target: Hud
+        target: ProgressHud
         function onChanged() {
-            if (!Hud.waiting)
+            if (!ProgressHud.waiting)
                 screen.sending = false
         }
     }
@@ -47,17 +47,17 @@ BaseViewController {
         const copy = Object.assign({}, screen.itemInfo)
         copy.commentNum = n
         screen.itemInfo = copy
-        Items.itemChanged(copy)
+        ItemActions.itemChanged(copy)
     }
     function commentRightAction() {
         if (comments.count === 0) {
-            Hud.showErrorWithStatus("有评论，才能分享哟")
+            ProgressHud.showErrorWithStatus("有评论，才能分享哟")
             return
         }
         const arr = []
         for (let i = 0; i < comments.count; ++i)
             arr.push(FeedRows.toMap(comments.get(i)))
-        App.pushScreen("ShareViewController", {
+        AppDelegate.pushScreen("ShareViewController", {
                            "arrComment": arr,
                            "itemInfo": screen.itemInfo
                        })
@@ -67,7 +67,7 @@ BaseViewController {
     }
 
     Connections {
-        target: Items
+        target: ItemActions
         // The same item changed elsewhere, or a like here or a refused one
         // changed its numbers: the header follows itemInfo.
         function onItemChanged(changed) {
@@ -156,7 +156,7 @@ BaseViewController {
         anchors.left: parent.left
         anchors.right: parent.right
         anchors.bottom: parent.bottom
-        anchors.bottomMargin: App.keyboardHeight
+        anchors.bottomMargin: AppDelegate.keyboardHeight
         height: 48
         color: "#f4f4f4"
         TextField {

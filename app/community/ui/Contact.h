@@ -6,12 +6,17 @@
 #include <QObject>
 #include <QString>
 
+#include "shell/ui/QmlSingleton.h"
+
 class Contact : public QObject {
   Q_OBJECT
+  QML_ELEMENT
+  QML_SINGLETON
   Q_PROPERTY(QString contactText READ contactText CONSTANT)
   Q_PROPERTY(QString reviewUrl READ reviewUrl CONSTANT)
  public:
   static Contact* instance();
+  static Contact* create(QQmlEngine*, QJSEngine*) { return keptByApp(instance()); }
 
   QString contactText() const;
   QString reviewUrl() const;
@@ -26,5 +31,5 @@ class Contact : public QObject {
   void feedbackAnswered(bool ok);
 
  private:
-  using QObject::QObject;
+  explicit Contact(QObject* parent = nullptr) : QObject(parent) {}
 };

@@ -37,9 +37,9 @@ ListView {
         // shown meanwhile (an error, a success) stays its time.
         function onLoadingChanged() {
             if (!list.table.loading)
-                Hud.dismissWaiting()
+                ProgressHud.dismissWaiting()
             else if (list.table.loadingText.length > 0)
-                Hud.showWithStatus(list.table.loadingText)
+                ProgressHud.showWithStatus(list.table.loadingText)
         }
     }
     onHeaderItemChanged: if (headerItem && contentY <= 0)

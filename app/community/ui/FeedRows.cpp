@@ -1,7 +1,7 @@
 #include "community/ui/FeedRows.h"
 
 #include "community/FeedCellText.h"
-#include "community/ui/Records.h"
+#include "service/Records.h"
 
 FeedRows* FeedRows::instance() {
   static FeedRows* r = new FeedRows;

@@ -9,10 +9,15 @@
 #include <QVariant>
 #include <QVariantMap>
 
+#include "shell/ui/QmlSingleton.h"
+
 class FeedRows : public QObject {
   Q_OBJECT
+  QML_ELEMENT
+  QML_SINGLETON
  public:
   static FeedRows* instance();
+  static FeedRows* create(QQmlEngine*, QJSEngine*) { return keptByApp(instance()); }
 
   // A record (Item, Comment, UserInfo or a map of their fields) as a map of
   // its fields, which QML reads by name.
@@ -27,5 +32,5 @@ class FeedRows : public QObject {
   Q_INVOKABLE QString unlikeTitle(const QVariant& count) const;
 
  private:
-  using QObject::QObject;
+  explicit FeedRows(QObject* parent = nullptr) : QObject(parent) {}
 };

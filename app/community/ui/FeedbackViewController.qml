@@ -29,13 +29,13 @@ BaseViewController {
                 return
             recorder.discard()
             if (screen.StackView.status === StackView.Active)
-                App.popScreen()
+                AppDelegate.popScreen()
         }
     }
 
     VoiceRecorder {
         id: recorder
-        onFailed: function (message) { Hud.showErrorWithStatus(message) }
+        onFailed: function (message) { ProgressHud.showErrorWithStatus(message) }
     }
 
     Column {

@@ -2,10 +2,10 @@
 
 #include "community/CommentRules.h"
 #include "community/LikeTapAction.h"
-#include "community/ui/Records.h"
 #include "community/ui/Session.h"
 #include "service/ItemApi.h"
 #include "service/LocalUserInfo.h"
+#include "service/Records.h"
 #include "shell/MessageBar.h"
 #include "shell/NotificationCenter.h"
 #include "shell/ProgressHud.h"

@@ -1,4 +1,4 @@
-// What a person does to a published photo, QML singleton "Items": the top
+// What a person does to a published photo, a QML singleton: the top
 // item of the newest feed, likes, comments and the removal of an own photo,
 // with their progress texts. A changed record reaches every list and row that
 // shows it through itemChanged; the outcome of a command comes back as a
@@ -10,13 +10,18 @@
 #include <QVariant>
 #include <QVariantMap>
 
+#include "shell/ui/QmlSingleton.h"
+
 class ItemActions : public QObject {
   Q_OBJECT
+  QML_ELEMENT
+  QML_SINGLETON
   // The item the newest feed's header shows (empty until the server named one).
   Q_PROPERTY(QVariantMap topItem READ topItem NOTIFY topItemChanged)
   Q_PROPERTY(bool canComment READ canComment NOTIFY canCommentChanged)
  public:
   static ItemActions* instance();
+  static ItemActions* create(QQmlEngine*, QJSEngine*) { return keptByApp(instance()); }
 
   QVariantMap topItem() const { return topItem_; }
   bool canComment() const;

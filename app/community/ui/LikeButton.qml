@@ -18,10 +18,10 @@ Button {
         likedBefore = liked
         enabled = false
         liked = true
-        request = Items.likeAction(item, isLike)
+        request = ItemActions.likeAction(item, isLike)
     }
     Connections {
-        target: Items
+        target: ItemActions
         function onLikeAnswered(number, ok, refused) {
             if (number !== b.request)
                 return

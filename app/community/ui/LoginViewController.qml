@@ -21,11 +21,11 @@ BaseViewController {
     function signUpAction() {
         const error = Session.signUpError(textEail.text, textPassword.text)
         if (error.length > 0) {
-            Hud.showErrorWithStatus(error)
+            ProgressHud.showErrorWithStatus(error)
             return
         }
         dismissallKeyboard()
-        App.presentPopup("SelectNameViewController", {
+        AppDelegate.presentPopup("SelectNameViewController", {
                              "loginVC": screen
                          })
     }
@@ -34,19 +34,19 @@ BaseViewController {
     }
     function rightBtnAction() {
         dismissallKeyboard()
-        App.presentPopup("UserLogInViewController", {
+        AppDelegate.presentPopup("UserLogInViewController", {
                              "loginVC": screen,
                              "type": "login"
                          })
     }
     function dismissPopupVC() {
-        App.popScreen()
+        AppDelegate.popScreen()
     }
 
     Connections {
         target: Notices
         function onFadeViewAction() {
-            App.dismissPopup()
+            AppDelegate.dismissPopup()
         }
     }
     Connections {
@@ -65,7 +65,7 @@ BaseViewController {
         id: loginView
         objectName: "loginView"
         anchors.horizontalCenter: parent.horizontalCenter
-        y: App.keyboardHeight > 0 ? 20 : 60
+        y: AppDelegate.keyboardHeight > 0 ? 20 : 60
         width: parent.width - 40
         spacing: 14
         Label {

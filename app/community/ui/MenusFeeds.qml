@@ -32,7 +32,7 @@ Item {
 
     function reloadShowTableview(quiet) {
         if (!quiet)
-            Hud.showWithStatus("加载中...")
+            ProgressHud.showWithStatus("加载中...")
         showTable.finishRefreshControl()
         showTable.refreshData()
         loadFristPoint()
@@ -42,7 +42,7 @@ Item {
         valueTable.refreshData()
     }
     function loadFristPoint() {
-        Items.loadFristPoint()
+        ItemActions.loadFristPoint()
     }
     property int userRequest: 0
     function loadSetData() {
@@ -52,16 +52,16 @@ Item {
         if (feeds.menusVC)
             feeds.menusVC.setleftBtnRedNum(user.numComments)
         if (user.user_type === "payment" && !Session.firstLoginDone)
-            Alerts.alert("容点，感谢20亿次的使用", "由于更换更大性能的服务器\n请主人重新设置密码哟：）",
+            AlertCenter.alert("容点，感谢20亿次的使用", "由于更换更大性能的服务器\n请主人重新设置密码哟：）",
                          ["去设置"])
     }
     function openItem(item) {
-        App.pushScreen("CommentViewController", {
+        AppDelegate.pushScreen("CommentViewController", {
                            "itemInfo": item
                        })
     }
     function openPerson(item) {
-        App.pushScreen("MyFaceViewController", {
+        AppDelegate.pushScreen("MyFaceViewController", {
                            "itemId": item.itemId,
                            "userLikeName": item.userlikename
                        })
@@ -72,13 +72,17 @@ Item {
     }
 
     Connections {
-        target: Items
+        target: ItemActions
+        // The lists' rows and the top item hold an item's numbers; the cells
+        // showing them follow.
         function onItemChanged(changed) {
             showTable.updateRecords("itemId", changed)
             valueTable.updateRecords("itemId", changed)
+            if (feeds.arrHead.length > 0 && changed.itemId === feeds.arrHead[0].itemId)
+                feeds.arrHead = [Object.assign({}, feeds.arrHead[0], changed)]
         }
         function onTopItemChanged() {
-            feeds.showTop(Items.topItem)
+            feeds.showTop(ItemActions.topItem)
         }
     }
     // The badge is the signed-in account's: any refresh of it (a log-in, a
@@ -163,10 +167,10 @@ Item {
         }
     }
     Connections {
-        target: Alerts
+        target: AlertCenter
         function onAlertAnswered(title, index) {
             if (title === "容点，感谢20亿次的使用" && index === 0)
-                App.pushScreen("SetViewController", {
+                AppDelegate.pushScreen("SetViewController", {
                                    "showType": "enableFristLogin2.3"
                                })
         }
@@ -221,8 +225,8 @@ Item {
                 required property var modelData
                 width: ListView.view.width
                 item: FeedRows.toMap(modelData)
-                onTapped: (ListView.view as FeedList).rowTapped(shown)
-                onHeadTapped: (ListView.view as FeedList).rowHeadTapped(shown)
+                onTapped: (ListView.view as FeedList).rowTapped(item)
+                onHeadTapped: (ListView.view as FeedList).rowHeadTapped(item)
             }
             onRowTapped: item => feeds.openItem(item)
             onRowHeadTapped: item => feeds.openPerson(item)
@@ -241,8 +245,8 @@ Item {
                 ranking: true
                 row: index
                 item: FeedRows.toMap(modelData)
-                onTapped: (ListView.view as FeedList).rowTapped(shown)
-                onHeadTapped: (ListView.view as FeedList).rowHeadTapped(shown)
+                onTapped: (ListView.view as FeedList).rowTapped(item)
+                onHeadTapped: (ListView.view as FeedList).rowHeadTapped(item)
             }
             onRowTapped: item => feeds.openItem(item)
             onRowHeadTapped: item => feeds.openPerson(item)
@@ -255,8 +259,8 @@ Item {
             header: true
             item: (ListView.view as FeedList).headerRecord
             color: "white"
-            onTapped: (ListView.view as FeedList).rowTapped(shown)
-            onHeadTapped: (ListView.view as FeedList).rowTapped(shown)
+            onTapped: (ListView.view as FeedList).rowTapped(item)
+            onHeadTapped: (ListView.view as FeedList).rowTapped(item)
         }
     }
 

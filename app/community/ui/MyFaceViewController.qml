@@ -22,10 +22,10 @@ BaseViewController {
     function rightbtnAction() { editing = !editing }
     function didSelectItem(item) {
         if (Number(item.like || 0) === 0 && Number(item.unlike || 0) === 0) {
-            Hud.showErrorWithStatus("有赞才能查看哦")
+            ProgressHud.showErrorWithStatus("有赞才能查看哦")
             return
         }
-        App.pushScreen("CommentViewController", {
+        AppDelegate.pushScreen("CommentViewController", {
                            "itemInfo": item
                        })
     }
@@ -36,7 +36,7 @@ BaseViewController {
         if (deleting.length > 0)
             return
         deleting = FeedRows.toMap(table.get(row)).itemId
-        Items.deleteItem(deleting)
+        ItemActions.deleteItem(deleting)
     }
 
     MyFaceTableView {
@@ -50,14 +50,14 @@ BaseViewController {
         function onItemDleteSucceed(itemId) { table.removeRecords("itemId", itemId) }
     }
     Connections {
-        target: Items
+        target: ItemActions
         function onDeleteAnswered(itemId, ok) {
             if (itemId === screen.deleting)
                 screen.deleting = ""
         }
     }
     Connections {
-        target: Items
+        target: ItemActions
         function onItemChanged(changed) { table.updateRecords("itemId", changed) }
     }
     FeedList {
@@ -75,8 +75,8 @@ BaseViewController {
                 id: cell
                 width: parent.width - (deleteButton.visible ? 70 : 0)
                 item: FeedRows.toMap(row.modelData)
-                onTapped: screen.didSelectItem(shown)
-                onHeadTapped: screen.didSelectItem(shown)
+                onTapped: screen.didSelectItem(item)
+                onHeadTapped: screen.didSelectItem(item)
             }
             Button {
                 id: deleteButton

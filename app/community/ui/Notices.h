@@ -5,10 +5,15 @@
 #include <QObject>
 #include <QString>
 
+#include "shell/ui/QmlSingleton.h"
+
 class Notices : public QObject {
   Q_OBJECT
+  QML_ELEMENT
+  QML_SINGLETON
  public:
   static Notices* instance();
+  static Notices* create(QQmlEngine*, QJSEngine*) { return keptByApp(instance()); }
 
   Q_INVOKABLE void post(const QString& name);
 

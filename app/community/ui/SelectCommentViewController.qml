@@ -14,7 +14,7 @@ BaseViewController {
     function didSelectCommentTableView(c) {
         if (sharVC)
             sharVC.updataCommenView(c)
-        App.popScreen()
+        AppDelegate.popScreen()
     }
 
     SelectCommentTableView {

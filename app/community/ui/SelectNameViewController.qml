@@ -17,13 +17,13 @@ Rectangle {
     function disSelectVCAction() {
         const error = Session.nameError(textName.text)
         if (error.length > 0) {
-            Hud.showErrorWithStatus(error)
+            ProgressHud.showErrorWithStatus(error)
             return
         }
         const name = textName.text
         const vc = loginVC
         textName.focus = false
-        App.dismissPopup()
+        AppDelegate.dismissPopup()
         if (vc)
             vc.loginSuccess(name)
     }

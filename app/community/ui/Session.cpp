@@ -1,8 +1,8 @@
 #include "community/ui/Session.h"
 
 #include "community/AccountChecks.h"
-#include "community/ui/Records.h"
 #include "service/LocalUserInfo.h"
+#include "service/Records.h"
 #include "service/UserInfoApi.h"
 #include "shell/NotificationCenter.h"
 #include "shell/ProgressHud.h"

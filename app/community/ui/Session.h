@@ -10,8 +10,12 @@
 #include <QVariant>
 #include <QVariantMap>
 
+#include "shell/ui/QmlSingleton.h"
+
 class Session : public QObject {
   Q_OBJECT
+  QML_ELEMENT
+  QML_SINGLETON
   Q_PROPERTY(bool loggedIn READ loggedIn NOTIFY sessionChanged)
   // The stored user: a map of its fields (QML reads them by name).
   Q_PROPERTY(QVariant user READ user NOTIFY sessionChanged)
@@ -24,6 +28,7 @@ class Session : public QObject {
   Q_PROPERTY(bool hasOldName READ hasOldName NOTIFY sessionChanged)
  public:
   static Session* instance();
+  static Session* create(QQmlEngine*, QJSEngine*) { return keptByApp(instance()); }
 
   bool loggedIn() const;
   QVariant user() const;

@@ -16,7 +16,7 @@ BaseViewController {
     property bool logged: Session.loggedIn
 
     function isShowUnreadNum(n) {
-        const b = App.badgeFor(n === undefined || n === null ? 0 : n)
+        const b = AppDelegate.badgeFor(n === undefined || n === null ? 0 : n)
         badgeVisible = b.visible
         badgeText = b.text
     }
@@ -28,36 +28,36 @@ BaseViewController {
     }
     function myselfVCAction() {
         if (!Session.loggedIn) {
-            Hud.showErrorWithStatus("主人,请注册或登录")
+            ProgressHud.showErrorWithStatus("主人,请注册或登录")
             return
         }
         const u = Session.user
-        App.pushScreen("MyFaceViewController", {
+        AppDelegate.pushScreen("MyFaceViewController", {
                            "userLikeName": u.userlikename,
                            "userName": u.username,
                            "jumpType": "set"
                        })
     }
-    function oneAction() { App.pushScreen("FeedbackViewController", {}) }
-    function twoAction() { Alerts.actionSheet(Contact.contactText, [], "取消") }
+    function oneAction() { AppDelegate.pushScreen("FeedbackViewController", {}) }
+    function twoAction() { AlertCenter.actionSheet(Contact.contactText, [], "取消") }
     // The review page in the browser; without one, its address to type in.
     function threwAction() {
         const url = Contact.reviewUrl
         if (!Qt.openUrlExternally(url))
-            Hud.showErrorWithStatus("没有可打开网页的浏览器，请访问 " + url)
+            ProgressHud.showErrorWithStatus("没有可打开网页的浏览器，请访问 " + url)
     }
-    function logoutAlert() { Alerts.alert("温馨提示", "是否退出登录", ["取消", "确定"]) }
+    function logoutAlert() { AlertCenter.alert("温馨提示", "是否退出登录", ["取消", "确定"]) }
     function fourAction() {
         if (Session.loggedIn)
             logoutAlert()
         else
-            App.pushScreen("LoginViewController", {})
+            AppDelegate.pushScreen("LoginViewController", {})
     }
     function loginAction() {
         if (Session.loggedIn)
             logoutAlert()
         else
-            App.presentPopup("UserLogInViewController", {
+            AppDelegate.presentPopup("UserLogInViewController", {
                                  "setVC": screen,
                                  "type": "set"
                              })
@@ -66,7 +66,7 @@ BaseViewController {
     Connections {
         target: Notices
         // A tap beside the log-in pop-up closes it.
-        function onFadeViewAction() { App.dismissPopup() }
+        function onFadeViewAction() { AppDelegate.dismissPopup() }
         function onUserloginsucceed() { screen.setUserTypeView() }
         function onClearAllNewsNum() { screen.isShowUnreadNum(0) }
         function onUpdataNewsNum() { screen.loadSetData() }
@@ -80,12 +80,12 @@ BaseViewController {
         }
     }
     Connections {
-        target: Alerts
+        target: AlertCenter
         function onAlertAnswered(title, index) {
             if (title !== "温馨提示" || index !== 1 || !screen.logged)
                 return
             Session.logout()
-            Hud.showSuccessWithStatus("退出成功")
+            ProgressHud.showSuccessWithStatus("退出成功")
             screen.setUserTypeView()
             screen.isShowUnreadNum(0)
         }
@@ -191,7 +191,7 @@ BaseViewController {
     }
     Component.onCompleted: {
         if (showType === "enableFristLogin2.3")
-            App.presentPopup("UserLogInViewController", {
+            AppDelegate.presentPopup("UserLogInViewController", {
                                  "setVC": screen,
                                  "type": "set"
                              })

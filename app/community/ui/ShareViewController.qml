@@ -27,7 +27,7 @@ BaseViewController {
         editBtn2.visible = show
     }
     function editAction() {
-        App.pushScreen("SelectCommentViewController", {
+        AppDelegate.pushScreen("SelectCommentViewController", {
                            "itemInfo": screen.itemInfo,
                            "sharVC": screen
                        })

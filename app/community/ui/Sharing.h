@@ -10,12 +10,16 @@
 #include <QVariantMap>
 
 #include "community/OtherShare.h"
+#include "shell/ui/QmlSingleton.h"
 
 class Sharing : public QObject {
   Q_OBJECT
+  QML_ELEMENT
+  QML_SINGLETON
   Q_PROPERTY(QString lastSavedPicture READ lastSavedPicture NOTIFY pictureSaved)
  public:
   static Sharing* instance();
+  static Sharing* create(QQmlEngine*, QJSEngine*) { return keptByApp(instance()); }
 
   // By tag, {installed, message}; when the target is installed the request
   // is made from the picture, else its "未安装…" message is shown.
@@ -38,7 +42,7 @@ class Sharing : public QObject {
   void pictureSaved();
 
  private:
-  using QObject::QObject;
+  explicit Sharing(QObject* parent = nullptr) : QObject(parent) {}
   QString lastSaved_;
   int sent_ = 0;
   OtherShare::Request lastRequest_;

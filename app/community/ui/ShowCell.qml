@@ -1,8 +1,8 @@
 // A row of the newest feed (ShowCell), and with `header` set the feed's top
 // item (ShowOneCell) with its dislike button. `item` is a map of the Item's
-// fields as the list or the feed holds them; `shown` is what the cell shows:
-// that item, or its newer values after a like here or a change elsewhere,
-// until the list or the feed gives the cell an item again.
+// fields as the list or the feed holds them: a like here or a change
+// elsewhere changes the list's row (or the feed's top item), and the cell
+// follows.
 pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
@@ -11,9 +11,6 @@ import Rongdian
 Rectangle {
     id: cell
     property var item: ({})
-    property var changed: null
-    readonly property var shown: changed !== null ? changed : item
-    onItemChanged: changed = null
     property bool header: false
     property bool ranking: false
     property int row: 0
@@ -30,21 +27,13 @@ Rectangle {
     readonly property bool compact: width < 220
     readonly property int textX: compact ? 76 : 92
 
-    // The same item changed (a like here, its page, another list): show it.
-    Connections {
-        target: Items
-        function onItemChanged(changed) {
-            if (changed.itemId !== undefined && changed.itemId === cell.shown.itemId)
-                cell.changed = changed
-        }
-    }
     width: parent ? parent.width : 320
     height: 110
     color: "white"
     objectName: header ? "ShowOneCell" : (ranking ? "ValueCell" : "ShowCell")
 
     function likeAction(isLike, button) {
-        button.vote(cell.shown, isLike)
+        button.vote(cell.item, isLike)
         kiss.play()
     }
     // shakeView: a short shake of the tapped view.
@@ -71,7 +60,7 @@ Rectangle {
         y: 8
         width: cell.compact ? 60 : 75
         height: cell.compact ? 75 : 94
-        source: cell.shown.imgurl || ""
+        source: cell.item.imgurl || ""
         MouseArea {
             anchors.fill: parent
             onClicked: {
@@ -85,7 +74,7 @@ Rectangle {
         objectName: "labLikeName"
         x: cell.textX
         y: 8
-        name: cell.shown.userlikename || ""
+        name: cell.item.userlikename || ""
     }
     Label {
         objectName: "labName"
@@ -95,7 +84,7 @@ Rectangle {
         // button beside it).
         width: Math.max(0, labScore.x - 8 - x)
         elide: Text.ElideRight
-        text: cell.shown.userlikename || ""
+        text: cell.item.userlikename || ""
         color: "#666666"
         font.pixelSize: 13
     }
@@ -105,7 +94,7 @@ Rectangle {
         anchors.right: parent.right
         anchors.rightMargin: 10
         y: 8
-        text: cell.shown.lookscorebasis || ""
+        text: cell.item.lookscorebasis || ""
         color: FeedRows.scoreColor(text)
         font.pixelSize: 20
         font.bold: true
@@ -119,7 +108,7 @@ Rectangle {
         width: (cell.ranking ? Math.min(teachLabel.x, lablookScorNum.x) - 8
                              : labTime.visible && cell.narrow ? labTime.x - 8 : parent.width - 8) - x
         elide: Text.ElideRight
-        text: cell.shown.imgmessage || ""
+        text: cell.item.imgmessage || ""
         font.pixelSize: 14
     }
     Image {
@@ -130,8 +119,8 @@ Rectangle {
         width: 20
         height: 20
         source: "qrc:/pictures/two.png"
-        visible: cell.ranking ? FeedRows.rankingShowsPhotoMark(cell.shown.isenablePhoto)
-                              : FeedRows.newestShowsPhotoMark(cell.shown.isenablePhoto)
+        visible: cell.ranking ? FeedRows.rankingShowsPhotoMark(cell.item.isenablePhoto)
+                              : FeedRows.newestShowsPhotoMark(cell.item.isenablePhoto)
     }
     Row {
         x: cell.textX
@@ -140,26 +129,26 @@ Rectangle {
         LikeButton {
             id: btnLike
             objectName: "btnLike"
-            text: FeedRows.likeTitle(cell.shown.like)
+            text: FeedRows.likeTitle(cell.item.like)
             onClicked: cell.likeAction(true, btnLike)
         }
         LikeButton {
             id: btnunLike
             objectName: "btnunLike"
             visible: cell.header
-            text: FeedRows.unlikeTitle(cell.shown.unlike)
+            text: FeedRows.unlikeTitle(cell.item.unlike)
             onClicked: cell.likeAction(false, btnunLike)
             // The score and like labels follow the item, which already holds
             // the answer's values; the dislike title shows the like count.
             onAnswered: ok => {
                 if (ok)
-                    btnunLike.text = FeedRows.unlikeTitle(cell.shown.like)
+                    btnunLike.text = FeedRows.unlikeTitle(cell.item.like)
             }
         }
         Label {
             objectName: "labComment"
             anchors.verticalCenter: parent.verticalCenter
-            text: String(cell.shown.commentNum !== undefined ? cell.shown.commentNum : 0)
+            text: String(cell.item.commentNum !== undefined ? cell.item.commentNum : 0)
             color: "#888888"
             font.pixelSize: 12
         }
@@ -171,7 +160,7 @@ Rectangle {
         anchors.right: parent.right
         anchors.rightMargin: 10
         y: cell.narrow ? 46 : 82
-        text: FeedRows.timeLabel(cell.shown.createdAt || "")
+        text: FeedRows.timeLabel(cell.item.createdAt || "")
         color: "#aaaaaa"
         font.pixelSize: 11
     }

@@ -23,7 +23,7 @@ Rectangle {
     function disSelectVCAction() {
         const error = Session.logInError(textName.text, textpassword.text)
         if (error.length > 0) {
-            Hud.showErrorWithStatus(error)
+            ProgressHud.showErrorWithStatus(error)
             return
         }
         Session.logIn(textName.text, textpassword.text, isEnableUpdataPassword)
@@ -37,7 +37,7 @@ Rectangle {
             textpassword.focus = false
             // Only the pop-up closes: its opener (the sign-up screen or the
             // settings) stays.
-            App.dismissPopup()
+            AppDelegate.dismissPopup()
         }
     }
 

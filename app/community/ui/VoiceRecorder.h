@@ -5,6 +5,8 @@
 // QML knows it as VoiceRecorder.
 #pragma once
 
+#include <QtQml/qqmlregistration.h>
+
 #include <QAudioInput>
 #include <QMediaCaptureSession>
 #include <QMediaRecorder>
@@ -15,6 +17,7 @@
 
 class VoiceRecorder : public QObject {
   Q_OBJECT
+  QML_ELEMENT
   Q_PROPERTY(bool available READ available NOTIFY changed)
   Q_PROPERTY(bool recording READ recording NOTIFY changed)
   Q_PROPERTY(bool hasVoice READ hasVoice NOTIFY changed)

@@ -18,14 +18,14 @@ Rectangle {
     // disSelectVCAction: validates and hands the text back.
     function disSelectVCAction() {
         const message = textMessage.text
-        const error = Items.photoMessageError(message)
+        const error = ItemActions.photoMessageError(message)
         if (error.length > 0) {
-            Hud.showErrorWithStatus(error)
+            ProgressHud.showErrorWithStatus(error)
             return
         }
         textMessage.focus = false
         const result = resultVC
-        App.dismissPopup()
+        AppDelegate.dismissPopup()
         Qt.callLater(function () {
             result.addMessageSuccess(message)
         })

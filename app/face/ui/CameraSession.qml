@@ -28,13 +28,13 @@ CaptureSession {
     camera: Camera {
         cameraDevice: session.deviceFor(session.front)
         active: session.live
-        onErrorOccurred: (error, errorString) => Capture.cameraFailed(errorString)
+        onErrorOccurred: (error, errorString) => CaptureController.cameraFailed(errorString)
     }
     imageCapture: ImageCapture {
         id: capture
         // The full-resolution frame, not the preview.
-        onImageAvailable: (requestId, frame) => Capture.cameraFrame(frame)
-        onErrorOccurred: (requestId, error, message) => Capture.cameraFailed(message)
+        onImageAvailable: (requestId, frame) => CaptureController.cameraFrame(frame)
+        onErrorOccurred: (requestId, error, message) => CaptureController.cameraFailed(message)
     }
     videoOutput: output
 }

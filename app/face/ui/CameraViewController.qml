@@ -33,7 +33,7 @@ Rectangle {
     Binding {
         target: cameraScreen.session
         property: "front"
-        value: Capture.frontCamera
+        value: CaptureController.frontCamera
         when: cameraScreen.session !== null
     }
     Binding {
@@ -61,7 +61,7 @@ Rectangle {
             // The front camera's preview as a mirror shows it.
             transform: Scale {
                 origin.x: preview.width / 2
-                xScale: Capture.frontCamera ? -1 : 1
+                xScale: CaptureController.frontCamera ? -1 : 1
             }
         }
         // The switch's transition: a ripple of light from the top.
@@ -100,7 +100,7 @@ Rectangle {
         }
     }
     Connections {
-        target: Capture
+        target: CaptureController
         function onCameraDeviceChanged() {
             rippleEffect.restart()
         }
@@ -154,7 +154,7 @@ Rectangle {
             text: "转"
             palette.buttonText: "white"
             font.pixelSize: 18
-            onClicked: Capture.bntChangeTypeAction()
+            onClicked: CaptureController.bntChangeTypeAction()
         }
         Button {
             objectName: "savePhoto"
@@ -165,7 +165,7 @@ Rectangle {
             enabled: cameraScreen.readyForCapture
             palette.buttonText: "white"
             font.pixelSize: 18
-            onClicked: Capture.savePhoto()
+            onClicked: CaptureController.savePhoto()
         }
         Button {
             objectName: "cancelCamera"
@@ -175,7 +175,7 @@ Rectangle {
             text: "取消"
             palette.buttonText: "white"
             font.pixelSize: 18
-            onClicked: Capture.cancelCamera()
+            onClicked: CaptureController.cancelCamera()
         }
     }
 }

@@ -7,19 +7,29 @@
 #include <QStandardPaths>
 
 #include "face/ui/CaptureImages.h"
-#include "face/ui/ResultViewController.h"
+#include "face/ui/ResultController.h"
 #include "shell/ProgressHud.h"
 #include "shell/ui/AppDelegate.h"
 
+namespace {
+CaptureController* g_running = nullptr;
+}  // namespace
+
 CaptureController::CaptureController(QObject* parent)
     : QObject(parent), flow_(new CaptureFlow(this, this)) {
+  g_running = this;
   connect(flow_, &CaptureFlow::finished, this, [this](bool shown) {
     emit busyChanged();
     emit finished(shown);
   });
 }
 
-CaptureController::~CaptureController() { delete flow_; }
+CaptureController::~CaptureController() {
+  if (g_running == this) g_running = nullptr;
+  delete flow_;
+}
+
+CaptureController* CaptureController::instance() { return g_running; }
 
 QRect CaptureController::centredCropRect(QSize size, double widthToHeight) {
   if (size.isEmpty() || widthToHeight <= 0) return {};
@@ -173,7 +183,7 @@ void CaptureController::showProgress(const QString& status) {
 void CaptureController::dismissProgress() { ProgressHud::instance()->dismiss(); }
 
 void CaptureController::presentResult(const CaptureResult& result) {
-  auto* vc = new ResultViewController;
+  auto* vc = new ResultController;
   vc->setHandOver(result.values, result.faceInfo, result.imgHeadValu, result.isenablePhoto);
   QQmlEngine::setObjectOwnership(vc, QQmlEngine::JavaScriptOwnership);
   lastResult_ = vc;

@@ -1,7 +1,7 @@
 // The home screen's capture widgets around CaptureFlow: the album (a file
 // dialog filtered to photos), the camera screen with its overlay, the crop
 // screen with the fixed 0.8 ratio, the waiting display and the result screen.
-// QML knows it as the singleton `Capture`.
+// QML knows it as the singleton `CaptureController`.
 #pragma once
 
 #include <QImage>
@@ -12,11 +12,13 @@
 #include <QVideoFrame>
 
 #include "face/CaptureFlow.h"
-
-class ResultViewController;
+#include "face/ui/ResultController.h"
+#include "shell/ui/QmlSingleton.h"
 
 class CaptureController : public QObject, public CaptureFlow::Screens {
   Q_OBJECT
+  QML_ELEMENT
+  QML_SINGLETON
   Q_PROPERTY(bool cropping READ cropping NOTIFY croppingChanged)
   Q_PROPERTY(bool frontCamera READ frontCamera NOTIFY cameraDeviceChanged)
   Q_PROPERTY(bool busy READ busy NOTIFY busyChanged)
@@ -24,15 +26,19 @@ class CaptureController : public QObject, public CaptureFlow::Screens {
   // folder when there is none.
   Q_PROPERTY(QUrl libraryFolder READ libraryFolder CONSTANT)
  public:
-  explicit CaptureController(QObject* parent = nullptr);
+  // A parent is required: QML takes the app's one (create()), never a new one.
+  explicit CaptureController(QObject* parent);
   ~CaptureController() override;
+  // The running app's controller (the last one made); the engine's singleton.
+  static CaptureController* instance();
+  static CaptureController* create(QQmlEngine*, QJSEngine*) { return keptByApp(instance()); }
 
   CaptureFlow& flow() { return *flow_; }
   bool cropping() const { return cropping_; }
   bool frontCamera() const { return device_ == CaptureFlow::CameraDevice::Front; }
   bool busy() const { return flow_->busy(); }
   static QUrl libraryFolder();
-  ResultViewController* lastResult() const { return lastResult_; }
+  ResultController* lastResult() const { return lastResult_; }
   // Tests on machines without a camera: the camera counts as listed.
   void setCameraListedForTesting(bool listed) { cameraListedForTesting_ = listed; }
 
@@ -80,7 +86,7 @@ class CaptureController : public QObject, public CaptureFlow::Screens {
   void takePictureRequested();
   void croppingChanged();
   void busyChanged();
-  void resultPresented(ResultViewController* vc);
+  void resultPresented(ResultController* vc);
   void finished(bool resultShown);
 
  private:
@@ -89,5 +95,5 @@ class CaptureController : public QObject, public CaptureFlow::Screens {
   bool cropping_ = false;
   bool cameraOpen_ = false;
   bool cameraListedForTesting_ = false;
-  QPointer<ResultViewController> lastResult_;
+  QPointer<ResultController> lastResult_;
 };

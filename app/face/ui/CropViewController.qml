@@ -133,14 +133,14 @@ Rectangle {
         CropButton {
             objectName: "cropCancel"
             text: "取消"
-            onClicked: Capture.cropCancelled()
+            onClicked: CaptureController.cropCancelled()
         }
         CropButton {
             objectName: "cropOK"
             text: "确定"
             onClicked: {
                 const r = crop.cropRect()
-                Capture.cropImage(crop.imageUrl, r.x, r.y, r.width, r.height)
+                CaptureController.cropImage(crop.imageUrl, r.x, r.y, r.width, r.height)
             }
         }
     }

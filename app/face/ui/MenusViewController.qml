@@ -47,12 +47,12 @@ BaseViewController {
         }
     }
     function pickFromLibraryButtonPressed() {
-        if (typeof Capture !== "undefined")
-            Capture.pickFromLibraryButtonPressed()
+        if (typeof CaptureController !== "undefined")
+            CaptureController.pickFromLibraryButtonPressed()
     }
     function pickFromCameraButtonPressed() {
-        if (typeof Capture !== "undefined")
-            Capture.pickFromCameraButtonPressed()
+        if (typeof CaptureController !== "undefined")
+            CaptureController.pickFromCameraButtonPressed()
     }
 
     Component.onCompleted: setleftBtnRedNum(0)
@@ -64,13 +64,13 @@ BaseViewController {
         title: "相册"
         // (The dialog's matching minds the case: cameras write .JPG.)
         nameFilters: ["照片 (*.jpg *.jpeg *.png *.bmp *.webp *.JPG *.JPEG *.PNG *.BMP *.WEBP)"]
-        onAccepted: Capture.libraryPicked(selectedFile)
-        onRejected: Capture.libraryCancelled()
+        onAccepted: CaptureController.libraryPicked(selectedFile)
+        onRejected: CaptureController.libraryCancelled()
     }
     Connections {
-        target: typeof Capture !== "undefined" ? Capture : null
+        target: typeof CaptureController !== "undefined" ? CaptureController : null
         function onOpenLibrary() {
-            imagePicker.currentFolder = Capture.libraryFolder
+            imagePicker.currentFolder = CaptureController.libraryFolder
             imagePicker.open()
             home.fitAlbumToWidth()
         }
@@ -144,7 +144,7 @@ BaseViewController {
     Loader {
         id: feedsLoader
         anchors.fill: parent
-        source: App.screenUrl("MenusFeeds")
+        source: AppDelegate.screenUrl("MenusFeeds")
         onLoaded: if (item.hasOwnProperty("menusVC"))
                       item.menusVC = home
     }

@@ -5,6 +5,8 @@
 // time measured from the start, so late steps do not push later ones back.
 #pragma once
 
+#include <QtQml/qqmlregistration.h>
+
 #include <QElapsedTimer>
 #include <QObject>
 #include <QString>
@@ -13,6 +15,8 @@
 
 class NumberJump : public QObject {
   Q_OBJECT
+  QML_ELEMENT
+  QML_UNCREATABLE("made by its screen")
   Q_PROPERTY(QString text READ text NOTIFY textChanged)
   Q_PROPERTY(bool running READ running NOTIFY runningChanged)
  public:

@@ -1,6 +1,6 @@
 // The result screen: the photo with rounded corners, the counting number,
 // the attribute lines, the sub-scores as labels and bars, " ? " for help,
-// publishing with a message and sharing. `vc` is its ResultLogic.
+// publishing with a message and sharing. `vc` is its ResultController.
 pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls
@@ -9,7 +9,7 @@ import Rongdian
 BaseViewController {
     id: screen
     objectName: "ResultViewController"
-    property ResultLogic vc
+    property ResultController vc
     rightText: "再测一次"
     onRightClicked: screen.vc.rightBtnAction()
 
@@ -28,7 +28,7 @@ BaseViewController {
     Connections {
         target: Notices
         function onFadeViewAction() {
-            App.dismissPopup()
+            AppDelegate.dismissPopup()
         }
     }
     Component.onCompleted: screen.vc.viewDidLoad()
@@ -157,7 +157,7 @@ BaseViewController {
                     // Busy while the upload and the publish command run; a
                     // refused publish command (its error replaces the waiting
                     // display) lets the user try again.
-                    enabled: screen.vc && !(screen.vc.publishing && Hud.waiting)
+                    enabled: screen.vc && !(screen.vc.publishing && ProgressHud.waiting)
                     implicitWidth: Math.min(120, (page.width - 48) / 2)
                     font.pixelSize: 16
                     onClicked: screen.vc.addMessage()

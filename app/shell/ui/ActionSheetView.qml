@@ -9,14 +9,14 @@ import Rongdian
 FocusScope {
     id: root
     objectName: "actionSheet"
-    visible: Alerts.sheetVisible
+    visible: AlertCenter.sheetVisible
     onVisibleChanged: if (visible)
                           forceActiveFocus()
     Keys.onEscapePressed: cancel()
     Keys.onBackPressed: cancel()
     function cancel() {
-        if (Alerts.sheetCancel.length > 0)
-            Alerts.answerSheet(-1)
+        if (AlertCenter.sheetCancel.length > 0)
+            AlertCenter.answerSheet(-1)
     }
 
     Rectangle {
@@ -42,14 +42,14 @@ FocusScope {
                 x: 14
                 width: parent.width - 28
                 visible: text.length > 0
-                text: Alerts.sheetTitle
+                text: AlertCenter.sheetTitle
                 wrapMode: Text.Wrap
                 color: "#666666"
                 font.pixelSize: 13
                 lineHeight: 1.1
             }
             Repeater {
-                model: Alerts.sheetButtons
+                model: AlertCenter.sheetButtons
                 delegate: AbstractButton {
                     id: sheetButton
                     required property int index
@@ -77,11 +77,11 @@ FocusScope {
                             font.pixelSize: 17
                         }
                     }
-                    onClicked: Alerts.answerSheet(index)
+                    onClicked: AlertCenter.answerSheet(index)
                 }
             }
             AbstractButton {
-                visible: Alerts.sheetCancel.length > 0
+                visible: AlertCenter.sheetCancel.length > 0
                 x: 10
                 width: sheet.width - 20
                 height: 44
@@ -90,7 +90,7 @@ FocusScope {
                     color: "white"
                 }
                 contentItem: Label {
-                    text: Alerts.sheetCancel
+                    text: AlertCenter.sheetCancel
                     color: "#007aff"
                     font.pixelSize: 17
                     font.bold: true

@@ -7,7 +7,7 @@ import Rongdian
 Item {
     id: root
     objectName: "alertView"
-    visible: Alerts.alertVisible
+    visible: AlertCenter.alertVisible
 
     Rectangle {
         anchors.fill: parent
@@ -33,7 +33,7 @@ Item {
                 objectName: "alertTitle"
                 width: parent.width - 32
                 x: 16
-                text: Alerts.alertTitle
+                text: AlertCenter.alertTitle
                 visible: text.length > 0
                 wrapMode: Text.Wrap
                 horizontalAlignment: Text.AlignHCenter
@@ -44,7 +44,7 @@ Item {
                 objectName: "alertMessage"
                 width: parent.width - 32
                 x: 16
-                text: Alerts.alertMessage
+                text: AlertCenter.alertMessage
                 visible: text.length > 0
                 wrapMode: Text.Wrap
                 horizontalAlignment: Text.AlignHCenter
@@ -55,7 +55,7 @@ Item {
                 height: 16
             }
             Repeater {
-                model: Alerts.alertButtons
+                model: AlertCenter.alertButtons
                 delegate: Column {
                     id: alertRow
                     required property int index
@@ -77,7 +77,7 @@ Item {
                             horizontalAlignment: Text.AlignHCenter
                             verticalAlignment: Text.AlignVCenter
                         }
-                        onClicked: Alerts.answerAlert(alertRow.index)
+                        onClicked: AlertCenter.answerAlert(alertRow.index)
                     }
                 }
             }

@@ -2,7 +2,7 @@
 // through the server's push gateway, the navigation root (the home screen
 // MenusViewController), the splash, pushes turned into "updataNewsNum" plus
 // the message bar, the icon badge cleared in the background, and URLs from
-// the social kits. QML sees it as the singleton `App`.
+// the social kits. QML sees it as a singleton.
 #pragma once
 
 #include <QObject>
@@ -16,10 +16,13 @@
 #include <memory>
 
 #include "shell/ui/PushClient.h"
+#include "shell/ui/QmlSingleton.h"
 class TencentOAuth;
 
 class AppDelegate : public QObject {
   Q_OBJECT
+  QML_ELEMENT
+  QML_SINGLETON
   Q_PROPERTY(bool statusBarHidden READ statusBarHidden NOTIFY statusBarChanged)
   Q_PROPERTY(int applicationIconBadgeNumber READ applicationIconBadgeNumber WRITE
                  setApplicationIconBadgeNumber NOTIFY badgeChanged)
@@ -40,9 +43,11 @@ class AppDelegate : public QObject {
   static constexpr int kSplashFadeMs = 1200;
   static constexpr int kSplashFadeTick = 3;
 
-  explicit AppDelegate(QObject* parent = nullptr);
+  // A parent is required: QML takes the app's one (create()), never a new one.
+  explicit AppDelegate(QObject* parent);
   ~AppDelegate() override;
   static AppDelegate* instance();  // the last one made
+  static AppDelegate* create(QQmlEngine*, QJSEngine*) { return keptByApp(instance()); }
 
   // What builds the window and returns the home screen (the navigation
   // root); called in step 4 of the start-up.

@@ -30,7 +30,7 @@ Item {
 
     // setleftBtnRedNum: the unread count n (null or undefined: 0).
     function setleftBtnRedNum(n) {
-        const badge = App.badgeFor(n === undefined || n === null ? 0 : n)
+        const badge = AppDelegate.badgeFor(n === undefined || n === null ? 0 : n)
         setBntTag = badge.tag
         badgeVisible = badge.visible
         badgeText = badge.text
@@ -38,13 +38,13 @@ Item {
     }
     // setAction: the settings screen with the last unread count.
     function setAction() {
-        App.pushScreen("SetViewController", {
+        AppDelegate.pushScreen("SetViewController", {
                            "unReadNum": setBntTag
                        })
     }
     function popVC() {
-        Hud.dismiss()
-        App.popScreen()
+        ProgressHud.dismiss()
+        AppDelegate.popScreen()
     }
 
     Rectangle {

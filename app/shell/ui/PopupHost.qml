@@ -1,4 +1,4 @@
-// Pop-ups presented over a dimmed background (App.presentPopup). Tapping the
+// Pop-ups presented over a dimmed background (AppDelegate.presentPopup). Tapping the
 // background posts "fadeViewAction"; the screens that care dismiss the pop-up.
 // Escape, the back key or the close control on its corner leave a pop-up
 // without effect. The pop-up gets the keyboard: its field marked
@@ -23,15 +23,15 @@ FocusScope {
         host.focus = false
     }
 
-    Keys.onEscapePressed: App.dismissPopup()
-    Keys.onBackPressed: App.dismissPopup()
+    Keys.onEscapePressed: AppDelegate.dismissPopup()
+    Keys.onBackPressed: AppDelegate.dismissPopup()
 
     Rectangle {
         anchors.fill: parent
         color: "#80000000"
         MouseArea {
             anchors.fill: parent
-            onClicked: App.popupBackgroundTapped()
+            onClicked: AppDelegate.popupBackgroundTapped()
         }
     }
     Loader {
@@ -67,6 +67,6 @@ FocusScope {
             horizontalAlignment: Text.AlignHCenter
             verticalAlignment: Text.AlignVCenter
         }
-        onClicked: App.dismissPopup()
+        onClicked: AppDelegate.dismissPopup()
     }
 }

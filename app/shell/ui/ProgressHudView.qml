@@ -9,11 +9,11 @@ import Rongdian
 Item {
     id: root
     objectName: "progressHud"
-    visible: Hud.visible
+    visible: ProgressHud.visible
 
     // While a photo is being cropped the display waits as a single line in
     // the band the crop screen keeps free at its top (not over the face).
-    readonly property bool cropping: typeof Capture !== "undefined" && Capture.cropping
+    readonly property bool cropping: typeof CaptureController !== "undefined" && CaptureController.cropping
 
     Rectangle {
         objectName: "hudBox"
@@ -29,7 +29,7 @@ Item {
             spacing: 10
             BusyIndicator {
                 anchors.horizontalCenter: parent.horizontalCenter
-                visible: Hud.mode === Hud.Waiting && !root.cropping
+                visible: ProgressHud.mode === ProgressHud.Waiting && !root.cropping
                 running: visible
                 width: 36
                 height: 36
@@ -39,14 +39,14 @@ Item {
             }
             ProgressBar {
                 anchors.horizontalCenter: parent.horizontalCenter
-                visible: Hud.mode === Hud.Progress
+                visible: ProgressHud.mode === ProgressHud.Progress
                 width: 90
-                value: Hud.progress
+                value: ProgressHud.progress
             }
             Label {
                 anchors.horizontalCenter: parent.horizontalCenter
-                visible: Hud.mode === Hud.Success || Hud.mode === Hud.Error
-                text: Hud.mode === Hud.Success ? "✓" : "✕"
+                visible: ProgressHud.mode === ProgressHud.Success || ProgressHud.mode === ProgressHud.Error
+                text: ProgressHud.mode === ProgressHud.Success ? "✓" : "✕"
                 color: "white"
                 font.pixelSize: 28
             }
@@ -56,7 +56,7 @@ Item {
                 anchors.horizontalCenter: parent.horizontalCenter
                 width: Math.min(implicitWidth, root.width - 92)
                 visible: text.length > 0
-                text: Hud.status
+                text: ProgressHud.status
                 color: "white"
                 wrapMode: Text.Wrap
                 horizontalAlignment: Text.AlignHCenter

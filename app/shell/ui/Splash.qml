@@ -1,5 +1,5 @@
 // The splash over the live home screen: the picture under a white veil and
-// the title block, faded out and removed by the start-up (App).
+// the title block, faded out and removed by the start-up (AppDelegate).
 pragma ComponentBehavior: Bound
 import QtQuick
 import Rongdian
@@ -7,21 +7,21 @@ import Rongdian
 Item {
     id: splash
     objectName: "splash"
-    visible: App.splashPictureShown || App.splashTitleShown
+    visible: AppDelegate.splashPictureShown || AppDelegate.splashTitleShown
 
     Image {
         id: beginAppimg
         objectName: "beginAppimg"
-        visible: App.splashPictureShown
+        visible: AppDelegate.splashPictureShown
         anchors.fill: parent
         anchors.topMargin: -20
         source: "qrc:/pictures/location_more.png"
         fillMode: Image.PreserveAspectCrop
         clip: true
-        opacity: App.splashFading ? 0 : 1
+        opacity: AppDelegate.splashFading ? 0 : 1
         Behavior on opacity {
             NumberAnimation {
-                duration: App.splashFadeMs
+                duration: AppDelegate.splashFadeMs
             }
         }
         Rectangle {
@@ -43,20 +43,20 @@ Item {
     Item {
         id: beginTitleView
         objectName: "beginTitleView"
-        visible: App.splashTitleShown
+        visible: AppDelegate.splashTitleShown
         x: 40
         y: 120
         width: splash.width - 80
         height: 80
-        opacity: App.splashFading ? 0 : 1
+        opacity: AppDelegate.splashFading ? 0 : 1
         Behavior on opacity {
             NumberAnimation {
-                duration: App.splashFadeMs
+                duration: AppDelegate.splashFadeMs
             }
         }
         Image {
             objectName: "titleImage"
-            y: App.splashTitleOffset
+            y: AppDelegate.splashTitleOffset
             width: parent.width
             height: parent.height
             source: "qrc:/pictures/location_title.png"

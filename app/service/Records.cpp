@@ -1,5 +1,3 @@
-#include "community/ui/Records.h"
-
 #include "service/Records.h"
 
 QVariantMap recordMap(const QVariant& record) {

@@ -1,4 +1,4 @@
-#include "ResultViewController.h"
+#include "ResultController.h"
 
 #include <QDateTime>
 #include <QJsonDocument>
@@ -32,14 +32,14 @@ QImage roundedCorners(const QImage& src) {
 }
 }  // namespace
 
-ResultViewController::ResultViewController(QObject* parent) : QObject(parent) {}
+ResultController::ResultController(QObject* parent) : QObject(parent) {}
 
-ResultViewController::~ResultViewController() {
+ResultController::~ResultController() {
   if (!photoUrl_.isEmpty()) CaptureImages::remove(photoUrl_);
 }
 
-void ResultViewController::setHandOver(const ResultHandOver& values, const FaceInfoPtr& face,
-                                       const QImage& photo, bool isenablePhoto) {
+void ResultController::setHandOver(const ResultHandOver& values, const FaceInfoPtr& face,
+                                   const QImage& photo, bool isenablePhoto) {
   values_ = values;
   face_ = face;
   photo_ = photo;
@@ -48,7 +48,7 @@ void ResultViewController::setHandOver(const ResultHandOver& values, const FaceI
   photoUrl_ = photo.isNull() ? QString() : CaptureImages::put(roundedCorners(photo));
 }
 
-void ResultViewController::viewDidLoad() {
+void ResultController::viewDidLoad() {
   if (loaded_) return;
   loaded_ = true;
   // The upload token for publishing later.
@@ -77,7 +77,7 @@ void ResultViewController::viewDidLoad() {
                                     FaceScoring::countUpTarget(values_.allResultPoint));
 }
 
-void ResultViewController::viewWillAppear() {
+void ResultController::viewWillAppear() {
   if (LocalUserInfo::isLoggedIn()) {
     const QString id = LocalUserInfo::getUserInfo().userinfoId;
     if (!id.isEmpty() && LocalUserInfo::tokenID().size() >= 8) {
@@ -88,7 +88,7 @@ void ResultViewController::viewWillAppear() {
   ProgressHud::instance()->showErrorWithStatus(kLoginAgainText);
 }
 
-void ResultViewController::loadUserInfoData() {
+void ResultController::loadUserInfoData() {
   // Back from signing up, "注册成功" (or a log-in's message) is still up: it
   // stays its time, and the record loads without the waiting text.
   auto* hud = ProgressHud::instance();
@@ -100,7 +100,7 @@ void ResultViewController::loadUserInfoData() {
                            [](const UserInfo&) { ProgressHud::instance()->dismissWaiting(); });
 }
 
-void ResultViewController::changeNumberBySelector() {
+void ResultController::changeNumberBySelector() {
   const QList<double> v = FaceScoring::subScoreValues(values_);
   QStringList chart;
   for (double x : v) chart << FaceScoring::chartValueText(x);
@@ -109,29 +109,29 @@ void ResultViewController::changeNumberBySelector() {
   setFaceInfoValue();
 }
 
-void ResultViewController::setFaceInfoValue() {
+void ResultController::setFaceInfoValue() {
   QStringList labels;
   for (double x : FaceScoring::subScoreValues(values_)) labels << FaceScoring::subScoreLabel(x);
   labels_ = labels;
   emit pointsChanged();
 }
 
-void ResultViewController::bigButtonTapped() {
+void ResultController::bigButtonTapped() {
   ProgressHud::instance()->showErrorWithStatus(kSelfTapText);
 }
 
-void ResultViewController::bntPointAction() {
+void ResultController::bntPointAction() {
   // One button with a picture; choosing it only closes the sheet.
   AlertCenter::instance()->showActionSheet(
       kHelpText, {AlertCenter::SheetButton{QStringLiteral(" "),
                                            QStringLiteral("qrc:/pictures/result_help.png")}});
 }
 
-void ResultViewController::rightBtnAction() {
+void ResultController::rightBtnAction() {
   if (auto* app = AppDelegate::instance()) app->popScreen();
 }
 
-void ResultViewController::addMessage() {
+void ResultController::addMessage() {
   auto* app = AppDelegate::instance();
   if (!app) return;
   // Publishing needs an account: signed out, the sign-up screen comes instead.
@@ -143,19 +143,19 @@ void ResultViewController::addMessage() {
                     {{QStringLiteral("resultVC"), QVariant::fromValue<QObject*>(this)}});
 }
 
-void ResultViewController::addMessageSuccess(const QString& message) {
+void ResultController::addMessageSuccess(const QString& message) {
   if (!publisher_) viewDidLoad();
   publishing_ = true;
   emit publishingChanged();
   publisher_->addMessageSuccess(message, photo_, values_.allResultPoint, isenablePhoto_);
 }
 
-QString ResultViewController::timeString() {
+QString ResultController::timeString() {
   return QDateTime::currentDateTime().toString(
       QStringLiteral("yyyy-MM-dd-HH-mm-ss-t"));  // t: the zone abbreviation
 }
 
-QByteArray ResultViewController::scoreJson() const {
+QByteArray ResultController::scoreJson() const {
   QJsonObject labels;
   const QList<double> values = FaceScoring::subScoreValues(values_);
   for (int i = 0; i < FaceScoring::kSubScoreTitles.size(); ++i)

@@ -2,9 +2,11 @@
 // the counting overall number, the four sub-scores as labels and bars (zeros
 // until the count-up ends), the age, gender and smile lines, the help sheet,
 // the session check each time the screen appears, and publishing the photo
-// with a message. QML knows it as ResultLogic; the capture flow makes one per
+// with a message. QML knows it by its name; the capture flow makes one per
 // result and pushes the screen with it.
 #pragma once
+
+#include <QtQml/qqmlregistration.h>
 
 #include <QImage>
 #include <QObject>
@@ -18,8 +20,10 @@
 
 class PhotoPublisher;
 
-class ResultViewController : public QObject {
+class ResultController : public QObject {
   Q_OBJECT
+  QML_ELEMENT
+  QML_UNCREATABLE("made by the capture flow")
   Q_PROPERTY(QString allResultPoint READ allResultPoint CONSTANT)
   Q_PROPERTY(bool isenablePhoto READ isenablePhoto CONSTANT)
   Q_PROPERTY(QString photoUrl READ photoUrl CONSTANT)
@@ -49,8 +53,8 @@ class ResultViewController : public QObject {
   static inline const QString kLoginAgainText = QStringLiteral("请重新登录");
   static inline const QString kLoadingText = QStringLiteral("加载中...");
 
-  explicit ResultViewController(QObject* parent = nullptr);
-  ~ResultViewController() override;
+  explicit ResultController(QObject* parent = nullptr);
+  ~ResultController() override;
 
   // The hand-over (set before the screen loads).
   void setHandOver(const ResultHandOver& values, const FaceInfoPtr& face, const QImage& photo,

@@ -1,7 +1,8 @@
 // The scale-out engine: PostgreSQL through libpq. Several server instances
 // may share one database; counters change by single UPDATE statements, so
-// they stay exact under any number of concurrent writers. A trigger on the
-// items tells every instance about each write (LISTEN/NOTIFY).
+// they stay exact under any number of concurrent writers. After a write to
+// what the feeds show has committed, the instance tells the others
+// (LISTEN/NOTIFY) before the write returns.
 #include <libpq-fe.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -11,16 +12,10 @@
 #include <thread>
 #include <unordered_map>
 
+#include "store/Schema.h"
 #include "store/SqlStore.h"
 
 namespace rd::store {
-
-namespace sql {
-std::string schema_v1(const std::string& id_column, const std::string& integer);
-std::string schema_v2(const std::string& id_column, const std::string& integer);
-std::string schema_v3(const std::string& integer);
-std::string schema_v4();
-}  // namespace sql
 
 namespace {
 
@@ -59,37 +54,26 @@ PGconn* open_connection(const std::string& url) {
   return conn;
 }
 
-// What the tables' triggers notify on; the payload names the writing
-// instance (the setting rongdian.instance of its connections), so that an
-// instance skips its own writes, which it counts itself.
+// The channels of the notifications: a change to what the feeds show (the
+// payload names the writing instance, so that an instance skips its own
+// writes, which it counts itself), and a push kept for a device (the payload
+// is the device's token).
 constexpr const char* kChangesChannel = "rongdian_changes";
+constexpr const char* kPushChannel = "rongdian_push";
 
-const char* kChangeTriggers = R"(
-CREATE OR REPLACE FUNCTION rongdian_changed() RETURNS trigger LANGUAGE plpgsql AS $$
-BEGIN
-  PERFORM pg_notify('rongdian_changes', coalesce(current_setting('rongdian.instance', true), ''));
-  RETURN NULL;
-END $$;
-DO $$
-BEGIN
-  IF NOT EXISTS (SELECT 1 FROM pg_trigger WHERE tgname = 'items_changed') THEN
-    CREATE TRIGGER items_changed AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON items
-      FOR EACH STATEMENT EXECUTE FUNCTION rongdian_changed();
-  END IF;
-  -- The feeds show the poster's nickname; nothing else of the users table.
-  IF NOT EXISTS (SELECT 1 FROM pg_trigger WHERE tgname = 'users_nickname_changed') THEN
-    CREATE TRIGGER users_nickname_changed AFTER UPDATE OF nickname ON users
-      FOR EACH STATEMENT EXECUTE FUNCTION rongdian_changed();
-  END IF;
-END $$;
+// Until this version a trigger on the items notified inside each write's
+// transaction; PostgreSQL commits notifying transactions one at a time.
+const char* kDropChangeTriggers = R"(
+DROP TRIGGER IF EXISTS items_changed ON items;
+DROP TRIGGER IF EXISTS users_nickname_changed ON users;
+DROP FUNCTION IF EXISTS rongdian_changed();
 )";
 
 class PgConn : public sql::Conn {
  public:
-  PgConn(const std::string& url, const std::string& instance) : conn_(open_connection(url)) {
-    exec_script(
-        "SET client_min_messages = warning; SET TIME ZONE 'UTC'; SET rongdian.instance = '" +
-        instance + "'");
+  PgConn(const std::string& url, const std::string& instance)
+      : conn_(open_connection(url)), instance_(instance) {
+    exec_script("SET client_min_messages = warning; SET TIME ZONE 'UTC'");
   }
 
   ~PgConn() override { PQfinish(conn_); }
@@ -137,17 +121,47 @@ class PgConn : public sql::Conn {
     check(res, "statement");
   }
 
-  void begin_write() override { exec_script("BEGIN"); }
-  void commit() override { exec_script("COMMIT"); }
+  void begin_write() override {
+    notices_.clear();
+    exec_script("BEGIN");
+  }
+
+  // The write waits for its commit to reach the disk, side by side with the
+  // others (they share flushes). Its notifications follow in a transaction of
+  // their own, sent with the COMMIT (one round trip; not run when the COMMIT
+  // fails): a notifying commit holds PostgreSQL's one notification lock
+  // until it is over, so that one waits for no flush (the write is durable
+  // already; the notifications are for listeners now and nobody after a
+  // crash).
+  void commit() override {
+    std::string text = "COMMIT";
+    if (!notices_.empty())
+      text += "; BEGIN; SET LOCAL synchronous_commit = off; SELECT " + notices_ + "; COMMIT";
+    notices_.clear();
+    exec_script(text);
+  }
+
   void rollback() noexcept override {
+    notices_.clear();
     if (PQtransactionStatus(conn_) != PQTRANS_IDLE) PQclear(PQexec(conn_, "ROLLBACK"));
   }
+
+  void announce_change() override { notify(kChangesChannel, instance_); }
+  void announce_push(const std::string& token) override { notify(kPushChannel, token); }
 
  private:
   struct Result {
     PGresult* r;
     ~Result() { PQclear(r); }
   };
+
+  void notify(const char* channel, const std::string& payload) {
+    char* quoted = PQescapeLiteral(conn_, payload.data(), payload.size());
+    if (!quoted) throw Error(std::string("PostgreSQL: ") + PQerrorMessage(conn_));
+    std::string call = std::string("pg_notify('") + channel + "', " + quoted + ")";
+    PQfreemem(quoted);
+    if (notices_.find(call) == std::string::npos) notices_ += (notices_.empty() ? "" : ", ") + call;
+  }
 
   const std::string& prepare(const std::string& text) {
     auto it = names_.find(text);
@@ -173,11 +187,13 @@ class PgConn : public sql::Conn {
   }
 
   PGconn* conn_ = nullptr;
+  const std::string instance_;
+  std::string notices_;  // pg_notify calls for after the COMMIT
   std::unordered_map<std::string, std::string> names_;
 };
 
 // The other instances' writes: a connection of its own LISTENs on the
-// triggers' channel. A round trip on it (an empty query) brings in the
+// changes channel. A round trip on it (an empty query) brings in the
 // notification of every write committed before the query was sent: the
 // server delivers a listening session's pending notifications before it
 // reports ready for the next query. Callers that ask while a round is under
@@ -370,10 +386,11 @@ std::shared_ptr<Store> open_postgres(const std::string& url, int connections) {
   d.name = "postgresql";
   d.migrations = {sql::schema_v1("BIGSERIAL PRIMARY KEY", "BIGINT"),
                   sql::schema_v2("BIGSERIAL PRIMARY KEY", "BIGINT"), sql::schema_v3("BIGINT"),
-                  sql::schema_v4()};
+                  sql::schema_v4(),
+                  sql::schema_v5("BIGSERIAL PRIMARY KEY", "TIMESTAMPTZ NOT NULL DEFAULT now()") +
+                      kDropChangeTriggers};
   // Instances starting together take turns at the schema.
   d.migration_lock = "SELECT pg_advisory_xact_lock(7263540117)";
-  d.on_start = kChangeTriggers;
   std::string instance = new_instance_id();
   // Listening before the first read: no write after it goes unheard.
   d.remote_changes = std::make_shared<PgChanges>(url, instance);

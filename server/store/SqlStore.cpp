@@ -1,7 +1,5 @@
 #include "store/SqlStore.h"
 
-#include <time.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <future>
@@ -136,7 +134,7 @@ SqlStore::SqlStore(Dialect dialect, std::function<std::unique_ptr<Conn>()> facto
 }
 
 template <class F>
-auto SqlStore::write(F&& f, bool single_statement) {
+auto SqlStore::write(F&& f, Kind kind) {
   std::unique_lock<std::mutex> serial;
   if (dialect_.serialize_writes) serial = std::unique_lock(writer_);
   auto c = pool_.get();
@@ -150,8 +148,9 @@ auto SqlStore::write(F&& f, bool single_statement) {
       if (s.on_write_) s.on_write_(std::chrono::steady_clock::now() - start);
     }
   } count{*this};
-  if (single_statement) return f(*c);
+  if (kind == Kind::Single) return f(*c);
   c->begin_write();
+  if (kind == Kind::Shown) c->announce_change();
   try {
     if constexpr (std::is_void_v<decltype(f(*c))>) {
       f(*c);
@@ -182,7 +181,6 @@ void SqlStore::migrate() {
       c.query("DELETE FROM schema_version", {});
       c.query("INSERT INTO schema_version (version) VALUES (?)", {v + 1});
     }
-    if (!dialect_.on_start.empty()) c.exec_script(dialect_.on_start);
   });
 }
 
@@ -203,36 +201,19 @@ Store::ChangeCount SqlStore::change_count() {
   return f.get();
 }
 
-std::chrono::microseconds SqlStore::read_wait() {
-  using namespace std::chrono;
-  auto cpu_now = [] {
-    timespec ts{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-    return nanoseconds(seconds(ts.tv_sec) + nanoseconds(ts.tv_nsec));
-  };
-  ItemQuery q;
-  list_items(q);  // opens a connection and prepares the statement
-  std::vector<nanoseconds> waits;
-  for (int i = 0; i < 9; ++i) {
-    auto wall = steady_clock::now();
-    auto cpu = cpu_now();
-    list_items(q);
-    waits.push_back(std::max(nanoseconds(0), (steady_clock::now() - wall) - (cpu_now() - cpu)));
-  }
-  std::nth_element(waits.begin(), waits.begin() + 4, waits.end());
-  return duration_cast<microseconds>(waits[4]);
-}
-
 bool SqlStore::create_user(const User& u) {
   try {
-    write([&](Conn& c) {
-      c.query(
-          "INSERT INTO users (id, mobile, nickname, password_hash, user_type, old_username, "
-          "needs_new_password, num_score, unread, created_ms, updated_ms) "
-          "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
-          {u.id, u.mobile, u.nickname, u.password_hash, u.user_type, u.old_username,
-           std::int64_t{u.needs_new_password}, u.num_score, u.unread, u.created_ms, u.updated_ms});
-    });
+    write(
+        [&](Conn& c) {
+          c.query(
+              "INSERT INTO users (id, mobile, nickname, password_hash, user_type, old_username, "
+              "needs_new_password, num_score, unread, created_ms, updated_ms) "
+              "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+              {u.id, u.mobile, u.nickname, u.password_hash, u.user_type, u.old_username,
+               std::int64_t{u.needs_new_password}, u.num_score, u.unread, u.created_ms,
+               u.updated_ms});
+        },
+        Kind::Unshown);
     return true;
   } catch (const UniqueViolation&) {
     return false;
@@ -256,22 +237,27 @@ std::optional<User> SqlStore::user_by_mobile(const std::string& mobile) {
 
 void SqlStore::set_password(const std::string& user_id, const std::string& hash,
                             std::int64_t now_ms) {
-  write([&](Conn& c) {
-    c.query(
-        "UPDATE users SET password_hash = ?, needs_new_password = 0, updated_ms = ? WHERE id = ?",
-        {hash, now_ms, user_id});
-  });
+  write(
+      [&](Conn& c) {
+        c.query(
+            "UPDATE users SET password_hash = ?, needs_new_password = 0, updated_ms = ? WHERE id = "
+            "?",
+            {hash, now_ms, user_id});
+      },
+      Kind::Unshown);
 }
 
 bool SqlStore::mark_needs_new_password(const std::string& mobile, const std::string& old_username,
                                        const std::string& user_type) {
-  return write([&](Conn& c) {
-    auto rows = c.query(
-        "UPDATE users SET needs_new_password = 1, old_username = ?, user_type = ? "
-        "WHERE mobile = ? RETURNING id",
-        {old_username, user_type, mobile});
-    return !rows.empty();
-  });
+  return write(
+      [&](Conn& c) {
+        auto rows = c.query(
+            "UPDATE users SET needs_new_password = 1, old_username = ?, user_type = ? "
+            "WHERE mobile = ? RETURNING id",
+            {old_username, user_type, mobile});
+        return !rows.empty();
+      },
+      Kind::Unshown);
 }
 
 void SqlStore::add_device(const std::string& user_id, const std::string& token,
@@ -282,18 +268,20 @@ void SqlStore::add_device(const std::string& user_id, const std::string& token,
     auto rows = c->query("SELECT user_id FROM devices WHERE token = ?", {token});
     if (!rows.empty() && rows[0].s(0) == user_id) return;
   }
-  write([&](Conn& c) {
-    c.query(
-        "INSERT INTO devices (token, user_id, platform, updated_ms) VALUES (?, ?, ?, ?) "
-        "ON CONFLICT (token) DO UPDATE SET user_id = excluded.user_id, "
-        "platform = excluded.platform, updated_ms = excluded.updated_ms",
-        {token, user_id, platform, now_ms});
-    // Every push to the account goes to each of its tokens: the oldest go.
-    c.query(
-        "DELETE FROM devices WHERE user_id = ? AND token NOT IN (SELECT token FROM devices "
-        "WHERE user_id = ? ORDER BY updated_ms DESC, token DESC LIMIT ?)",
-        {user_id, user_id, std::int64_t{kMaxDevicesPerUser}});
-  });
+  write(
+      [&](Conn& c) {
+        c.query(
+            "INSERT INTO devices (token, user_id, platform, updated_ms) VALUES (?, ?, ?, ?) "
+            "ON CONFLICT (token) DO UPDATE SET user_id = excluded.user_id, "
+            "platform = excluded.platform, updated_ms = excluded.updated_ms",
+            {token, user_id, platform, now_ms});
+        // Every push to the account goes to each of its tokens: the oldest go.
+        c.query(
+            "DELETE FROM devices WHERE user_id = ? AND token NOT IN (SELECT token FROM devices "
+            "WHERE user_id = ? ORDER BY updated_ms DESC, token DESC LIMIT ?)",
+            {user_id, user_id, std::int64_t{kMaxDevicesPerUser}});
+      },
+      Kind::Unshown);
 }
 
 std::vector<std::string> SqlStore::device_tokens(const std::string& user_id) {
@@ -311,7 +299,8 @@ void SqlStore::clear_unread(const std::string& user_id) {
     auto rows = c->query("SELECT unread FROM users WHERE id = ?", {user_id});
     if (rows.empty() || rows[0].i(0) == 0) return;
   }
-  write([&](Conn& c) { c.query("UPDATE users SET unread = 0 WHERE id = ?", {user_id}); }, true);
+  write([&](Conn& c) { c.query("UPDATE users SET unread = 0 WHERE id = ?", {user_id}); },
+        Kind::Single);
 }
 
 std::optional<Item> SqlStore::add_item(const Item& in) {
@@ -460,7 +449,8 @@ Vote SqlStore::vote(std::int64_t id, const std::string& user_id, bool like, std:
 }
 
 std::optional<CommentAdded> SqlStore::add_comment(std::int64_t item_id, const std::string& user_id,
-                                                  const std::string& text, std::int64_t now_ms) {
+                                                  const std::string& text, std::int64_t now_ms,
+                                                  const CommentPush* push) {
   return write([&](Conn& c) -> std::optional<CommentAdded> {
     // Updating the item first locks its row, so it cannot vanish under us.
     auto owner =
@@ -484,8 +474,56 @@ std::optional<CommentAdded> SqlStore::add_comment(std::int64_t item_id, const st
     auto rows = c.query(std::string(kCommentSelect) + " WHERE c.id = ?", {ins[0].i(0)});
     if (rows.empty()) throw Error("a new comment vanished");
     out.comment = to_comment(rows[0]);
+    if (push && out.owner_id != user_id) {
+      std::string payload;
+      for (const auto& r :
+           c.query("SELECT token FROM devices WHERE user_id = ? ORDER BY token", {out.owner_id})) {
+        if (push->device && !push->device(r.s(0))) continue;
+        if (payload.empty()) payload = push->payload(out);
+        insert_push(c, r.s(0), payload, push->keep);
+        out.pushed.push_back(r.s(0));
+      }
+    }
     return out;
   });
+}
+
+// ---------------------------------------------------------------- pushes
+
+std::int64_t SqlStore::insert_push(Conn& c, const std::string& token, const std::string& payload,
+                                   int keep) {
+  auto ins = c.query("INSERT INTO push_pending (device_token, payload) VALUES (?, ?) RETURNING id",
+                     {token, payload});
+  if (ins.empty()) throw Error("insert of a push returned no id");
+  c.query(
+      "DELETE FROM push_pending WHERE device_token = ? AND id NOT IN (SELECT id FROM "
+      "push_pending WHERE device_token = ? ORDER BY id DESC LIMIT ?)",
+      {token, token, std::int64_t{std::max(keep, 1)}});
+  c.announce_push(token);
+  return ins[0].i(0);
+}
+
+std::int64_t SqlStore::add_push(const std::string& token, const std::string& payload, int keep) {
+  return write([&](Conn& c) { return insert_push(c, token, payload, keep); }, Kind::Unshown);
+}
+
+std::vector<PendingPush> SqlStore::pushes(const std::string& token) {
+  auto c = pool_.get();
+  std::vector<PendingPush> out;
+  for (const auto& r :
+       c->query("SELECT id, payload FROM push_pending WHERE device_token = ? ORDER BY id", {token}))
+    out.push_back({r.i(0), r.s(1)});
+  return out;
+}
+
+void SqlStore::remove_pushes(const std::string& token, const std::vector<std::int64_t>& ids) {
+  if (ids.empty()) return;
+  write(
+      [&](Conn& c) {
+        for (auto id : ids)
+          c.query("DELETE FROM push_pending WHERE device_token = ? AND id = ?", {token, id});
+      },
+      Kind::Unshown);
 }
 
 std::vector<Comment> SqlStore::list_comments(std::int64_t item_id, std::int64_t offset, int limit) {
@@ -533,7 +571,7 @@ Feedback SqlStore::add_feedback(const Feedback& in) {
         if (rows.empty()) throw Error("insert of feedback returned no id");
         return rows[0].i(0);
       },
-      true);
+      Kind::Single);
   return out;
 }
 
@@ -657,6 +695,17 @@ ALTER TABLE items ADD COLUMN photo_digest TEXT;
 CREATE UNIQUE INDEX items_photo_digest ON items (photo_digest);
 CREATE INDEX feedback_voice ON feedback (voice_key);
 )";
+}
+
+// Pushes kept until their device acknowledges them, beside the comments that
+// make them (so that both commit together). `created` is the engine's column
+// of the time kept; a PostgreSQL database may hold the table already, made by
+// the push gateway before the pushes moved here.
+std::string schema_v5(const std::string& id_column, const std::string& created) {
+  return "CREATE TABLE IF NOT EXISTS push_pending (id " + id_column +
+         ", device_token TEXT NOT NULL, payload TEXT NOT NULL, created_at " + created +
+         ");\n"
+         "CREATE INDEX IF NOT EXISTS push_pending_device ON push_pending (device_token, id);\n";
 }
 
 // Items published before the keys: the last part of the URL's path is the

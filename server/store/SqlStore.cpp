@@ -1,70 +1,12 @@
+// The store's operations, written once for both engines (the pool is in
+// SqlPool.cpp, the tables in Schema.cpp).
 #include "store/SqlStore.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <future>
 #include <set>
 
 namespace rd::store::sql {
-
-std::int64_t Row::i(std::size_t n) const {
-  if (n >= cols.size() || !cols[n]) return 0;
-  return std::strtoll(cols[n]->c_str(), nullptr, 10);
-}
-
-const std::string& Row::s(std::size_t n) const {
-  static const std::string empty;
-  if (n >= cols.size() || !cols[n]) return empty;
-  return *cols[n];
-}
-
-// ---------------------------------------------------------------- pool
-
-Pool::Pool(std::function<std::unique_ptr<Conn>()> factory, int size)
-    : factory_(std::move(factory)), size_(size < 1 ? 1 : size) {}
-
-Pool::~Pool() = default;
-
-Pool::Lease::~Lease() {
-  if (pool_ && conn_) pool_->put(std::move(conn_));
-}
-
-Pool::Lease Pool::get() {
-  std::unique_lock lock(mu_);
-  cv_.wait(lock, [&] { return !idle_.empty() || open_ < size_; });
-  if (!idle_.empty()) {
-    auto c = std::move(idle_.back());
-    idle_.pop_back();
-    return Lease(*this, std::move(c));
-  }
-  ++open_;
-  lock.unlock();
-  try {
-    return Lease(*this, factory_());
-  } catch (...) {
-    lock.lock();
-    --open_;
-    cv_.notify_one();
-    throw;
-  }
-}
-
-void Pool::resize(int size) {
-  std::lock_guard lock(mu_);
-  size_ = size < 1 ? 1 : size;
-  cv_.notify_all();
-}
-
-void Pool::put(std::unique_ptr<Conn> c) {
-  std::lock_guard lock(mu_);
-  if (c->usable())
-    idle_.push_back(std::move(c));
-  else
-    --open_;  // dropped; a fresh one is opened on demand
-  cv_.notify_one();
-}
-
-// ---------------------------------------------------------------- store
 
 namespace {
 
@@ -451,41 +393,49 @@ Vote SqlStore::vote(std::int64_t id, const std::string& user_id, bool like, std:
 std::optional<CommentAdded> SqlStore::add_comment(std::int64_t item_id, const std::string& user_id,
                                                   const std::string& text, std::int64_t now_ms,
                                                   const CommentPush* push) {
-  return write([&](Conn& c) -> std::optional<CommentAdded> {
-    // Updating the item first locks its row, so it cannot vanish under us.
-    auto owner =
-        c.query("UPDATE items SET num_comments = num_comments + 1 WHERE id = ? RETURNING user_id",
-                {item_id});
-    if (owner.empty()) return std::nullopt;
-    CommentAdded out;
-    out.owner_id = owner[0].s(0);
-    auto ins = c.query(
-        "INSERT INTO comments (item_id, user_id, text, created_ms, updated_ms) "
-        "VALUES (?, ?, ?, ?, ?) RETURNING id",
-        {item_id, user_id, text, now_ms, now_ms});
-    if (ins.empty()) throw Error("insert of a comment returned no id");
-    // A comment on one's own photo is nothing unread.
-    auto unread =
-        out.owner_id == user_id
-            ? c.query("SELECT unread FROM users WHERE id = ?", {out.owner_id})
-            : c.query("UPDATE users SET unread = unread + 1 WHERE id = ? RETURNING unread",
-                      {out.owner_id});
-    out.owner_unread = unread.empty() ? 0 : unread[0].i(0);
-    auto rows = c.query(std::string(kCommentSelect) + " WHERE c.id = ?", {ins[0].i(0)});
-    if (rows.empty()) throw Error("a new comment vanished");
-    out.comment = to_comment(rows[0]);
-    if (push && out.owner_id != user_id) {
-      std::string payload;
-      for (const auto& r :
-           c.query("SELECT token FROM devices WHERE user_id = ? ORDER BY token", {out.owner_id})) {
-        if (push->device && !push->device(r.s(0))) continue;
-        if (payload.empty()) payload = push->payload(out);
-        insert_push(c, r.s(0), payload, push->keep);
-        out.pushed.push_back(r.s(0));
+  try {
+    return write([&](Conn& c) {
+      // The rows everyone's comments update (the item's count, its owner's
+      // unread count) come last: on PostgreSQL their locks are held until the
+      // commit is on the disk. The comment's reference to the item keeps the
+      // item from vanishing meanwhile.
+      auto ins = c.query(
+          "INSERT INTO comments (item_id, user_id, text, created_ms, updated_ms) "
+          "VALUES (?, ?, ?, ?, ?) RETURNING id",
+          {item_id, user_id, text, now_ms, now_ms});
+      if (ins.empty()) throw Error("insert of a comment returned no id");
+      auto rows = c.query(
+          "SELECT c.id, c.item_id, c.user_id, u.nickname, c.text, c.created_ms, c.updated_ms, "
+          "i.user_id FROM comments c JOIN users u ON u.id = c.user_id "
+          "JOIN items i ON i.id = c.item_id WHERE c.id = ?",
+          {ins[0].i(0)});
+      if (rows.empty()) throw Error("a new comment vanished");
+      CommentAdded out;
+      out.comment = to_comment(rows[0]);
+      out.owner_id = rows[0].s(7);
+      // A comment on one's own photo is nothing unread, and pushes nothing.
+      auto unread =
+          out.owner_id == user_id
+              ? c.query("SELECT unread FROM users WHERE id = ?", {out.owner_id})
+              : c.query("UPDATE users SET unread = unread + 1 WHERE id = ? RETURNING unread",
+                        {out.owner_id});
+      out.owner_unread = unread.empty() ? 0 : unread[0].i(0);
+      if (push && out.owner_id != user_id) {
+        std::string payload;
+        for (const auto& r : c.query("SELECT token FROM devices WHERE user_id = ? ORDER BY token",
+                                     {out.owner_id})) {
+          if (push->device && !push->device(r.s(0))) continue;
+          if (payload.empty()) payload = push->payload(out);
+          insert_push(c, r.s(0), payload, push->keep);
+          out.pushed.push_back(r.s(0));
+        }
       }
-    }
-    return out;
-  });
+      c.query("UPDATE items SET num_comments = num_comments + 1 WHERE id = ?", {item_id});
+      return std::optional(std::move(out));
+    });
+  } catch (const ForeignKeyViolation&) {
+    return std::nullopt;  // no such item (or user)
+  }
 }
 
 // ---------------------------------------------------------------- pushes
@@ -588,124 +538,6 @@ std::vector<Feedback> SqlStore::list_feedback(std::int64_t offset, int limit) {
 bool SqlStore::feedback_has_voice(const std::string& voice_key) {
   auto c = pool_.get();
   return !c->query("SELECT 1 FROM feedback WHERE voice_key = ? LIMIT 1", {voice_key}).empty();
-}
-
-// ---------------------------------------------------------------- schema
-
-std::string schema_v1(const std::string& id_column, const std::string& integer) {
-  auto sub = [&](std::string s) {
-    for (std::size_t p; (p = s.find("{ID}")) != std::string::npos;) s.replace(p, 4, id_column);
-    for (std::size_t p; (p = s.find("{INT}")) != std::string::npos;) s.replace(p, 5, integer);
-    return s;
-  };
-  return sub(R"(
-CREATE TABLE users (
-  id TEXT PRIMARY KEY,
-  mobile TEXT NOT NULL UNIQUE,
-  nickname TEXT NOT NULL,
-  password_hash TEXT NOT NULL,
-  user_type TEXT NOT NULL DEFAULT 'normal',
-  old_username TEXT NOT NULL DEFAULT '',
-  needs_new_password {INT} NOT NULL DEFAULT 0,
-  num_score {INT} NOT NULL DEFAULT 0,
-  unread {INT} NOT NULL DEFAULT 0,
-  created_ms {INT} NOT NULL,
-  updated_ms {INT} NOT NULL
-);
-CREATE TABLE items (
-  id {ID},
-  user_id TEXT NOT NULL REFERENCES users(id) ON DELETE CASCADE,
-  base_image_url TEXT NOT NULL,
-  description TEXT NOT NULL,
-  num_look_score {INT} NOT NULL,
-  num_like {INT} NOT NULL DEFAULT 0,
-  num_dislike {INT} NOT NULL DEFAULT 0,
-  num_comments {INT} NOT NULL DEFAULT 0,
-  is_enabled_photo {INT} NOT NULL DEFAULT 1,
-  created_ms {INT} NOT NULL,
-  updated_ms {INT} NOT NULL
-);
-CREATE INDEX items_newest ON items (created_ms DESC, id DESC);
-CREATE INDEX items_score ON items (num_look_score DESC, id DESC);
-CREATE INDEX items_owner ON items (user_id, created_ms DESC, id DESC);
-CREATE TABLE comments (
-  id {ID},
-  item_id {INT} NOT NULL REFERENCES items(id) ON DELETE CASCADE,
-  user_id TEXT NOT NULL REFERENCES users(id) ON DELETE CASCADE,
-  text TEXT NOT NULL,
-  created_ms {INT} NOT NULL,
-  updated_ms {INT} NOT NULL
-);
-CREATE INDEX comments_item ON comments (item_id, id DESC);
-CREATE TABLE devices (
-  token TEXT PRIMARY KEY,
-  user_id TEXT NOT NULL REFERENCES users(id) ON DELETE CASCADE,
-  platform TEXT NOT NULL,
-  updated_ms {INT} NOT NULL
-);
-CREATE INDEX devices_user ON devices (user_id);
-)");
-}
-
-// Feedback from the settings screen. Not tied to the users table: a message
-// outlives the account that sent it.
-std::string schema_v2(const std::string& id_column, const std::string& integer) {
-  std::string s = R"(
-CREATE TABLE feedback (
-  id {ID},
-  text TEXT NOT NULL,
-  user_id TEXT NOT NULL DEFAULT '',
-  device_token TEXT NOT NULL DEFAULT '',
-  voice_key TEXT NOT NULL DEFAULT '',
-  voice_mime TEXT NOT NULL DEFAULT '',
-  voice_bytes {INT} NOT NULL DEFAULT 0,
-  remote_address TEXT NOT NULL DEFAULT '',
-  created_ms {INT} NOT NULL
-);
-)";
-  for (std::size_t p; (p = s.find("{ID}")) != std::string::npos;) s.replace(p, 4, id_column);
-  for (std::size_t p; (p = s.find("{INT}")) != std::string::npos;) s.replace(p, 5, integer);
-  return s;
-}
-
-// Each item's photo key, unique, so that no two items share (and one's
-// removal deletes) a photo; and one vote per user and item.
-std::string schema_v3(const std::string& integer) {
-  std::string s = R"(
-ALTER TABLE items ADD COLUMN photo_key TEXT;
-CREATE UNIQUE INDEX items_photo_key ON items (photo_key);
-CREATE INDEX items_keyless_url ON items (base_image_url) WHERE photo_key IS NULL;
-CREATE TABLE votes (
-  item_id {INT} NOT NULL REFERENCES items(id) ON DELETE CASCADE,
-  user_id TEXT NOT NULL REFERENCES users(id) ON DELETE CASCADE,
-  is_like {INT} NOT NULL,
-  updated_ms {INT} NOT NULL,
-  PRIMARY KEY (item_id, user_id)
-);
-)";
-  for (std::size_t p; (p = s.find("{INT}")) != std::string::npos;) s.replace(p, 5, integer);
-  return s;
-}
-
-// A digest of each new item's photo bytes, unique (items from before it have
-// none); and the feedback rows found by their voice note.
-std::string schema_v4() {
-  return R"(
-ALTER TABLE items ADD COLUMN photo_digest TEXT;
-CREATE UNIQUE INDEX items_photo_digest ON items (photo_digest);
-CREATE INDEX feedback_voice ON feedback (voice_key);
-)";
-}
-
-// Pushes kept until their device acknowledges them, beside the comments that
-// make them (so that both commit together). `created` is the engine's column
-// of the time kept; a PostgreSQL database may hold the table already, made by
-// the push gateway before the pushes moved here.
-std::string schema_v5(const std::string& id_column, const std::string& created) {
-  return "CREATE TABLE IF NOT EXISTS push_pending (id " + id_column +
-         ", device_token TEXT NOT NULL, payload TEXT NOT NULL, created_at " + created +
-         ");\n"
-         "CREATE INDEX IF NOT EXISTS push_pending_device ON push_pending (device_token, id);\n";
 }
 
 // Items published before the keys: the last part of the URL's path is the

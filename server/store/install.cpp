@@ -19,7 +19,7 @@ constexpr int kMaxWorkers = 32;
 // side by side share their flushes, so several per core.
 int workers_for(const std::string& engine, int cores) {
   if (engine == "sqlite") return cores;
-  return std::min(cores * 8, kMaxWorkers);
+  return std::min(cores * 4, kMaxWorkers);
 }
 
 }  // namespace

@@ -8,7 +8,9 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <future>
 #include <random>
+#include <set>
 #include <thread>
 #include <unordered_map>
 
@@ -69,10 +71,21 @@ DROP TRIGGER IF EXISTS users_nickname_changed ON users;
 DROP FUNCTION IF EXISTS rongdian_changed();
 )";
 
+// A transaction that commits the notifications (pg_notify calls) without
+// waiting for a disk flush.
+std::string notify_transaction(const std::set<std::string>& notices) {
+  std::string text = "BEGIN; SET LOCAL synchronous_commit = off; SELECT ";
+  for (const auto& n : notices) text += (&n == &*notices.begin() ? "" : ", ") + n;
+  return text + "; COMMIT";
+}
+
 class PgConn : public sql::Conn {
  public:
-  PgConn(const std::string& url, const std::string& instance)
-      : conn_(open_connection(url)), instance_(instance) {
+  // `announce` commits notifications for this connection (with others', on a
+  // connection of its own); false when it cannot.
+  using Announce = std::function<bool(const std::set<std::string>&)>;
+  PgConn(const std::string& url, const std::string& instance, Announce announce)
+      : conn_(open_connection(url)), instance_(instance), announce_(std::move(announce)) {
     exec_script("SET client_min_messages = warning; SET TIME ZONE 'UTC'");
   }
 
@@ -128,17 +141,18 @@ class PgConn : public sql::Conn {
 
   // The write waits for its commit to reach the disk, side by side with the
   // others (they share flushes). Its notifications follow in a transaction of
-  // their own, sent with the COMMIT (one round trip; not run when the COMMIT
-  // fails): a notifying commit holds PostgreSQL's one notification lock
-  // until it is over, so that one waits for no flush (the write is durable
-  // already; the notifications are for listeners now and nobody after a
-  // crash).
+  // their own, once the write has committed: a notifying commit holds
+  // PostgreSQL's one notification lock until it is over, so that one waits
+  // for no flush (the write is durable already; the notifications are for
+  // listeners now and nobody after a crash), and it carries the
+  // notifications of the writes that committed meanwhile.
   void commit() override {
-    std::string text = "COMMIT";
-    if (!notices_.empty())
-      text += "; BEGIN; SET LOCAL synchronous_commit = off; SELECT " + notices_ + "; COMMIT";
-    notices_.clear();
-    exec_script(text);
+    exec_script("COMMIT");
+    if (notices_.empty()) return;
+    std::set<std::string> notices;
+    notices.swap(notices_);
+    if (announce_ && announce_(notices)) return;
+    exec_script(notify_transaction(notices));
   }
 
   void rollback() noexcept override {
@@ -158,9 +172,8 @@ class PgConn : public sql::Conn {
   void notify(const char* channel, const std::string& payload) {
     char* quoted = PQescapeLiteral(conn_, payload.data(), payload.size());
     if (!quoted) throw Error(std::string("PostgreSQL: ") + PQerrorMessage(conn_));
-    std::string call = std::string("pg_notify('") + channel + "', " + quoted + ")";
+    notices_.insert(std::string("pg_notify('") + channel + "', " + quoted + ")");
     PQfreemem(quoted);
-    if (notices_.find(call) == std::string::npos) notices_ += (notices_.empty() ? "" : ", ") + call;
   }
 
   const std::string& prepare(const std::string& text) {
@@ -188,7 +201,8 @@ class PgConn : public sql::Conn {
 
   PGconn* conn_ = nullptr;
   const std::string instance_;
-  std::string notices_;  // pg_notify calls for after the COMMIT
+  const Announce announce_;
+  std::set<std::string> notices_;  // pg_notify calls for after the COMMIT
   std::unordered_map<std::string, std::string> names_;
 };
 
@@ -223,6 +237,7 @@ class PgChanges : public sql::RemoteChanges {
     wake();
     thread_.join();
     for (auto& done : waiting_) done(std::nullopt);
+    for (auto& told : announcing_) told(false);
     PQfinish(conn_);
     ::close(wake_);
   }
@@ -234,13 +249,34 @@ class PgChanges : public sql::RemoteChanges {
       return done(std::nullopt);
     }
     waiting_.push_back(std::move(done));
-    if (idle_) {  // else the round under way is followed by one for this caller
+    start_round();
+  }
+
+  // Commits the notifications in the next round, with those of the writes
+  // that ask meanwhile (one transaction for them all); false when they could
+  // not be sent this way.
+  bool announce(const std::set<std::string>& notices) {
+    std::promise<bool> told;
+    auto f = told.get_future();
+    {
+      std::lock_guard lock(mu_);
+      if (!listening_ || stopping_) return false;
+      notices_.insert(notices.begin(), notices.end());
+      announcing_.push_back([&told](bool ok) { told.set_value(ok); });
+      start_round();
+    }
+    return f.get();
+  }
+
+ private:
+  // With mu_ held.
+  void start_round() {
+    if (idle_) {  // else the round under way is followed by one for these callers
       idle_ = false;
       wake();
     }
   }
 
- private:
   static constexpr auto kRoundLimit = std::chrono::seconds(2);
 
   void wake() {
@@ -290,9 +326,11 @@ class PgChanges : public sql::RemoteChanges {
     }
   }
 
-  bool round_trip() {
-    if (!PQsendQuery(conn_, "")) return false;
+  // Sends `query` (empty: nothing but the round trip) and takes its answers.
+  bool round_trip(const std::string& query) {
+    if (!PQsendQuery(conn_, query.c_str())) return false;
     auto deadline = std::chrono::steady_clock::now() + kRoundLimit;
+    bool ok = true;
     for (;;) {
       while (PQisBusy(conn_)) {
         auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -305,37 +343,48 @@ class PgChanges : public sql::RemoteChanges {
       if (!r) break;
       auto st = PQresultStatus(r);
       PQclear(r);
-      if (st != PGRES_EMPTY_QUERY && st != PGRES_COMMAND_OK) return false;
+      if (st != PGRES_EMPTY_QUERY && st != PGRES_COMMAND_OK && st != PGRES_TUPLES_OK) ok = false;
     }
-    return take_notifications();
+    return take_notifications() && ok;
   }
 
   void run() {
     std::vector<Done> round;
+    std::vector<std::function<void(bool)>> told;
+    std::set<std::string> notices;
     std::unique_lock lock(mu_);
     while (!stopping_) {
       round.swap(waiting_);
+      told.swap(announcing_);
+      notices.swap(notices_);
       const bool was_listening = listening_;
-      idle_ = round.empty();
+      const bool idle = idle_ = round.empty() && told.empty();
       lock.unlock();
       bool ok = false;
+      // A round that commits notifications is a round trip too.
       if (was_listening)
-        ok = round.empty() ? (wait_readable(1000, true), take_notifications()) : round_trip();
+        ok = idle ? (wait_readable(1000, true), take_notifications())
+                  : round_trip(notices.empty() ? std::string() : notify_transaction(notices));
+      notices.clear();
       if (!ok) {
-        // Whoever waits reads from the database; then listen anew, counting
-        // that writes may have gone unheard meanwhile.
+        // Whoever waits reads from the database, or notifies by himself;
+        // then listen anew, counting that writes may have gone unheard.
         for (auto& done : round) done(std::nullopt);
+        for (auto& t : told) t(false);
         round.clear();
+        told.clear();
         ok = relisten();
       }
       lock.lock();
       listening_ = ok;
       const std::uint64_t heard = heard_;
-      if (!round.empty()) {
+      if (!round.empty() || !told.empty()) {
         // Callers that asked before this round began have their answer.
         lock.unlock();
         for (auto& done : round) done(heard);
+        for (auto& t : told) t(true);
         round.clear();
+        told.clear();
         lock.lock();
       }
       if (!ok) {  // the database is away: try again in a while
@@ -368,6 +417,8 @@ class PgChanges : public sql::RemoteChanges {
   bool idle_ = false;          // the thread waits for a caller (or a notification)
   std::uint64_t heard_ = 0;    // the others' writes heard of
   std::vector<Done> waiting_;  // callers for the next round
+  std::vector<std::function<void(bool)>> announcing_;  // writers for the next round
+  std::set<std::string> notices_;                      // what they notify
   std::thread thread_;
 };
 
@@ -393,9 +444,16 @@ std::shared_ptr<Store> open_postgres(const std::string& url, int connections) {
   d.migration_lock = "SELECT pg_advisory_xact_lock(7263540117)";
   std::string instance = new_instance_id();
   // Listening before the first read: no write after it goes unheard.
-  d.remote_changes = std::make_shared<PgChanges>(url, instance);
+  auto changes = std::make_shared<PgChanges>(url, instance);
+  d.remote_changes = changes;
+  std::weak_ptr<PgChanges> weak = changes;
+  auto announce = [weak](const std::set<std::string>& notices) {
+    auto c = weak.lock();
+    return c && c->announce(notices);
+  };
   return std::make_shared<sql::SqlStore>(
-      std::move(d), [url, instance] { return std::make_unique<PgConn>(url, instance); },
+      std::move(d),
+      [url, instance, announce] { return std::make_unique<PgConn>(url, instance, announce); },
       connections);
 }
 

@@ -1,8 +1,9 @@
 // Push gateway: device tokens, delivery to connected devices, pending
 // payloads for offline ones (bounded, kept across restarts), the socket
-// protocol's refusals, a graceful stop with devices connected, and two
-// instances on one PostgreSQL database delivering to each other's devices.
+// protocol's refusals and a graceful stop with devices connected (two
+// instances delivering to each other's devices: two_instances_test.cpp).
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -20,7 +21,6 @@
 #include "push/Gateway.h"
 #include "push_testing.h"
 #include "store/Store.h"
-#include "store_testdb.h"
 #include "support/ServerProcess.h"
 
 using rdtest::Device;
@@ -172,6 +172,28 @@ TEST(Push, OfflineDeviceGetsTheNewestPendingOnReconnect) {
   EXPECT_EQ(alert_of(phone.recv()), "小明 评论了你的照片：4");
 }
 
+TEST(Push, PendingPushesOfTheEarlierFileMoveIntoTheDatabase) {
+  rdtest::TempDir dir;
+  const std::string token = rd::push::make_device_token();
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open((dir.path() + "/push.sqlite").c_str(), &db), SQLITE_OK);
+  const std::string rows =
+      "CREATE TABLE push_pending (id INTEGER PRIMARY KEY AUTOINCREMENT, device_token TEXT NOT "
+      "NULL, payload TEXT NOT NULL, created_at INTEGER NOT NULL DEFAULT 0);"
+      "INSERT INTO push_pending (device_token, payload) VALUES ('" +
+      token + "', '" + comment_payload("旧一", 1) + "'), ('" + token + "', '" +
+      comment_payload("旧二", 2) + "');";
+  ASSERT_EQ(sqlite3_exec(db, rows.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3_close(db);
+  PushServer server(dir.path());
+  EXPECT_TRUE(std::filesystem::exists(dir.path() + "/push.sqlite.imported"));
+  EXPECT_FALSE(std::filesystem::exists(dir.path() + "/push.sqlite"));
+  Device phone(server.port());
+  phone.present(token);
+  EXPECT_EQ(alert_of(phone.recv()), "小明 评论了你的照片：旧一");
+  EXPECT_EQ(alert_of(phone.recv()), "小明 评论了你的照片：旧二");
+}
+
 TEST(Push, BadMessagesGetAnErrorAndTheConnectionStays) {
   rdtest::TempDir dir;
   PushServer server(dir.path());
@@ -200,40 +222,6 @@ TEST(Push, ServerStopsGracefullyWithDevicesConnected) {
   reader.join();
   EXPECT_TRUE(last.is_null());
   EXPECT_EQ(phone.last_error, websocket::error::closed);
-}
-
-// ---------------------------------------------------------------- PostgreSQL
-
-TEST(PushPostgres, TwoInstancesDeliverToEachOthersDevices) {
-  rdtest::TestDatabase db("postgresql");
-  RD_REQUIRE_DATABASE(db);
-  rdtest::TempDir dir_a, dir_b;
-  PushServer a(dir_a.path(), db.url()), b(dir_b.path(), db.url());
-
-  // Connected to A, sent through B.
-  Device phone(a.port());
-  std::string token = phone.register_new();
-  b.send({token}, comment_payload("跨实例", 1));
-  auto msg = phone.recv();
-  EXPECT_EQ(alert_of(msg), "小明 评论了你的照片：跨实例");
-  phone.ack(msg.at("id"));
-
-  // Offline: sent through A, picked up at B.
-  std::string away;
-  {
-    Device tablet(a.port());
-    away = tablet.register_new();
-  }
-  a.send({away}, comment_payload("离线", 2));
-  Device tablet(b.port());
-  tablet.present(away);
-  EXPECT_EQ(alert_of(tablet.recv()), "小明 评论了你的照片：离线");
-
-  // The acknowledged push is not delivered again.
-  Device phone_again(b.port());
-  phone_again.present(token);
-  b.send({token}, comment_payload("之后", 3));
-  EXPECT_EQ(alert_of(phone_again.recv()), "小明 评论了你的照片：之后");
 }
 
 }  // namespace

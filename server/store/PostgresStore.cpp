@@ -436,10 +436,12 @@ std::shared_ptr<Store> open_postgres(const std::string& url, int connections) {
   sql::Dialect d;
   d.name = "postgresql";
   d.migrations = {sql::schema_v1("BIGSERIAL PRIMARY KEY", "BIGINT"),
-                  sql::schema_v2("BIGSERIAL PRIMARY KEY", "BIGINT"), sql::schema_v3("BIGINT"),
+                  sql::schema_v2("BIGSERIAL PRIMARY KEY", "BIGINT"),
+                  sql::schema_v3("BIGINT"),
                   sql::schema_v4(),
                   sql::schema_v5("BIGSERIAL PRIMARY KEY", "TIMESTAMPTZ NOT NULL DEFAULT now()") +
-                      kDropChangeTriggers};
+                      kDropChangeTriggers,
+                  sql::schema_v6("BIGINT")};
   // Instances starting together take turns at the schema.
   d.migration_lock = "SELECT pg_advisory_xact_lock(7263540117)";
   std::string instance = new_instance_id();

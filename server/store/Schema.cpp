@@ -122,4 +122,22 @@ std::string schema_v5(const std::string& id_column, const std::string& created) 
          "CREATE INDEX IF NOT EXISTS push_pending_device ON push_pending (device_token, id);\n";
 }
 
+// The photos of the server's storage, when several instances share the
+// database: the bytes as Base64 text, the server's note on them, and for an
+// upload no item points at yet the address block it came from.
+std::string schema_v6(const std::string& integer) {
+  return engine_words(R"(
+CREATE TABLE photos (
+  key TEXT PRIMARY KEY,
+  data TEXT NOT NULL,
+  bytes {INT} NOT NULL,
+  note TEXT,
+  block TEXT,
+  at {INT} NOT NULL
+);
+CREATE INDEX photos_unpublished ON photos (block, at) WHERE block IS NOT NULL;
+)",
+                      "", integer);
+}
+
 }  // namespace rd::store::sql

@@ -11,5 +11,6 @@ std::string schema_v2(const std::string& id_column, const std::string& integer);
 std::string schema_v3(const std::string& integer);
 std::string schema_v4();
 std::string schema_v5(const std::string& id_column, const std::string& created);
+std::string schema_v6(const std::string& integer);
 
 }  // namespace rd::store::sql

@@ -3,6 +3,7 @@
 #include "store/SqlStore.h"
 
 #include <algorithm>
+#include <boost/beast/core/detail/base64.hpp>
 #include <future>
 #include <set>
 
@@ -538,6 +539,118 @@ std::vector<Feedback> SqlStore::list_feedback(std::int64_t offset, int limit) {
 bool SqlStore::feedback_has_voice(const std::string& voice_key) {
   auto c = pool_.get();
   return !c->query("SELECT 1 FROM feedback WHERE voice_key = ? LIMIT 1", {voice_key}).empty();
+}
+
+// ---------------------------------------------------------------- photos
+
+// The bytes are kept as Base64 text, which both engines store alike.
+namespace {
+
+std::string to_text(const std::string& bytes) {
+  std::string out(boost::beast::detail::base64::encoded_size(bytes.size()), '\0');
+  out.resize(boost::beast::detail::base64::encode(out.data(), bytes.data(), bytes.size()));
+  return out;
+}
+
+std::string from_text(const std::string& text) {
+  std::string out(boost::beast::detail::base64::decoded_size(text.size()), '\0');
+  out.resize(boost::beast::detail::base64::decode(out.data(), text.data(), text.size()).first);
+  return out;
+}
+
+}  // namespace
+
+Store::PhotoPut SqlStore::put_photo(const std::string& key, const std::string& bytes,
+                                    const std::string& block, bool replace, std::int64_t now_s) {
+  try {
+    return write(
+        [&](Conn& c) {
+          // A published photo (no block) is never replaced.
+          if (!c.query("UPDATE photos SET data = ?, bytes = ?, block = ?, at = ?, note = NULL "
+                       "WHERE key = ? AND block IS NOT NULL AND 1 = ? RETURNING key",
+                       {to_text(bytes), std::int64_t(bytes.size()), block, now_s, key,
+                        std::int64_t{replace}})
+                   .empty())
+            return PhotoPut::Replaced;
+          if (c.query("INSERT INTO photos (key, data, bytes, block, at) VALUES (?, ?, ?, ?, ?) "
+                      "ON CONFLICT (key) DO NOTHING RETURNING key",
+                      {key, to_text(bytes), std::int64_t(bytes.size()), block, now_s})
+                  .empty())
+            return PhotoPut::Exists;
+          return PhotoPut::Stored;
+        },
+        Kind::Unshown);
+  } catch (const UniqueViolation&) {
+    return PhotoPut::Exists;
+  }
+}
+
+std::optional<std::string> SqlStore::photo(const std::string& key) {
+  auto c = pool_.get();
+  auto rows = c->query("SELECT data FROM photos WHERE key = ?", {key});
+  if (rows.empty()) return std::nullopt;
+  return from_text(rows[0].s(0));
+}
+
+std::optional<bool> SqlStore::photo_unpublished(const std::string& key) {
+  auto c = pool_.get();
+  auto rows = c->query("SELECT block IS NOT NULL FROM photos WHERE key = ?", {key});
+  if (rows.empty()) return std::nullopt;
+  const auto& v = rows[0].s(0);
+  return v == "1" || v == "t";
+}
+
+bool SqlStore::publish_photo(const std::string& key) {
+  return write(
+      [&](Conn& c) {
+        return !c.query("UPDATE photos SET block = NULL WHERE key = ? RETURNING key", {key})
+                    .empty();
+      },
+      Kind::Single);
+}
+
+bool SqlStore::remove_photo(const std::string& key) {
+  return write(
+      [&](Conn& c) {
+        return !c.query("DELETE FROM photos WHERE key = ? RETURNING key", {key}).empty();
+      },
+      Kind::Single);
+}
+
+std::optional<std::string> SqlStore::photo_note(const std::string& key) {
+  auto c = pool_.get();
+  auto rows = c->query("SELECT note FROM photos WHERE key = ? AND note IS NOT NULL", {key});
+  if (rows.empty()) return std::nullopt;
+  return rows[0].s(0);
+}
+
+void SqlStore::set_photo_note(const std::string& key, const std::string& note) {
+  write(
+      [&](Conn& c) {
+        c.query("UPDATE photos SET note = ? WHERE key = ?", {note, key});
+      },
+      Kind::Single);
+}
+
+std::pair<std::int64_t, std::int64_t> SqlStore::unpublished_photos(const std::string& block) {
+  auto c = pool_.get();
+  auto rows = c->query(
+      "SELECT count(CASE WHEN block = ? THEN 1 END), coalesce(sum(bytes), 0) FROM photos "
+      "WHERE block IS NOT NULL",
+      {block});
+  if (rows.empty()) return {0, 0};
+  return {rows[0].i(0), rows[0].i(1)};
+}
+
+int SqlStore::sweep_photos(std::int64_t before_s) {
+  return write(
+      [&](Conn& c) {
+        return static_cast<int>(
+            c.query("DELETE FROM photos WHERE block IS NOT NULL AND at < ? RETURNING key",
+                    {before_s})
+                .size());
+      },
+      Kind::Single);
 }
 
 // Items published before the keys: the last part of the URL's path is the

@@ -141,6 +141,17 @@ class SqlStore : public Store {
   void remove_pushes(const std::string& device_token,
                      const std::vector<std::int64_t>& ids) override;
 
+  PhotoPut put_photo(const std::string& key, const std::string& bytes, const std::string& block,
+                     bool replace, std::int64_t now_s) override;
+  std::optional<std::string> photo(const std::string& key) override;
+  std::optional<bool> photo_unpublished(const std::string& key) override;
+  bool publish_photo(const std::string& key) override;
+  bool remove_photo(const std::string& key) override;
+  std::optional<std::string> photo_note(const std::string& key) override;
+  void set_photo_note(const std::string& key, const std::string& note) override;
+  std::pair<std::int64_t, std::int64_t> unpublished_photos(const std::string& block) override;
+  int sweep_photos(std::int64_t before_s) override;
+
   ChangeCount change_count() override;
   void change_count(std::function<void(ChangeCount)> done) override;
   void set_connections(int n) override { pool_.resize(n); }

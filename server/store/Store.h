@@ -205,6 +205,27 @@ class Store {
   virtual void remove_pushes(const std::string& device_token,
                              const std::vector<std::int64_t>& ids) = 0;
 
+  // --- photos of the server's storage kept in the database (several
+  // instances on PostgreSQL serve them all; server/storage/PhotoRows.h)
+  enum class PhotoPut { Stored, Replaced, Exists };
+  // Keeps `bytes` under `key`, as an upload of address block `block` no item
+  // points at yet. An existing photo is replaced only with `replace` and only
+  // while it is unpublished.
+  virtual PhotoPut put_photo(const std::string& key, const std::string& bytes,
+                             const std::string& block, bool replace, std::int64_t now_s) = 0;
+  virtual std::optional<std::string> photo(const std::string& key) = 0;
+  // Empty when there is no such photo; else whether it is unpublished.
+  virtual std::optional<bool> photo_unpublished(const std::string& key) = 0;
+  // An item points at the photo now; false when it is not there.
+  virtual bool publish_photo(const std::string& key) = 0;
+  virtual bool remove_photo(const std::string& key) = 0;
+  virtual std::optional<std::string> photo_note(const std::string& key) = 0;
+  virtual void set_photo_note(const std::string& key, const std::string& note) = 0;
+  // Unpublished uploads: how many of `block`, and their bytes in all.
+  virtual std::pair<std::int64_t, std::int64_t> unpublished_photos(const std::string& block) = 0;
+  // Removes the unpublished uploads kept before `before_s`; returns how many.
+  virtual int sweep_photos(std::int64_t before_s) = 0;
+
   // --- changes, for replies kept in memory (server/api/ReplyCache.h)
   // A count that moves on after every committed write: this process's, and on
   // PostgreSQL every other instance's write to what the feeds show (each

@@ -1,5 +1,6 @@
-// Two instances on one PostgreSQL database and nothing else shared: a comment
-// taken by one reaches the owner's phone on the other, and an instance killed
+// Two instances on one PostgreSQL database and nothing else shared: a photo
+// uploaded through one is published, served and deleted through the other, a
+// comment taken by one reaches the owner's phone on the other, and an instance killed
 // in the middle of a load leaves the database whole (every acknowledged write
 // there, no comment without its push, every counter equal to its rows).
 #include <gtest/gtest.h>
@@ -35,20 +36,53 @@ std::int64_t scalar(const std::string& url, const std::string& sql) {
   return n;
 }
 
+// Both behind one address, as behind the proxy.
+const std::vector<std::string> kFlags = {"--push-pending-limit", "100000", "--public-url",
+                                         "http://127.0.0.1:9"};
+
 struct Pair {
-  ApiServer a{"postgresql", {"--push-pending-limit", "100000"}};
+  ApiServer a{"postgresql", kFlags};
   rdtest::TempDir data_b;  // a folder of its own: nothing shared but the database
   std::unique_ptr<ApiServer> b;
   std::string owner;
   Pair() {
     if (!a.available() || !a.process().ok()) return;
-    b = std::make_unique<ApiServer>(a.database_url(), data_b.path(),
-                                    std::vector<std::string>{"--push-pending-limit", "100000"});
+    b = std::make_unique<ApiServer>(a.database_url(), data_b.path(), kFlags);
     owner = a.register_user("13700000100", "secret", "主人");
     a.call("rd_login_user",
            {{"mobile", "13700000100"}, {"password", "secret"}, {"device_token", kPhone}});
   }
 };
+
+TEST(TwoInstances, APhotoIsServedByBothWithoutASharedFolder) {
+  Pair p;
+  RD_REQUIRE_SERVER(p.a);
+  ASSERT_TRUE(p.b->process().ok()) << p.b->process().startup_output();
+  const std::string photo = rdtest::small_png(7);
+  const std::string url = p.a.upload_photo(photo);
+  const std::string target = url.substr(url.find("/files/"));
+  auto added = p.b->call("rd_add_item", {{"user_id", p.owner},
+                                         {"base_image_url", url},
+                                         {"num_look_score", 3000},
+                                         {"description", "一张"},
+                                         {"is_enabled_photo", true}});
+  ASSERT_FALSE(added.is_error()) << json::serialize(added.body);
+  const std::string id = std::to_string(added.body.at("item").at("id").as_int64());
+  for (ApiServer* s : {&p.a, p.b.get()}) {
+    auto got = rdtest::http_request(s->process().port(), "GET", target);
+    EXPECT_EQ(got.status, 200);
+    EXPECT_EQ(got.body, photo);
+  }
+  // One item per photo, whichever instance is asked; deleted with its item.
+  auto again = p.a.call("rd_add_item", {{"user_id", p.owner},
+                                        {"base_image_url", url},
+                                        {"num_look_score", 3000},
+                                        {"description", "又一张"},
+                                        {"is_enabled_photo", true}});
+  EXPECT_TRUE(again.is_error());
+  ASSERT_FALSE(p.a.call("rd_remove_item", {{"item_id", id}, {"user_id", p.owner}}).is_error());
+  EXPECT_EQ(rdtest::http_request(p.b->process().port(), "GET", target).status, 404);
+}
 
 TEST(TwoInstances, ACommentTakenByOneIsPushedToThePhoneOnTheOther) {
   Pair p;

@@ -7,6 +7,8 @@
 #include <libpq-fe.h>
 
 #include <atomic>
+#include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -82,6 +84,22 @@ TEST(TwoInstances, APhotoIsServedByBothWithoutASharedFolder) {
   EXPECT_TRUE(again.is_error());
   ASSERT_FALSE(p.a.call("rd_remove_item", {{"item_id", id}, {"user_id", p.owner}}).is_error());
   EXPECT_EQ(rdtest::http_request(p.b->process().port(), "GET", target).status, 404);
+}
+
+TEST(TwoInstances, AFoldersPhotosMoveIntoTheDatabaseAtStart) {
+  rdtest::TestDatabase db("postgresql");
+  RD_REQUIRE_DATABASE(db);
+  rdtest::TempDir old, fresh;
+  std::filesystem::create_directories(old.path() + "/photos");
+  const std::string photo = rdtest::small_png(3);
+  std::ofstream(old.path() + "/photos/old%20one.png", std::ios::binary) << photo;
+  ApiServer first(db.url(), old.path(), {});
+  ASSERT_TRUE(first.process().ok()) << first.process().startup_output();
+  ApiServer second(db.url(), fresh.path(), {});
+  ASSERT_TRUE(second.process().ok()) << second.process().startup_output();
+  auto got = rdtest::http_request(second.process().port(), "GET", "/files/old%20one.png");
+  EXPECT_EQ(got.status, 200);
+  EXPECT_EQ(got.body, photo);
 }
 
 TEST(TwoInstances, ACommentTakenByOneIsPushedToThePhoneOnTheOther) {

@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
-# Load run of the app's commands against rongdian-server on SQLite and on
-# PostgreSQL, beside nginx answering a static reply of the same size (the
-# ceiling for this machine). Prints requests/s, p50 and p99 per command, the
-# ratio to the static figure, and what bounds the writes.
+# Load run of the app's commands against rongdian-server on SQLite, on
+# PostgreSQL, and on two instances on one PostgreSQL behind nginx (the load
+# split between them, as docs/deploy.md sets them up), beside nginx answering
+# a static reply of the same size (the ceiling for this machine). Prints
+# requests/s, p50 and p99 per command, the ratio to the static figure, the
+# writes against SQLite's, and what bounds the writes.
 #   bench/api-load.sh [BUILD_DIR]
 # Environment: BENCH_SECONDS (3), BENCH_CONNECTIONS (64), BENCH_PG_THREADS (the
-# server's --threads on PostgreSQL; default: none, the server sizes its workers
-# by the database's latency).
+# server's --threads on PostgreSQL; default: none, the server's own sizing),
+# BENCH_PG_OPTIONS (added to the PostgreSQL URL, e.g.
+# "options=-csynchronous_commit%3Doff").
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(dirname "$here")
@@ -36,12 +39,13 @@ free_port() {
   done
 }
 
-# start_server NAME DATABASE THREADS -> sets $port
+# start_server NAME DATABASE THREADS [DATA [FLAGS...]] -> sets $port
 start_server() {
-  local name=$1 db=$2 threads=$3
-  mkdir -p "$work/$name"
+  local name=$1 db=$2 threads=$3 data=${4:-$work/$1}
+  shift 4 || shift $#
+  mkdir -p "$work/$name" "$data"
   # (the seed's scores are made up: taken as claimed)
-  "$server" --listen 127.0.0.1:0 --data "$work/$name" --quiet --database "$db" \
+  "$server" --listen 127.0.0.1:0 --data "$data" --quiet --database "$db" "$@" \
     ${threads:+--threads "$threads"} --auth-rate-address 0 --signup-rate 0 --vote-rate-item 0 \
     --trust-claimed-scores --development \
     --storage-access-key bench-ak --storage-secret-key bench-sk --storage-bucket bench \
@@ -55,6 +59,36 @@ start_server() {
   echo "api-load: $name server did not start:" >&2
   cat "$work/$name/err" >&2
   exit 1
+}
+
+# start_proxy PORT INSTANCE_PORT... -> nginx with docs/deploy/nginx.conf
+# listening on PORT over those instances; sets $port to PORT
+start_proxy() {
+  local up="" p
+  port=$1
+  shift
+  for p in "$@"; do up+="    server 127.0.0.1:$p;\n"; done
+  mkdir -p "$work/proxy"
+  sed -e "/server 127.0.0.1:808[1-9];/d" -e "s|upstream rongdian {|upstream rongdian {\n$up|" \
+    -e "s|listen 127.0.0.1:8080;|listen 127.0.0.1:$port;|" -e "s|worker_processes auto;|worker_processes 1;|" \
+    "$root/docs/deploy/nginx.conf" >"$work/proxy/nginx.conf"
+  local user=""
+  [ "$(id -u)" = 0 ] && user="user root;"
+  "$nginx_bin" -p "$work/proxy" -c "$work/proxy/nginx.conf" \
+    -g "daemon off; pid $work/proxy/nginx.pid; error_log $work/proxy/error.log; $user" &
+  pids+=($!)
+  for _ in $(seq 50); do
+    curl -sf -o /dev/null "http://127.0.0.1:$port/healthz" && return 0
+    sleep 0.1
+  done
+  echo "api-load: the proxy did not start: $(cat "$work/proxy/error.log")" >&2
+  exit 1
+}
+
+# Requests an instance answered so far (/metrics).
+served() {
+  curl -s "http://127.0.0.1:$1/metrics" |
+    awk '/^rongdian_requests_total\{route="api:/ {n += $2} END {print n + 0}'
 }
 
 api() {  # api PORT CMD BODY
@@ -131,32 +165,64 @@ body_for() {
   esac
 }
 
+# The set-ups: SQLite; PostgreSQL; two instances on another PostgreSQL
+# database behind the proxy.
 engines=(sqlite)
 declare -A dburl=([sqlite]="sqlite:$work/sqlite.db")
-declare -A threads=([sqlite]="" [postgresql]=${BENCH_PG_THREADS:-})
-if pg=$("$root/scripts/pg-test-server.sh" start "$work/pg" 2>"$work/pg.err"); then
-  engines+=(postgresql)
-  dburl[postgresql]=$pg
+declare -A threads=([sqlite]="" [postgresql]=${BENCH_PG_THREADS:-} [postgresql-x2]=${BENCH_PG_THREADS:-})
+if pg=$("$root/scripts/pg-test-server.sh" start "$work/pg" 2>"$work/pg.err") &&
+  PGPASSWORD=rongdian "$(ls -d /usr/lib/postgresql/*/bin | sort -V | tail -1)/createdb" -h 127.0.0.1 -p "$(cat "$work/pg/port")" -U rongdian rongdian2 2>>"$work/pg.err"; then
+  engines+=(postgresql postgresql-x2)
+  opts=${BENCH_PG_OPTIONS:+?$BENCH_PG_OPTIONS}
+  dburl[postgresql]=$pg$opts
+  dburl[postgresql-x2]=${pg%/*}/rongdian2$opts
 else
   echo "api-load: no PostgreSQL (skipping it): $(tail -1 "$work/pg.err")" >&2
 fi
 
-declare -A size rps_of p50_of p99_of bad_of writes_of workers_of
+declare -A size rps_of p50_of p99_of bad_of writes_of workers_of split_of
 for e in "${engines[@]}"; do
-  start_server "$e" "${dburl[$e]}" "${threads[$e]}"
-  workers_of[$e]=$(sed -n 's/.*: \([0-9]*\) worker threads (\(.*\))/\1 workers: \2/p' "$work/$e/err")
+  instances=()
+  if [ "$e" = postgresql-x2 ]; then
+    # Photos through the proxy's address, in one folder of both.
+    proxy_port=$(free_port)
+    for n in 1 2; do
+      start_server "$e$n" "${dburl[$e]}" "${threads[$e]}" "$work/$e-data" \
+        --public-url "http://127.0.0.1:$proxy_port"
+      instances+=("$port")
+    done
+    start_proxy "$proxy_port" "${instances[@]}"
+  else
+    start_server "${e}1" "${dburl[$e]}" "${threads[$e]}"
+    instances+=("$port")
+  fi
+  workers_of[$e]=$(sed -n 's/.*: \([0-9]*\) worker threads (\(.*\))/\1 workers: \2/p' "$work/${e}1/err")
   workers_of[$e]=${workers_of[$e]:-"--threads ${threads[$e]}"}
   seed "$port"
   for c in "${cmds[@]}"; do
     reply=$(api "$port" "${cmd_name[$c]}" "$(body_for "$c")")
     [ "$e" = sqlite ] && size[$c]=$(printf '%s' "$reply" | wc -c)
-    before=$(write_seconds "$port")
+    before=0 served_before=()
+    for p in "${instances[@]}"; do
+      before=$(awk -v a="$before" -v b="$(write_seconds "$p")" 'BEGIN {print a + b}')
+      served_before+=("$(served "$p")")
+    done
     # Likes: each one a vote that changes something (bench/api-vote.lua).
     run "http://127.0.0.1:$port/api?cmd=${cmd_name[$c]}" "$(body_for "$c")" \
       "$([ "$c" = like ] && echo api-vote.lua || echo api-post.lua)"
     rps_of[$e.$c]=$rps p50_of[$e.$c]=$p50 p99_of[$e.$c]=$p99 bad_of[$e.$c]=$bad
-    writes_of[$e.$c]="$requests $(awk -v a="$before" -v b="$(write_seconds "$port")" 'BEGIN {print b - a}')"
+    after=0 split=
+    for i in "${!instances[@]}"; do
+      after=$(awk -v a="$after" -v b="$(write_seconds "${instances[$i]}")" 'BEGIN {print a + b}')
+      split+=${split:+/}$(($(served "${instances[$i]}") - ${served_before[$i]}))
+    done
+    writes_of[$e.$c]="$requests $(awk -v a="$before" -v b="$after" 'BEGIN {print b - a}')"
+    split_of[$e.$c]=$split
   done
+  # This set-up's servers (and proxy) stop before the next one runs.
+  for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
+  wait 2>/dev/null || true
+  pids=()
 done
 
 # nginx answering a fixed body of each reply's size.
@@ -191,15 +257,16 @@ done
 
 echo
 echo "rongdian-server api load: ${secs}s per run, $conns connections, $(nproc) cores (wrk shares them)"
-printf '%-11s %-16s %7s %11s %9s %9s %12s %7s\n' engine command bytes "requests/s" "p50 ms" "p99 ms" "static rq/s" ratio
+printf '%-13s %-16s %7s %11s %9s %9s %12s %7s\n' engine command bytes "requests/s" "p50 ms" "p99 ms" "static rq/s" ratio
 for e in "${engines[@]}"; do
   for c in "${cmds[@]}"; do
     r=${rps_of[$e.$c]:-0}
     s=${static_rps[$c]:-0}
     ratio=$(awk -v a="$r" -v b="$s" 'BEGIN { if (b > 0) printf "%.0f%%", 100 * a / b; else print "-" }')
-    printf '%-11s %-16s %7s %11s %9s %9s %12s %7s' "$e" "${cmd_name[$c]}" "${size[$c]}" "$r" \
+    printf '%-13s %-16s %7s %11s %9s %9s %12s %7s' "$e" "${cmd_name[$c]}" "${size[$c]}" "$r" \
       "$(to_ms "${p50_of[$e.$c]}")" "$(to_ms "${p99_of[$e.$c]}")" "$s" "$ratio"
     [ "${bad_of[$e.$c]}" != 0 ] && printf '  (%s error replies)' "${bad_of[$e.$c]}"
+    [ "$e" = postgresql-x2 ] && printf '  (served %s)' "${split_of[$e.$c]}"
     echo
   done
 done
@@ -208,11 +275,24 @@ echo "      at least 16,784 requests/s (twice 8,392, the figure with --threads 8
 echo "      replies were kept), with no flag"
 for e in "${engines[@]}"; do echo "$e: ${workers_of[$e]}"; done
 
+# The writes on PostgreSQL against SQLite's of this run.
+echo
+echo "writes against SQLite (load: $(uptime | sed 's/.*load average: //'))"
+printf '%-16s %-14s %11s %8s %7s\n' command set-up "requests/s" "p99 ms" ratio
+for c in like comment; do
+  for e in "${engines[@]}"; do
+    awk -v c="${cmd_name[$c]}" -v e="$e" -v r="${rps_of[$e.$c]:-0}" -v s="${rps_of[sqlite.$c]:-0}" \
+      -v p="$(to_ms "${p99_of[$e.$c]}")" 'BEGIN { printf "%-16s %-14s %11.0f %8s %6.2fx\n", c, e, r, p, (s > 0 ? r / s : 0) }'
+  done
+done
+echo "goal: PostgreSQL at least 1.00x, p99 under 50 ms"
+
 # What bounds the writes: the time each one spends in the store. SQLite takes
 # one writer at a time (WAL, synchronous=NORMAL: no flush to disk per commit),
 # so the write lock allows 1/(time held) writes a second at most; PostgreSQL
-# runs writes side by side, each waiting for its commit to reach the disk (and
-# writes to the items, which notify the other instances, commit one at a time).
+# runs writes side by side, each waiting for its commit to reach the disk
+# (commits waiting together share a flush), except writes to one row, which
+# wait for each other's commits.
 echo
 echo "writes: time in the store per write, and how busy that kept the one SQLite write lock"
 for e in "${engines[@]}"; do
@@ -224,7 +304,7 @@ for e in "${engines[@]}"; do
       if (e == "sqlite")
         printf "%-11s %-16s %7.1f us held per write, lock busy %3.0f%% of the run: ceiling %.0f writes/s\n", e, c, per, 100 * held / secs, 1e6 / per
       else
-        printf "%-11s %-16s %7.1f us per write (bound by commits reaching the disk, one at a time)\n", e, c, per
+        printf "%-11s %-16s %7.1f us per write, waiting on the database (commits reaching the disk)\n", e, c, per
     }'
   done
 done

@@ -77,8 +77,8 @@ const std::vector<Option>& options() {
        "this server's /files/ is the outside storage's, and items may then point only there",
        Kind::Text, &Config::storage_download_prefix},
       {"threads", "RONGDIAN_THREADS",
-       "worker threads (default: one per core, more while requests wait on a distant "
-       "database: sized at start by its measured latency)",
+       "worker threads (default: one per core on SQLite, four per core and 32 at most on "
+       "PostgreSQL, where requests wait on the database)",
        Kind::Int, nullptr, &Config::threads},
       {"development", "RONGDIAN_DEVELOPMENT",
        "a development install: accept the built-in keys and secrets, which anyone can read in "

@@ -19,7 +19,7 @@ struct Config {
   std::string storage_secret_key;
   std::string storage_bucket;
   std::string storage_download_prefix;
-  int threads = 0;             // worker threads; 0: by the database's latency (store/install.cpp)
+  int threads = 0;             // worker threads; 0: by cores and database (store/install.cpp)
   bool development = false;    // a development install: the built-in credentials are accepted
   bool quiet = false;          // no per-request log lines
   bool hide_disabled = false;  // leave photos marked not enabled out of the lists

@@ -9,6 +9,7 @@
 #include "api/Guards.h"
 #include "api/ReplyCache.h"
 #include "detect/PhotoScorer.h"
+#include "push/DeviceToken.h"
 #include "push/Gateway.h"
 #include "storage/PhotoStore.h"
 #include "store/Store.h"
@@ -502,21 +503,19 @@ class Api {
     std::string text(trim_space(b.text("comments", 2, 60)));
     if (utf16_length(text) < 2) bad_field("comments");
     auto user = session_user(b);
-    auto added = store_.add_comment(id, user.id, text, now_ms());
+    // The owner's devices get a push, kept with the comment.
+    store::CommentPush push;
+    push.device = [](const std::string& token) { return push::is_device_token(token); };
+    push.payload = [&](const store::CommentAdded& added) {
+      json::object aps{{"alert", user.nickname + " 评论了你的照片：" + text},
+                       {"badge", added.owner_unread},
+                       {"sound", "default"}};
+      return json::serialize(json::object{{"aps", std::move(aps)}});
+    };
+    push.keep = s_.config.push_pending_limit;
+    auto added = store_.add_comment(id, user.id, text, now_ms(), s_.push ? &push : nullptr);
     if (!added) fail("unknown_item", "照片不存在或已删除");
-    if (s_.push && added->owner_id != user.id) {  // not to oneself
-      try {
-        auto tokens = store_.device_tokens(added->owner_id);
-        if (!tokens.empty()) {
-          json::object aps{{"alert", user.nickname + " 评论了你的照片：" + text},
-                           {"badge", added->owner_unread},
-                           {"sound", "default"}};
-          s_.push->send(tokens, json::serialize(json::object{{"aps", std::move(aps)}}));
-        }
-      } catch (const std::exception& e) {
-        std::cerr << "rongdian-server: push after a comment failed: " << e.what() << "\n";
-      }
-    }
+    if (s_.push && !added->pushed.empty()) s_.push->pushed(added->pushed);
     return comment_json(added->comment);
   }
 

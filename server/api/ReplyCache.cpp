@@ -19,14 +19,16 @@ std::string ReplyCache::reply(const std::string& key, store::Store& store,
   }
   auto& k = kept_[key];
   // A slower request may come back with an older reading: the newer one stays.
-  if (k.count <= *count) k = Kept{*count, body};
+  if (k.count <= *count) k = Kept{*count, body, std::chrono::steady_clock::now()};
   return body;
 }
 
 std::optional<std::string> ReplyCache::find(const std::string& key, std::uint64_t count) {
   std::lock_guard lock(mu_);
   auto it = kept_.find(key);
-  if (it == kept_.end() || it->second.count != count) return std::nullopt;
+  if (it == kept_.end() || it->second.count != count ||
+      std::chrono::steady_clock::now() - it->second.at >= kMaxAge)
+    return std::nullopt;
   return it->second.body;
 }
 

@@ -3,9 +3,12 @@
 // nothing changed. A kept reply is tagged with the store's change count taken
 // before it was read (store::Store::change_count) and served only while the
 // count stays the same, so any write, on this instance or on another one on
-// the same PostgreSQL database, retires it.
+// the same PostgreSQL database, retires it. Writes the instances do not tell
+// each other of (made with other tools, or cut off by a crash between their
+// commit and their notification) show once the kept reply is kMaxAge old.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -21,19 +24,23 @@ namespace rd::api {
 
 class ReplyCache {
  public:
+  static constexpr auto kMaxAge = std::chrono::seconds(10);
+
   explicit ReplyCache(std::size_t max_replies = 64) : max_(max_replies) {}
 
   // The reply for `key`: the kept one while the store saw no write since it
   // was rendered, else render()'s, kept for the next time.
   std::string reply(const std::string& key, store::Store& store,
                     const std::function<std::string()>& render);
-  // The reply kept for `key` if it was rendered at the store's change count `count`.
+  // The reply kept for `key` if it was rendered at the store's change count
+  // `count`, less than kMaxAge ago.
   std::optional<std::string> find(const std::string& key, std::uint64_t count);
 
  private:
   struct Kept {
     std::uint64_t count = 0;
     std::string body;
+    std::chrono::steady_clock::time_point at;
   };
   std::size_t max_;
   std::mutex mu_;

@@ -9,10 +9,11 @@ namespace rd::push {
 class Gateway {
  public:
   virtual ~Gateway() = default;
-  // Delivers `payload` (a JSON object's text, e.g. {"aps": {...}}) to every
-  // device of `device_tokens` that is connected to any server instance, and
-  // keeps it for the others until they reconnect. Never blocks on a device.
-  virtual void send(const std::vector<std::string>& device_tokens, const std::string& payload) = 0;
+  // Payloads were kept for these devices (with the write that made them, see
+  // store::Store::add_comment): delivers them to those connected to this
+  // instance (the other instances hear of them from the database); the others
+  // get them when they reconnect. Never blocks on a device.
+  virtual void pushed(const std::vector<std::string>& device_tokens) = 0;
 };
 
 }  // namespace rd::push

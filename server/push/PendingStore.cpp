@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <iostream>
 #include <mutex>
 #include <stdexcept>
@@ -15,298 +16,156 @@ namespace rd::push {
 
 namespace {
 
-// ------------------------------------------------------------------ SQLite
+// The channel the store notifies on when it kept a push (the payload is the
+// device's token).
+constexpr const char* kChannel = "rongdian_push";
 
-class SqlitePending : public PendingStore {
+class DbPending : public PendingStore {
  public:
-  SqlitePending(const std::string& path, int limit) : limit_(limit) {
-    if (sqlite3_open_v2(path.c_str(), &db_,
-                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
-                        nullptr) != SQLITE_OK) {
-      std::string why = db_ ? sqlite3_errmsg(db_) : "out of memory";
-      sqlite3_close(db_);
-      throw std::runtime_error("cannot open push database " + path + ": " + why);
-    }
-    sqlite3_busy_timeout(db_, 5000);
-    exec("PRAGMA journal_mode=WAL");
-    exec("PRAGMA synchronous=NORMAL");
-    exec(
-        "CREATE TABLE IF NOT EXISTS push_pending ("
-        " id INTEGER PRIMARY KEY AUTOINCREMENT,"
-        " device_token TEXT NOT NULL,"
-        " payload TEXT NOT NULL,"
-        " created_at INTEGER NOT NULL DEFAULT (strftime('%s','now')))");
-    exec("CREATE INDEX IF NOT EXISTS push_pending_device ON push_pending(device_token, id)");
-  }
-  ~SqlitePending() override { sqlite3_close(db_); }
+  explicit DbPending(std::shared_ptr<store::Store> store) : store_(std::move(store)) {}
+  ~DbPending() override { stop(); }
 
-  std::int64_t add(const std::string& token, const std::string& payload) override {
-    std::int64_t id;
-    {
-      std::lock_guard lock(mu_);
-      exec("BEGIN IMMEDIATE");
-      try {
-        Stmt ins(db_, "INSERT INTO push_pending(device_token, payload) VALUES(?, ?)");
-        ins.text(1, token).text(2, payload).done();
-        id = sqlite3_last_insert_rowid(db_);
-        Stmt trim(
-            db_,
-            "DELETE FROM push_pending WHERE device_token = ?1 AND id NOT IN "
-            "(SELECT id FROM push_pending WHERE device_token = ?1 ORDER BY id DESC LIMIT ?2)");
-        trim.text(1, token);
-        sqlite3_bind_int(trim.s, 2, limit_);
-        trim.done();
-        exec("COMMIT");
-      } catch (...) {
-        sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
-        throw;
-      }
-    }
+  std::vector<PendingPush> list(const std::string& token) override { return store_->pushes(token); }
+  void remove(const std::string& token, const std::vector<std::int64_t>& ids) override {
+    store_->remove_pushes(token, ids);
+  }
+  void added(const std::vector<std::string>& tokens) override {
     AddedFn fn;
     {
-      std::lock_guard lock(watch_mu_);
+      std::lock_guard lock(mu_);
       fn = watcher_;
     }
-    if (fn) fn(token);
-    return id;
+    if (fn)
+      for (const auto& t : tokens) fn(t);
   }
-
-  std::vector<PendingPush> list(const std::string& token) override {
-    std::lock_guard lock(mu_);
-    Stmt q(db_, "SELECT id, payload FROM push_pending WHERE device_token = ? ORDER BY id");
-    q.text(1, token);
-    std::vector<PendingPush> out;
-    int rc;
-    while ((rc = sqlite3_step(q.s)) == SQLITE_ROW)
-      out.push_back({sqlite3_column_int64(q.s, 0),
-                     reinterpret_cast<const char*>(sqlite3_column_text(q.s, 1))});
-    if (rc != SQLITE_DONE) fail("reading pending pushes");
-    return out;
-  }
-
-  void remove(const std::string& token, const std::vector<std::int64_t>& ids) override {
-    if (ids.empty()) return;
-    std::string sql = "DELETE FROM push_pending WHERE device_token = ? AND id IN (?";
-    for (std::size_t i = 1; i < ids.size(); ++i) sql += ",?";
-    sql += ")";
-    std::lock_guard lock(mu_);
-    Stmt d(db_, sql.c_str());
-    d.text(1, token);
-    for (std::size_t i = 0; i < ids.size(); ++i)
-      sqlite3_bind_int64(d.s, static_cast<int>(i) + 2, ids[i]);
-    d.done();
-  }
-
   void watch(AddedFn fn) override {
-    std::lock_guard lock(watch_mu_);
+    std::lock_guard lock(mu_);
     watcher_ = std::move(fn);
   }
-  void stop() override { watch(nullptr); }
-
- private:
-  struct Stmt {
-    sqlite3_stmt* s = nullptr;
-    sqlite3* db;
-    Stmt(sqlite3* d, const char* sql) : db(d) {
-      if (sqlite3_prepare_v2(db, sql, -1, &s, nullptr) != SQLITE_OK)
-        throw std::runtime_error(std::string("push database: ") + sqlite3_errmsg(db));
-    }
-    ~Stmt() { sqlite3_finalize(s); }
-    Stmt& text(int i, const std::string& v) {
-      sqlite3_bind_text(s, i, v.data(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
-      return *this;
-    }
-    void done() {
-      if (sqlite3_step(s) != SQLITE_DONE)
-        throw std::runtime_error(std::string("push database: ") + sqlite3_errmsg(db));
-    }
-  };
-
-  void exec(const char* sql) {
-    char* err = nullptr;
-    if (sqlite3_exec(db_, sql, nullptr, nullptr, &err) != SQLITE_OK) {
-      std::string why = err ? err : "unknown error";
-      sqlite3_free(err);
-      throw std::runtime_error("push database: " + why);
-    }
-  }
-  [[noreturn]] void fail(const char* what) {
-    throw std::runtime_error(std::string("push database, ") + what + ": " + sqlite3_errmsg(db_));
+  void stop() override {
+    std::lock_guard lock(mu_);
+    watcher_ = nullptr;
   }
 
-  sqlite3* db_ = nullptr;
-  int limit_;
+ protected:
+  std::shared_ptr<store::Store> store_;
   std::mutex mu_;
-  std::mutex watch_mu_;
   AddedFn watcher_;
 };
 
-// ------------------------------------------------------------------ PostgreSQL
-
-constexpr const char* kChannel = "rongdian_push";
-
-struct PgResult {
-  PGresult* r;
-  explicit PgResult(PGresult* res) : r(res) {}
-  ~PgResult() { PQclear(r); }
-  PgResult(const PgResult&) = delete;
-  PgResult& operator=(const PgResult&) = delete;
-};
-
-class PgPending : public PendingStore {
+// The same on PostgreSQL: a connection of its own listens for every
+// instance's pushes, its own included, which it hears the same way.
+class PgPending : public DbPending {
  public:
-  PgPending(const std::string& url, int limit) : url_(url), limit_(limit) {
-    conn_ = connect();
-    // Several instances may start at once: create the tables under a lock.
-    run("SELECT pg_advisory_lock(7202611)", {});
-    try {
-      run("CREATE TABLE IF NOT EXISTS push_pending ("
-          " id BIGSERIAL PRIMARY KEY,"
-          " device_token TEXT NOT NULL,"
-          " payload TEXT NOT NULL,"
-          " created_at TIMESTAMPTZ NOT NULL DEFAULT now())",
-          {});
-      run("CREATE INDEX IF NOT EXISTS push_pending_device ON push_pending(device_token, id)", {});
-    } catch (...) {
-      PQclear(PQexec(conn_, "SELECT pg_advisory_unlock(7202611)"));
-      throw;
-    }
-    run("SELECT pg_advisory_unlock(7202611)", {});
-  }
+  PgPending(std::shared_ptr<store::Store> store, std::string url)
+      : DbPending(std::move(store)), url_(std::move(url)) {}
+  ~PgPending() override { stop(); }
 
-  ~PgPending() override {
-    stop();
-    PQfinish(conn_);
-  }
-
-  std::int64_t add(const std::string& token, const std::string& payload) override {
-    std::lock_guard lock(mu_);
-    // One statement: store, trim to the newest, and tell every instance.
-    auto res = run(
-        "WITH ins AS (INSERT INTO push_pending(device_token, payload) VALUES($1, $2) RETURNING id),"
-        " trimmed AS (DELETE FROM push_pending WHERE device_token = $1 AND id IN"
-        "  (SELECT id FROM push_pending WHERE device_token = $1 ORDER BY id DESC OFFSET $3))"
-        " SELECT id, pg_notify('" +
-            std::string(kChannel) + "', $1) FROM ins",
-        {token, payload, std::to_string(limit_ - 1)});
-    return std::stoll(PQgetvalue(res->r, 0, 0));
-  }
-
-  std::vector<PendingPush> list(const std::string& token) override {
-    std::lock_guard lock(mu_);
-    auto res =
-        run("SELECT id, payload FROM push_pending WHERE device_token = $1 ORDER BY id", {token});
-    std::vector<PendingPush> out;
-    for (int i = 0; i < PQntuples(res->r); ++i)
-      out.push_back({std::stoll(PQgetvalue(res->r, i, 0)), PQgetvalue(res->r, i, 1)});
-    return out;
-  }
-
-  void remove(const std::string& token, const std::vector<std::int64_t>& ids) override {
-    if (ids.empty()) return;
-    std::string array = "{";
-    for (auto id : ids) array += (array.size() > 1 ? "," : "") + std::to_string(id);
-    array += "}";
-    std::lock_guard lock(mu_);
-    run("DELETE FROM push_pending WHERE device_token = $1 AND id = ANY($2::bigint[])",
-        {token, array});
-  }
+  void added(const std::vector<std::string>&) override {}  // heard like the others'
 
   void watch(AddedFn fn) override {
-    watcher_ = std::move(fn);
-    listen_conn_ = connect();
-    PgResult r(PQexec(listen_conn_, ("LISTEN " + std::string(kChannel)).c_str()));
-    if (PQresultStatus(r.r) != PGRES_COMMAND_OK)
-      throw std::runtime_error(std::string("push database: LISTEN failed: ") +
-                               PQerrorMessage(listen_conn_));
+    DbPending::watch(std::move(fn));
+    conn_ = PQconnectdb(url_.c_str());
+    if (PQstatus(conn_) != CONNECTION_OK || !listen())
+      throw std::runtime_error(std::string("push database: cannot listen: ") +
+                               PQerrorMessage(conn_));
     listener_ = std::thread([this] { listen_loop(); });
   }
 
   void stop() override {
     stopping_ = true;
     if (listener_.joinable()) listener_.join();
-    if (listen_conn_) {
-      PQfinish(listen_conn_);
-      listen_conn_ = nullptr;
-    }
+    PQfinish(conn_);
+    conn_ = nullptr;
+    DbPending::stop();
   }
 
  private:
-  PGconn* connect() {
-    PGconn* c = PQconnectdb(url_.c_str());
-    if (PQstatus(c) != CONNECTION_OK) {
-      std::string why = PQerrorMessage(c);
-      PQfinish(c);
-      throw std::runtime_error("cannot connect to the push database: " + why);
-    }
-    PQclear(PQexec(c, "SET client_min_messages = warning"));
-    return c;
+  bool listen() {
+    PGresult* r = PQexec(conn_, (std::string("LISTEN ") + kChannel).c_str());
+    bool ok = PQresultStatus(r) == PGRES_COMMAND_OK;
+    PQclear(r);
+    return ok;
   }
 
-  std::unique_ptr<PgResult> run(const std::string& sql, const std::vector<std::string>& params) {
-    for (int attempt = 0;; ++attempt) {
-      std::vector<const char*> values;
-      for (const auto& p : params) values.push_back(p.c_str());
-      auto res = std::make_unique<PgResult>(PQexecParams(conn_, sql.c_str(),
-                                                         static_cast<int>(values.size()), nullptr,
-                                                         values.data(), nullptr, nullptr, 0));
-      auto st = PQresultStatus(res->r);
-      if (st == PGRES_COMMAND_OK || st == PGRES_TUPLES_OK) return res;
-      // A dropped connection is retried once on a fresh one.
-      if (attempt == 0 && PQstatus(conn_) == CONNECTION_BAD) {
-        PQreset(conn_);
-        if (PQstatus(conn_) == CONNECTION_OK) continue;
-      }
-      throw std::runtime_error(std::string("push database: ") + PQerrorMessage(conn_));
+  void tell(const std::string& token) {
+    AddedFn fn;
+    {
+      std::lock_guard lock(mu_);
+      fn = watcher_;
+    }
+    if (!fn || stopping_) return;
+    try {
+      fn(token);
+    } catch (const std::exception& e) {
+      std::cerr << "rongdian-server: push delivery failed: " << e.what() << "\n";
     }
   }
 
   void listen_loop() {
     while (!stopping_) {
-      if (PQstatus(listen_conn_) != CONNECTION_OK) {
+      if (PQstatus(conn_) != CONNECTION_OK) {
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
-        PQreset(listen_conn_);
-        if (PQstatus(listen_conn_) == CONNECTION_OK) {
-          PQclear(PQexec(listen_conn_, ("LISTEN " + std::string(kChannel)).c_str()));
-          if (watcher_) watcher_({});  // notifications may have been missed: check everyone
-        }
+        PQreset(conn_);
+        if (PQstatus(conn_) == CONNECTION_OK && listen())
+          tell({});  // notifications may have been missed: look at everyone
         continue;
       }
-      pollfd p{PQsocket(listen_conn_), POLLIN, 0};
+      pollfd p{PQsocket(conn_), POLLIN, 0};
       if (::poll(&p, 1, 200) < 0) continue;
-      if (!PQconsumeInput(listen_conn_)) continue;
-      while (PGnotify* n = PQnotifies(listen_conn_)) {
+      if (!PQconsumeInput(conn_)) continue;
+      while (PGnotify* n = PQnotifies(conn_)) {
         std::string token = n->extra;
         PQfreemem(n);
-        if (watcher_ && !stopping_) {
-          try {
-            watcher_(token);
-          } catch (const std::exception& e) {
-            std::cerr << "rongdian-server: push delivery failed: " << e.what() << "\n";
-          }
-        }
+        tell(token);
       }
     }
   }
 
-  std::string url_;
-  int limit_;
+  const std::string url_;
   PGconn* conn_ = nullptr;
-  PGconn* listen_conn_ = nullptr;
-  std::mutex mu_;
-  AddedFn watcher_;
   std::thread listener_;
   std::atomic<bool> stopping_{false};
 };
 
 }  // namespace
 
-std::unique_ptr<PendingStore> open_pending_store(const std::string& database,
-                                                 const std::string& sqlite_path, int limit) {
-  if (limit < 1) limit = 1;
+std::unique_ptr<PendingStore> open_pending_store(std::shared_ptr<store::Store> store,
+                                                 const std::string& database) {
   if (database.rfind("postgresql://", 0) == 0 || database.rfind("postgres://", 0) == 0)
-    return std::make_unique<PgPending>(database, limit);
-  return std::make_unique<SqlitePending>(sqlite_path, limit);
+    return std::make_unique<PgPending>(std::move(store), database);
+  return std::make_unique<DbPending>(std::move(store));
+}
+
+void import_pending_file(const std::string& path, store::Store& store, int keep) {
+  std::error_code ec;
+  if (!std::filesystem::exists(path, ec)) return;
+  sqlite3* db = nullptr;
+  sqlite3_stmt* st = nullptr;
+  auto fail = [&](const char* what) {
+    std::string why = db ? sqlite3_errmsg(db) : "out of memory";
+    sqlite3_finalize(st);
+    sqlite3_close(db);
+    throw std::runtime_error("cannot import the pending pushes of " + path + " (" + what +
+                             "): " + why);
+  };
+  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) fail("open");
+  if (sqlite3_prepare_v2(db, "SELECT device_token, payload FROM push_pending ORDER BY id", -1, &st,
+                         nullptr) != SQLITE_OK)
+    fail("read");
+  int rc, n = 0;
+  while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
+    store.add_push(reinterpret_cast<const char*>(sqlite3_column_text(st, 0)),
+                   reinterpret_cast<const char*>(sqlite3_column_text(st, 1)), keep);
+    ++n;
+  }
+  if (rc != SQLITE_DONE) fail("read");
+  sqlite3_finalize(st);
+  sqlite3_close(db);
+  std::filesystem::rename(path, path + ".imported", ec);
+  if (ec) throw std::runtime_error("cannot rename " + path + ": " + ec.message());
+  std::cerr << "rongdian-server: " << n << " pending pushes moved from " << path
+            << " into the database\n";
 }
 
 }  // namespace rd::push

@@ -261,15 +261,8 @@ void PushHub::start() {
   store_->watch([this](const std::string& token) { deliver(token); });
 }
 
-void PushHub::send(const std::vector<std::string>& device_tokens, const std::string& payload) {
-  for (const auto& token : device_tokens) {
-    if (!is_device_token(token)) continue;  // not one this gateway ever hands out
-    try {
-      store_->add(token, payload);
-    } catch (const std::exception& e) {
-      std::cerr << "rongdian-server: keeping a push failed: " << e.what() << "\n";
-    }
-  }
+void PushHub::pushed(const std::vector<std::string>& device_tokens) {
+  store_->added(device_tokens);
 }
 
 void PushHub::accept(beast::tcp_stream stream, http::Request req,

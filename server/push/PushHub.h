@@ -39,7 +39,7 @@ class PushHub : public Gateway, public std::enable_shared_from_this<PushHub> {
 
   // Starts listening for payloads stored by any instance.
   void start();
-  void send(const std::vector<std::string>& device_tokens, const std::string& payload) override;
+  void pushed(const std::vector<std::string>& device_tokens) override;
   // The /push upgrade handler.
   void accept(http::beast::tcp_stream stream, http::Request req, std::shared_ptr<http::Slot> slot);
   // Closes every device connection and drops the work not begun (the server

@@ -7,9 +7,13 @@
 namespace rd::push {
 
 void install(server::Services& s) {
-  auto store = open_pending_store(
-      s.config.database, (std::filesystem::path(s.config.data_dir) / "push.sqlite").string(),
-      s.config.push_pending_limit);
+  if (s.config.push_pending_limit < 1)
+    throw std::runtime_error("--push-pending-limit needs at least 1");
+  // Where an earlier version kept the pushes of a SQLite install.
+  if (s.store->engine() == "sqlite")
+    import_pending_file((std::filesystem::path(s.config.data_dir) / "push.sqlite").string(),
+                        *s.store, s.config.push_pending_limit);
+  auto store = open_pending_store(s.store, s.config.database);
   if (s.config.push_queue_kb <= 0 || s.config.push_queue_mb <= 0)
     throw std::runtime_error("--push-queue-kb and --push-queue-mb need at least 1");
   PushLimits limits;

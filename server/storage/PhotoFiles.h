@@ -66,8 +66,8 @@ class PhotoFiles : public PhotoStore {
   // key is kept (Exists) unless `replace`, and a photo an item uses is never
   // replaced. A recorded upload (`block` not empty, limits on) is recorded
   // before its file appears.
-  Put put(const std::string& key, std::string_view bytes, std::string* error = nullptr,
-          bool replace = false, const std::string& block = {});
+  virtual Put put(const std::string& key, std::string_view bytes, std::string* error = nullptr,
+                  bool replace = false, const std::string& block = {});
   std::optional<std::string> read(const std::string& key) const override;
   bool remove(const std::string& key) override;
   std::optional<std::string> problem() const override;
@@ -79,13 +79,19 @@ class PhotoFiles : public PhotoStore {
   // Whether an upload of `bytes` from `block` may be kept now: empty if so,
   // else the HTTP status and the reason (too many unpublished uploads from
   // the block or in all, or the disk's reserve reached).
-  std::optional<std::pair<unsigned, std::string>> admit(const std::string& block,
-                                                        std::size_t bytes) const;
+  virtual std::optional<std::pair<unsigned, std::string>> admit(const std::string& block,
+                                                                std::size_t bytes) const;
   // Whether no item uses the photo yet (it may still be replaced or swept).
-  bool unpublished(const std::string& key) const;
+  virtual bool unpublished(const std::string& key) const;
   // Removes the unpublished uploads older than the limits' time; returns how many.
-  int sweep(std::int64_t now_seconds);
+  virtual int sweep(std::int64_t now_seconds);
   const std::optional<UploadLimits>& limits() const { return limits_; }
+  // The refusal for an upload of `bytes` from a block that has `of_block`
+  // unpublished uploads, when `unpublished_bytes` are unpublished in all.
+  static std::optional<std::pair<unsigned, std::string>> over_limits(const UploadLimits& limits,
+                                                                     std::int64_t of_block,
+                                                                     std::int64_t unpublished_bytes,
+                                                                     std::size_t bytes);
 
   const std::filesystem::path& dir() const { return dir_; }
   std::string public_url(const std::string& key) const { return public_prefix_ + url_path(key); }

@@ -93,11 +93,10 @@ std::optional<std::pair<unsigned, std::string>> PhotoFiles::admit(const std::str
                                                                   std::size_t bytes) const {
   if (!limits_) return std::nullopt;
   std::lock_guard lock(mu_);
-  if (auto it = per_block_.find(block); it != per_block_.end() && it->second >= limits_->per_block)
-    return std::pair{429u, "too many unpublished uploads from your network (" +
-                               std::to_string(it->second) + "); publish them or wait"};
-  if (unpublished_bytes_ + static_cast<std::int64_t>(bytes) > limits_->unpublished_bytes)
-    return std::pair{507u, std::string("no room for more unpublished uploads; try again later")};
+  auto it = per_block_.find(block);
+  if (auto no =
+          over_limits(*limits_, it == per_block_.end() ? 0 : it->second, unpublished_bytes_, bytes))
+    return no;
   struct statvfs fs {};
   if (::statvfs(dir_.c_str(), &fs) == 0) {
     const auto free_bytes =
@@ -105,6 +104,17 @@ std::optional<std::pair<unsigned, std::string>> PhotoFiles::admit(const std::str
     if (free_bytes - static_cast<std::int64_t>(bytes) < limits_->reserve_bytes)
       return std::pair{507u, std::string("the photo storage is full")};
   }
+  return std::nullopt;
+}
+
+std::optional<std::pair<unsigned, std::string>> PhotoFiles::over_limits(
+    const UploadLimits& limits, std::int64_t of_block, std::int64_t unpublished_bytes,
+    std::size_t bytes) {
+  if (of_block >= limits.per_block)
+    return std::pair{429u, "too many unpublished uploads from your network (" +
+                               std::to_string(of_block) + "); publish them or wait"};
+  if (unpublished_bytes + static_cast<std::int64_t>(bytes) > limits.unpublished_bytes)
+    return std::pair{507u, std::string("no room for more unpublished uploads; try again later")};
   return std::nullopt;
 }
 

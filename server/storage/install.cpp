@@ -11,6 +11,7 @@
 #include "Services.h"
 #include "http/Multipart.h"
 #include "storage/PhotoFiles.h"
+#include "storage/PhotoRows.h"
 #include "storage/Upload.h"
 #include "storage/VoiceNotes.h"
 
@@ -83,8 +84,22 @@ void install(server::Services& s) {
     throw std::runtime_error(
         "--storage-unpublished-per-block, --storage-unpublished-mb and "
         "--storage-unpublished-seconds need at least 1, --storage-reserve-mb at least 0");
-  auto files = std::make_shared<PhotoFiles>(std::filesystem::path(cfg.data_dir) / "photos", own,
-                                            app_prefix, outside, limits);
+  const std::filesystem::path folder = std::filesystem::path(cfg.data_dir) / "photos";
+  std::shared_ptr<PhotoFiles> files;
+  if (s.store->engine() == "postgresql") {
+    // Every instance on the database serves every photo: they are kept there.
+    // A data folder's photos from before move in at start.
+    auto rows = std::make_shared<PhotoRows>(s.store, folder, own, app_prefix, outside, limits);
+    int skipped = 0;
+    if (int n = rows->import_folder(&skipped); n > 0 || skipped > 0)
+      std::cerr << "rongdian-server: " << n << " photos of " << folder.string()
+                << " copied into the database"
+                << (skipped ? ", " + std::to_string(skipped) + " with names too long skipped" : "")
+                << "\n";
+    files = rows;
+  } else {
+    files = std::make_shared<PhotoFiles>(folder, own, app_prefix, outside, limits);
+  }
   if (outside)
     std::cerr << "rongdian-server: photos are in the outside storage at " << app_prefix
               << "; items may point only there\n";

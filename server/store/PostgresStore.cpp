@@ -1,26 +1,23 @@
 // The scale-out engine: PostgreSQL through libpq. Several server instances
 // may share one database; counters change by single UPDATE statements, so
-// they stay exact under any number of concurrent writers. A trigger on the
-// items tells every instance about each write (LISTEN/NOTIFY).
+// they stay exact under any number of concurrent writers. After a write to
+// what the feeds show has committed, the instance tells the others
+// (LISTEN/NOTIFY) before the write returns.
 #include <libpq-fe.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <future>
 #include <random>
+#include <set>
 #include <thread>
 #include <unordered_map>
 
+#include "store/Schema.h"
 #include "store/SqlStore.h"
 
 namespace rd::store {
-
-namespace sql {
-std::string schema_v1(const std::string& id_column, const std::string& integer);
-std::string schema_v2(const std::string& id_column, const std::string& integer);
-std::string schema_v3(const std::string& integer);
-std::string schema_v4();
-}  // namespace sql
 
 namespace {
 
@@ -59,37 +56,37 @@ PGconn* open_connection(const std::string& url) {
   return conn;
 }
 
-// What the tables' triggers notify on; the payload names the writing
-// instance (the setting rongdian.instance of its connections), so that an
-// instance skips its own writes, which it counts itself.
+// The channels of the notifications: a change to what the feeds show (the
+// payload names the writing instance, so that an instance skips its own
+// writes, which it counts itself), and a push kept for a device (the payload
+// is the device's token).
 constexpr const char* kChangesChannel = "rongdian_changes";
+constexpr const char* kPushChannel = "rongdian_push";
 
-const char* kChangeTriggers = R"(
-CREATE OR REPLACE FUNCTION rongdian_changed() RETURNS trigger LANGUAGE plpgsql AS $$
-BEGIN
-  PERFORM pg_notify('rongdian_changes', coalesce(current_setting('rongdian.instance', true), ''));
-  RETURN NULL;
-END $$;
-DO $$
-BEGIN
-  IF NOT EXISTS (SELECT 1 FROM pg_trigger WHERE tgname = 'items_changed') THEN
-    CREATE TRIGGER items_changed AFTER INSERT OR UPDATE OR DELETE OR TRUNCATE ON items
-      FOR EACH STATEMENT EXECUTE FUNCTION rongdian_changed();
-  END IF;
-  -- The feeds show the poster's nickname; nothing else of the users table.
-  IF NOT EXISTS (SELECT 1 FROM pg_trigger WHERE tgname = 'users_nickname_changed') THEN
-    CREATE TRIGGER users_nickname_changed AFTER UPDATE OF nickname ON users
-      FOR EACH STATEMENT EXECUTE FUNCTION rongdian_changed();
-  END IF;
-END $$;
+// Until this version a trigger on the items notified inside each write's
+// transaction; PostgreSQL commits notifying transactions one at a time.
+const char* kDropChangeTriggers = R"(
+DROP TRIGGER IF EXISTS items_changed ON items;
+DROP TRIGGER IF EXISTS users_nickname_changed ON users;
+DROP FUNCTION IF EXISTS rongdian_changed();
 )";
+
+// A transaction that commits the notifications (pg_notify calls) without
+// waiting for a disk flush.
+std::string notify_transaction(const std::set<std::string>& notices) {
+  std::string text = "BEGIN; SET LOCAL synchronous_commit = off; SELECT ";
+  for (const auto& n : notices) text += (&n == &*notices.begin() ? "" : ", ") + n;
+  return text + "; COMMIT";
+}
 
 class PgConn : public sql::Conn {
  public:
-  PgConn(const std::string& url, const std::string& instance) : conn_(open_connection(url)) {
-    exec_script(
-        "SET client_min_messages = warning; SET TIME ZONE 'UTC'; SET rongdian.instance = '" +
-        instance + "'");
+  // `announce` commits notifications for this connection (with others', on a
+  // connection of its own); false when it cannot.
+  using Announce = std::function<bool(const std::set<std::string>&)>;
+  PgConn(const std::string& url, const std::string& instance, Announce announce)
+      : conn_(open_connection(url)), instance_(instance), announce_(std::move(announce)) {
+    exec_script("SET client_min_messages = warning; SET TIME ZONE 'UTC'");
   }
 
   ~PgConn() override { PQfinish(conn_); }
@@ -137,17 +134,47 @@ class PgConn : public sql::Conn {
     check(res, "statement");
   }
 
-  void begin_write() override { exec_script("BEGIN"); }
-  void commit() override { exec_script("COMMIT"); }
+  void begin_write() override {
+    notices_.clear();
+    exec_script("BEGIN");
+  }
+
+  // The write waits for its commit to reach the disk, side by side with the
+  // others (they share flushes). Its notifications follow in a transaction of
+  // their own, once the write has committed: a notifying commit holds
+  // PostgreSQL's one notification lock until it is over, so that one waits
+  // for no flush (the write is durable already; the notifications are for
+  // listeners now and nobody after a crash), and it carries the
+  // notifications of the writes that committed meanwhile.
+  void commit() override {
+    exec_script("COMMIT");
+    if (notices_.empty()) return;
+    std::set<std::string> notices;
+    notices.swap(notices_);
+    if (announce_ && announce_(notices)) return;
+    exec_script(notify_transaction(notices));
+  }
+
   void rollback() noexcept override {
+    notices_.clear();
     if (PQtransactionStatus(conn_) != PQTRANS_IDLE) PQclear(PQexec(conn_, "ROLLBACK"));
   }
+
+  void announce_change() override { notify(kChangesChannel, instance_); }
+  void announce_push(const std::string& token) override { notify(kPushChannel, token); }
 
  private:
   struct Result {
     PGresult* r;
     ~Result() { PQclear(r); }
   };
+
+  void notify(const char* channel, const std::string& payload) {
+    char* quoted = PQescapeLiteral(conn_, payload.data(), payload.size());
+    if (!quoted) throw Error(std::string("PostgreSQL: ") + PQerrorMessage(conn_));
+    notices_.insert(std::string("pg_notify('") + channel + "', " + quoted + ")");
+    PQfreemem(quoted);
+  }
 
   const std::string& prepare(const std::string& text) {
     auto it = names_.find(text);
@@ -173,11 +200,14 @@ class PgConn : public sql::Conn {
   }
 
   PGconn* conn_ = nullptr;
+  const std::string instance_;
+  const Announce announce_;
+  std::set<std::string> notices_;  // pg_notify calls for after the COMMIT
   std::unordered_map<std::string, std::string> names_;
 };
 
 // The other instances' writes: a connection of its own LISTENs on the
-// triggers' channel. A round trip on it (an empty query) brings in the
+// changes channel. A round trip on it (an empty query) brings in the
 // notification of every write committed before the query was sent: the
 // server delivers a listening session's pending notifications before it
 // reports ready for the next query. Callers that ask while a round is under
@@ -207,6 +237,7 @@ class PgChanges : public sql::RemoteChanges {
     wake();
     thread_.join();
     for (auto& done : waiting_) done(std::nullopt);
+    for (auto& told : announcing_) told(false);
     PQfinish(conn_);
     ::close(wake_);
   }
@@ -218,13 +249,34 @@ class PgChanges : public sql::RemoteChanges {
       return done(std::nullopt);
     }
     waiting_.push_back(std::move(done));
-    if (idle_) {  // else the round under way is followed by one for this caller
+    start_round();
+  }
+
+  // Commits the notifications in the next round, with those of the writes
+  // that ask meanwhile (one transaction for them all); false when they could
+  // not be sent this way.
+  bool announce(const std::set<std::string>& notices) {
+    std::promise<bool> told;
+    auto f = told.get_future();
+    {
+      std::lock_guard lock(mu_);
+      if (!listening_ || stopping_) return false;
+      notices_.insert(notices.begin(), notices.end());
+      announcing_.push_back([&told](bool ok) { told.set_value(ok); });
+      start_round();
+    }
+    return f.get();
+  }
+
+ private:
+  // With mu_ held.
+  void start_round() {
+    if (idle_) {  // else the round under way is followed by one for these callers
       idle_ = false;
       wake();
     }
   }
 
- private:
   static constexpr auto kRoundLimit = std::chrono::seconds(2);
 
   void wake() {
@@ -274,9 +326,11 @@ class PgChanges : public sql::RemoteChanges {
     }
   }
 
-  bool round_trip() {
-    if (!PQsendQuery(conn_, "")) return false;
+  // Sends `query` (empty: nothing but the round trip) and takes its answers.
+  bool round_trip(const std::string& query) {
+    if (!PQsendQuery(conn_, query.c_str())) return false;
     auto deadline = std::chrono::steady_clock::now() + kRoundLimit;
+    bool ok = true;
     for (;;) {
       while (PQisBusy(conn_)) {
         auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -289,37 +343,48 @@ class PgChanges : public sql::RemoteChanges {
       if (!r) break;
       auto st = PQresultStatus(r);
       PQclear(r);
-      if (st != PGRES_EMPTY_QUERY && st != PGRES_COMMAND_OK) return false;
+      if (st != PGRES_EMPTY_QUERY && st != PGRES_COMMAND_OK && st != PGRES_TUPLES_OK) ok = false;
     }
-    return take_notifications();
+    return take_notifications() && ok;
   }
 
   void run() {
     std::vector<Done> round;
+    std::vector<std::function<void(bool)>> told;
+    std::set<std::string> notices;
     std::unique_lock lock(mu_);
     while (!stopping_) {
       round.swap(waiting_);
+      told.swap(announcing_);
+      notices.swap(notices_);
       const bool was_listening = listening_;
-      idle_ = round.empty();
+      const bool idle = idle_ = round.empty() && told.empty();
       lock.unlock();
       bool ok = false;
+      // A round that commits notifications is a round trip too.
       if (was_listening)
-        ok = round.empty() ? (wait_readable(1000, true), take_notifications()) : round_trip();
+        ok = idle ? (wait_readable(1000, true), take_notifications())
+                  : round_trip(notices.empty() ? std::string() : notify_transaction(notices));
+      notices.clear();
       if (!ok) {
-        // Whoever waits reads from the database; then listen anew, counting
-        // that writes may have gone unheard meanwhile.
+        // Whoever waits reads from the database, or notifies by himself;
+        // then listen anew, counting that writes may have gone unheard.
         for (auto& done : round) done(std::nullopt);
+        for (auto& t : told) t(false);
         round.clear();
+        told.clear();
         ok = relisten();
       }
       lock.lock();
       listening_ = ok;
       const std::uint64_t heard = heard_;
-      if (!round.empty()) {
+      if (!round.empty() || !told.empty()) {
         // Callers that asked before this round began have their answer.
         lock.unlock();
         for (auto& done : round) done(heard);
+        for (auto& t : told) t(true);
         round.clear();
+        told.clear();
         lock.lock();
       }
       if (!ok) {  // the database is away: try again in a while
@@ -352,6 +417,8 @@ class PgChanges : public sql::RemoteChanges {
   bool idle_ = false;          // the thread waits for a caller (or a notification)
   std::uint64_t heard_ = 0;    // the others' writes heard of
   std::vector<Done> waiting_;  // callers for the next round
+  std::vector<std::function<void(bool)>> announcing_;  // writers for the next round
+  std::set<std::string> notices_;                      // what they notify
   std::thread thread_;
 };
 
@@ -369,16 +436,26 @@ std::shared_ptr<Store> open_postgres(const std::string& url, int connections) {
   sql::Dialect d;
   d.name = "postgresql";
   d.migrations = {sql::schema_v1("BIGSERIAL PRIMARY KEY", "BIGINT"),
-                  sql::schema_v2("BIGSERIAL PRIMARY KEY", "BIGINT"), sql::schema_v3("BIGINT"),
-                  sql::schema_v4()};
+                  sql::schema_v2("BIGSERIAL PRIMARY KEY", "BIGINT"),
+                  sql::schema_v3("BIGINT"),
+                  sql::schema_v4(),
+                  sql::schema_v5("BIGSERIAL PRIMARY KEY", "TIMESTAMPTZ NOT NULL DEFAULT now()") +
+                      kDropChangeTriggers,
+                  sql::schema_v6("BIGINT")};
   // Instances starting together take turns at the schema.
   d.migration_lock = "SELECT pg_advisory_xact_lock(7263540117)";
-  d.on_start = kChangeTriggers;
   std::string instance = new_instance_id();
   // Listening before the first read: no write after it goes unheard.
-  d.remote_changes = std::make_shared<PgChanges>(url, instance);
+  auto changes = std::make_shared<PgChanges>(url, instance);
+  d.remote_changes = changes;
+  std::weak_ptr<PgChanges> weak = changes;
+  auto announce = [weak](const std::set<std::string>& notices) {
+    auto c = weak.lock();
+    return c && c->announce(notices);
+  };
   return std::make_shared<sql::SqlStore>(
-      std::move(d), [url, instance] { return std::make_unique<PgConn>(url, instance); },
+      std::move(d),
+      [url, instance, announce] { return std::make_unique<PgConn>(url, instance, announce); },
       connections);
 }
 

@@ -1,72 +1,13 @@
+// The store's operations, written once for both engines (the pool is in
+// SqlPool.cpp, the tables in Schema.cpp).
 #include "store/SqlStore.h"
 
-#include <time.h>
-
 #include <algorithm>
-#include <cstdlib>
+#include <boost/beast/core/detail/base64.hpp>
 #include <future>
 #include <set>
 
 namespace rd::store::sql {
-
-std::int64_t Row::i(std::size_t n) const {
-  if (n >= cols.size() || !cols[n]) return 0;
-  return std::strtoll(cols[n]->c_str(), nullptr, 10);
-}
-
-const std::string& Row::s(std::size_t n) const {
-  static const std::string empty;
-  if (n >= cols.size() || !cols[n]) return empty;
-  return *cols[n];
-}
-
-// ---------------------------------------------------------------- pool
-
-Pool::Pool(std::function<std::unique_ptr<Conn>()> factory, int size)
-    : factory_(std::move(factory)), size_(size < 1 ? 1 : size) {}
-
-Pool::~Pool() = default;
-
-Pool::Lease::~Lease() {
-  if (pool_ && conn_) pool_->put(std::move(conn_));
-}
-
-Pool::Lease Pool::get() {
-  std::unique_lock lock(mu_);
-  cv_.wait(lock, [&] { return !idle_.empty() || open_ < size_; });
-  if (!idle_.empty()) {
-    auto c = std::move(idle_.back());
-    idle_.pop_back();
-    return Lease(*this, std::move(c));
-  }
-  ++open_;
-  lock.unlock();
-  try {
-    return Lease(*this, factory_());
-  } catch (...) {
-    lock.lock();
-    --open_;
-    cv_.notify_one();
-    throw;
-  }
-}
-
-void Pool::resize(int size) {
-  std::lock_guard lock(mu_);
-  size_ = size < 1 ? 1 : size;
-  cv_.notify_all();
-}
-
-void Pool::put(std::unique_ptr<Conn> c) {
-  std::lock_guard lock(mu_);
-  if (c->usable())
-    idle_.push_back(std::move(c));
-  else
-    --open_;  // dropped; a fresh one is opened on demand
-  cv_.notify_one();
-}
-
-// ---------------------------------------------------------------- store
 
 namespace {
 
@@ -136,7 +77,7 @@ SqlStore::SqlStore(Dialect dialect, std::function<std::unique_ptr<Conn>()> facto
 }
 
 template <class F>
-auto SqlStore::write(F&& f, bool single_statement) {
+auto SqlStore::write(F&& f, Kind kind) {
   std::unique_lock<std::mutex> serial;
   if (dialect_.serialize_writes) serial = std::unique_lock(writer_);
   auto c = pool_.get();
@@ -150,8 +91,9 @@ auto SqlStore::write(F&& f, bool single_statement) {
       if (s.on_write_) s.on_write_(std::chrono::steady_clock::now() - start);
     }
   } count{*this};
-  if (single_statement) return f(*c);
+  if (kind == Kind::Single) return f(*c);
   c->begin_write();
+  if (kind == Kind::Shown) c->announce_change();
   try {
     if constexpr (std::is_void_v<decltype(f(*c))>) {
       f(*c);
@@ -182,7 +124,6 @@ void SqlStore::migrate() {
       c.query("DELETE FROM schema_version", {});
       c.query("INSERT INTO schema_version (version) VALUES (?)", {v + 1});
     }
-    if (!dialect_.on_start.empty()) c.exec_script(dialect_.on_start);
   });
 }
 
@@ -203,36 +144,19 @@ Store::ChangeCount SqlStore::change_count() {
   return f.get();
 }
 
-std::chrono::microseconds SqlStore::read_wait() {
-  using namespace std::chrono;
-  auto cpu_now = [] {
-    timespec ts{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-    return nanoseconds(seconds(ts.tv_sec) + nanoseconds(ts.tv_nsec));
-  };
-  ItemQuery q;
-  list_items(q);  // opens a connection and prepares the statement
-  std::vector<nanoseconds> waits;
-  for (int i = 0; i < 9; ++i) {
-    auto wall = steady_clock::now();
-    auto cpu = cpu_now();
-    list_items(q);
-    waits.push_back(std::max(nanoseconds(0), (steady_clock::now() - wall) - (cpu_now() - cpu)));
-  }
-  std::nth_element(waits.begin(), waits.begin() + 4, waits.end());
-  return duration_cast<microseconds>(waits[4]);
-}
-
 bool SqlStore::create_user(const User& u) {
   try {
-    write([&](Conn& c) {
-      c.query(
-          "INSERT INTO users (id, mobile, nickname, password_hash, user_type, old_username, "
-          "needs_new_password, num_score, unread, created_ms, updated_ms) "
-          "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
-          {u.id, u.mobile, u.nickname, u.password_hash, u.user_type, u.old_username,
-           std::int64_t{u.needs_new_password}, u.num_score, u.unread, u.created_ms, u.updated_ms});
-    });
+    write(
+        [&](Conn& c) {
+          c.query(
+              "INSERT INTO users (id, mobile, nickname, password_hash, user_type, old_username, "
+              "needs_new_password, num_score, unread, created_ms, updated_ms) "
+              "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+              {u.id, u.mobile, u.nickname, u.password_hash, u.user_type, u.old_username,
+               std::int64_t{u.needs_new_password}, u.num_score, u.unread, u.created_ms,
+               u.updated_ms});
+        },
+        Kind::Unshown);
     return true;
   } catch (const UniqueViolation&) {
     return false;
@@ -256,22 +180,27 @@ std::optional<User> SqlStore::user_by_mobile(const std::string& mobile) {
 
 void SqlStore::set_password(const std::string& user_id, const std::string& hash,
                             std::int64_t now_ms) {
-  write([&](Conn& c) {
-    c.query(
-        "UPDATE users SET password_hash = ?, needs_new_password = 0, updated_ms = ? WHERE id = ?",
-        {hash, now_ms, user_id});
-  });
+  write(
+      [&](Conn& c) {
+        c.query(
+            "UPDATE users SET password_hash = ?, needs_new_password = 0, updated_ms = ? WHERE id = "
+            "?",
+            {hash, now_ms, user_id});
+      },
+      Kind::Unshown);
 }
 
 bool SqlStore::mark_needs_new_password(const std::string& mobile, const std::string& old_username,
                                        const std::string& user_type) {
-  return write([&](Conn& c) {
-    auto rows = c.query(
-        "UPDATE users SET needs_new_password = 1, old_username = ?, user_type = ? "
-        "WHERE mobile = ? RETURNING id",
-        {old_username, user_type, mobile});
-    return !rows.empty();
-  });
+  return write(
+      [&](Conn& c) {
+        auto rows = c.query(
+            "UPDATE users SET needs_new_password = 1, old_username = ?, user_type = ? "
+            "WHERE mobile = ? RETURNING id",
+            {old_username, user_type, mobile});
+        return !rows.empty();
+      },
+      Kind::Unshown);
 }
 
 void SqlStore::add_device(const std::string& user_id, const std::string& token,
@@ -282,18 +211,20 @@ void SqlStore::add_device(const std::string& user_id, const std::string& token,
     auto rows = c->query("SELECT user_id FROM devices WHERE token = ?", {token});
     if (!rows.empty() && rows[0].s(0) == user_id) return;
   }
-  write([&](Conn& c) {
-    c.query(
-        "INSERT INTO devices (token, user_id, platform, updated_ms) VALUES (?, ?, ?, ?) "
-        "ON CONFLICT (token) DO UPDATE SET user_id = excluded.user_id, "
-        "platform = excluded.platform, updated_ms = excluded.updated_ms",
-        {token, user_id, platform, now_ms});
-    // Every push to the account goes to each of its tokens: the oldest go.
-    c.query(
-        "DELETE FROM devices WHERE user_id = ? AND token NOT IN (SELECT token FROM devices "
-        "WHERE user_id = ? ORDER BY updated_ms DESC, token DESC LIMIT ?)",
-        {user_id, user_id, std::int64_t{kMaxDevicesPerUser}});
-  });
+  write(
+      [&](Conn& c) {
+        c.query(
+            "INSERT INTO devices (token, user_id, platform, updated_ms) VALUES (?, ?, ?, ?) "
+            "ON CONFLICT (token) DO UPDATE SET user_id = excluded.user_id, "
+            "platform = excluded.platform, updated_ms = excluded.updated_ms",
+            {token, user_id, platform, now_ms});
+        // Every push to the account goes to each of its tokens: the oldest go.
+        c.query(
+            "DELETE FROM devices WHERE user_id = ? AND token NOT IN (SELECT token FROM devices "
+            "WHERE user_id = ? ORDER BY updated_ms DESC, token DESC LIMIT ?)",
+            {user_id, user_id, std::int64_t{kMaxDevicesPerUser}});
+      },
+      Kind::Unshown);
 }
 
 std::vector<std::string> SqlStore::device_tokens(const std::string& user_id) {
@@ -311,7 +242,8 @@ void SqlStore::clear_unread(const std::string& user_id) {
     auto rows = c->query("SELECT unread FROM users WHERE id = ?", {user_id});
     if (rows.empty() || rows[0].i(0) == 0) return;
   }
-  write([&](Conn& c) { c.query("UPDATE users SET unread = 0 WHERE id = ?", {user_id}); }, true);
+  write([&](Conn& c) { c.query("UPDATE users SET unread = 0 WHERE id = ?", {user_id}); },
+        Kind::Single);
 }
 
 std::optional<Item> SqlStore::add_item(const Item& in) {
@@ -460,32 +392,89 @@ Vote SqlStore::vote(std::int64_t id, const std::string& user_id, bool like, std:
 }
 
 std::optional<CommentAdded> SqlStore::add_comment(std::int64_t item_id, const std::string& user_id,
-                                                  const std::string& text, std::int64_t now_ms) {
-  return write([&](Conn& c) -> std::optional<CommentAdded> {
-    // Updating the item first locks its row, so it cannot vanish under us.
-    auto owner =
-        c.query("UPDATE items SET num_comments = num_comments + 1 WHERE id = ? RETURNING user_id",
-                {item_id});
-    if (owner.empty()) return std::nullopt;
-    CommentAdded out;
-    out.owner_id = owner[0].s(0);
-    auto ins = c.query(
-        "INSERT INTO comments (item_id, user_id, text, created_ms, updated_ms) "
-        "VALUES (?, ?, ?, ?, ?) RETURNING id",
-        {item_id, user_id, text, now_ms, now_ms});
-    if (ins.empty()) throw Error("insert of a comment returned no id");
-    // A comment on one's own photo is nothing unread.
-    auto unread =
-        out.owner_id == user_id
-            ? c.query("SELECT unread FROM users WHERE id = ?", {out.owner_id})
-            : c.query("UPDATE users SET unread = unread + 1 WHERE id = ? RETURNING unread",
-                      {out.owner_id});
-    out.owner_unread = unread.empty() ? 0 : unread[0].i(0);
-    auto rows = c.query(std::string(kCommentSelect) + " WHERE c.id = ?", {ins[0].i(0)});
-    if (rows.empty()) throw Error("a new comment vanished");
-    out.comment = to_comment(rows[0]);
-    return out;
-  });
+                                                  const std::string& text, std::int64_t now_ms,
+                                                  const CommentPush* push) {
+  try {
+    return write([&](Conn& c) {
+      // The rows everyone's comments update (the item's count, its owner's
+      // unread count) come last: on PostgreSQL their locks are held until the
+      // commit is on the disk. The comment's reference to the item keeps the
+      // item from vanishing meanwhile.
+      auto ins = c.query(
+          "INSERT INTO comments (item_id, user_id, text, created_ms, updated_ms) "
+          "VALUES (?, ?, ?, ?, ?) RETURNING id",
+          {item_id, user_id, text, now_ms, now_ms});
+      if (ins.empty()) throw Error("insert of a comment returned no id");
+      auto rows = c.query(
+          "SELECT c.id, c.item_id, c.user_id, u.nickname, c.text, c.created_ms, c.updated_ms, "
+          "i.user_id FROM comments c JOIN users u ON u.id = c.user_id "
+          "JOIN items i ON i.id = c.item_id WHERE c.id = ?",
+          {ins[0].i(0)});
+      if (rows.empty()) throw Error("a new comment vanished");
+      CommentAdded out;
+      out.comment = to_comment(rows[0]);
+      out.owner_id = rows[0].s(7);
+      // A comment on one's own photo is nothing unread, and pushes nothing.
+      auto unread =
+          out.owner_id == user_id
+              ? c.query("SELECT unread FROM users WHERE id = ?", {out.owner_id})
+              : c.query("UPDATE users SET unread = unread + 1 WHERE id = ? RETURNING unread",
+                        {out.owner_id});
+      out.owner_unread = unread.empty() ? 0 : unread[0].i(0);
+      if (push && out.owner_id != user_id) {
+        std::string payload;
+        for (const auto& r : c.query("SELECT token FROM devices WHERE user_id = ? ORDER BY token",
+                                     {out.owner_id})) {
+          if (push->device && !push->device(r.s(0))) continue;
+          if (payload.empty()) payload = push->payload(out);
+          insert_push(c, r.s(0), payload, push->keep);
+          out.pushed.push_back(r.s(0));
+        }
+      }
+      c.query("UPDATE items SET num_comments = num_comments + 1 WHERE id = ?", {item_id});
+      return std::optional(std::move(out));
+    });
+  } catch (const ForeignKeyViolation&) {
+    return std::nullopt;  // no such item (or user)
+  }
+}
+
+// ---------------------------------------------------------------- pushes
+
+std::int64_t SqlStore::insert_push(Conn& c, const std::string& token, const std::string& payload,
+                                   int keep) {
+  auto ins = c.query("INSERT INTO push_pending (device_token, payload) VALUES (?, ?) RETURNING id",
+                     {token, payload});
+  if (ins.empty()) throw Error("insert of a push returned no id");
+  c.query(
+      "DELETE FROM push_pending WHERE device_token = ? AND id NOT IN (SELECT id FROM "
+      "push_pending WHERE device_token = ? ORDER BY id DESC LIMIT ?)",
+      {token, token, std::int64_t{std::max(keep, 1)}});
+  c.announce_push(token);
+  return ins[0].i(0);
+}
+
+std::int64_t SqlStore::add_push(const std::string& token, const std::string& payload, int keep) {
+  return write([&](Conn& c) { return insert_push(c, token, payload, keep); }, Kind::Unshown);
+}
+
+std::vector<PendingPush> SqlStore::pushes(const std::string& token) {
+  auto c = pool_.get();
+  std::vector<PendingPush> out;
+  for (const auto& r :
+       c->query("SELECT id, payload FROM push_pending WHERE device_token = ? ORDER BY id", {token}))
+    out.push_back({r.i(0), r.s(1)});
+  return out;
+}
+
+void SqlStore::remove_pushes(const std::string& token, const std::vector<std::int64_t>& ids) {
+  if (ids.empty()) return;
+  write(
+      [&](Conn& c) {
+        for (auto id : ids)
+          c.query("DELETE FROM push_pending WHERE device_token = ? AND id = ?", {token, id});
+      },
+      Kind::Unshown);
 }
 
 std::vector<Comment> SqlStore::list_comments(std::int64_t item_id, std::int64_t offset, int limit) {
@@ -533,7 +522,7 @@ Feedback SqlStore::add_feedback(const Feedback& in) {
         if (rows.empty()) throw Error("insert of feedback returned no id");
         return rows[0].i(0);
       },
-      true);
+      Kind::Single);
   return out;
 }
 
@@ -552,111 +541,116 @@ bool SqlStore::feedback_has_voice(const std::string& voice_key) {
   return !c->query("SELECT 1 FROM feedback WHERE voice_key = ? LIMIT 1", {voice_key}).empty();
 }
 
-// ---------------------------------------------------------------- schema
+// ---------------------------------------------------------------- photos
 
-std::string schema_v1(const std::string& id_column, const std::string& integer) {
-  auto sub = [&](std::string s) {
-    for (std::size_t p; (p = s.find("{ID}")) != std::string::npos;) s.replace(p, 4, id_column);
-    for (std::size_t p; (p = s.find("{INT}")) != std::string::npos;) s.replace(p, 5, integer);
-    return s;
-  };
-  return sub(R"(
-CREATE TABLE users (
-  id TEXT PRIMARY KEY,
-  mobile TEXT NOT NULL UNIQUE,
-  nickname TEXT NOT NULL,
-  password_hash TEXT NOT NULL,
-  user_type TEXT NOT NULL DEFAULT 'normal',
-  old_username TEXT NOT NULL DEFAULT '',
-  needs_new_password {INT} NOT NULL DEFAULT 0,
-  num_score {INT} NOT NULL DEFAULT 0,
-  unread {INT} NOT NULL DEFAULT 0,
-  created_ms {INT} NOT NULL,
-  updated_ms {INT} NOT NULL
-);
-CREATE TABLE items (
-  id {ID},
-  user_id TEXT NOT NULL REFERENCES users(id) ON DELETE CASCADE,
-  base_image_url TEXT NOT NULL,
-  description TEXT NOT NULL,
-  num_look_score {INT} NOT NULL,
-  num_like {INT} NOT NULL DEFAULT 0,
-  num_dislike {INT} NOT NULL DEFAULT 0,
-  num_comments {INT} NOT NULL DEFAULT 0,
-  is_enabled_photo {INT} NOT NULL DEFAULT 1,
-  created_ms {INT} NOT NULL,
-  updated_ms {INT} NOT NULL
-);
-CREATE INDEX items_newest ON items (created_ms DESC, id DESC);
-CREATE INDEX items_score ON items (num_look_score DESC, id DESC);
-CREATE INDEX items_owner ON items (user_id, created_ms DESC, id DESC);
-CREATE TABLE comments (
-  id {ID},
-  item_id {INT} NOT NULL REFERENCES items(id) ON DELETE CASCADE,
-  user_id TEXT NOT NULL REFERENCES users(id) ON DELETE CASCADE,
-  text TEXT NOT NULL,
-  created_ms {INT} NOT NULL,
-  updated_ms {INT} NOT NULL
-);
-CREATE INDEX comments_item ON comments (item_id, id DESC);
-CREATE TABLE devices (
-  token TEXT PRIMARY KEY,
-  user_id TEXT NOT NULL REFERENCES users(id) ON DELETE CASCADE,
-  platform TEXT NOT NULL,
-  updated_ms {INT} NOT NULL
-);
-CREATE INDEX devices_user ON devices (user_id);
-)");
+// The bytes are kept as Base64 text, which both engines store alike.
+namespace {
+
+std::string to_text(const std::string& bytes) {
+  std::string out(boost::beast::detail::base64::encoded_size(bytes.size()), '\0');
+  out.resize(boost::beast::detail::base64::encode(out.data(), bytes.data(), bytes.size()));
+  return out;
 }
 
-// Feedback from the settings screen. Not tied to the users table: a message
-// outlives the account that sent it.
-std::string schema_v2(const std::string& id_column, const std::string& integer) {
-  std::string s = R"(
-CREATE TABLE feedback (
-  id {ID},
-  text TEXT NOT NULL,
-  user_id TEXT NOT NULL DEFAULT '',
-  device_token TEXT NOT NULL DEFAULT '',
-  voice_key TEXT NOT NULL DEFAULT '',
-  voice_mime TEXT NOT NULL DEFAULT '',
-  voice_bytes {INT} NOT NULL DEFAULT 0,
-  remote_address TEXT NOT NULL DEFAULT '',
-  created_ms {INT} NOT NULL
-);
-)";
-  for (std::size_t p; (p = s.find("{ID}")) != std::string::npos;) s.replace(p, 4, id_column);
-  for (std::size_t p; (p = s.find("{INT}")) != std::string::npos;) s.replace(p, 5, integer);
-  return s;
+std::string from_text(const std::string& text) {
+  std::string out(boost::beast::detail::base64::decoded_size(text.size()), '\0');
+  out.resize(boost::beast::detail::base64::decode(out.data(), text.data(), text.size()).first);
+  return out;
 }
 
-// Each item's photo key, unique, so that no two items share (and one's
-// removal deletes) a photo; and one vote per user and item.
-std::string schema_v3(const std::string& integer) {
-  std::string s = R"(
-ALTER TABLE items ADD COLUMN photo_key TEXT;
-CREATE UNIQUE INDEX items_photo_key ON items (photo_key);
-CREATE INDEX items_keyless_url ON items (base_image_url) WHERE photo_key IS NULL;
-CREATE TABLE votes (
-  item_id {INT} NOT NULL REFERENCES items(id) ON DELETE CASCADE,
-  user_id TEXT NOT NULL REFERENCES users(id) ON DELETE CASCADE,
-  is_like {INT} NOT NULL,
-  updated_ms {INT} NOT NULL,
-  PRIMARY KEY (item_id, user_id)
-);
-)";
-  for (std::size_t p; (p = s.find("{INT}")) != std::string::npos;) s.replace(p, 5, integer);
-  return s;
+}  // namespace
+
+Store::PhotoPut SqlStore::put_photo(const std::string& key, const std::string& bytes,
+                                    const std::string& block, bool replace, std::int64_t now_s) {
+  try {
+    return write(
+        [&](Conn& c) {
+          // A published photo (no block) is never replaced.
+          if (!c.query("UPDATE photos SET data = ?, bytes = ?, block = ?, at = ?, note = NULL "
+                       "WHERE key = ? AND block IS NOT NULL AND 1 = ? RETURNING key",
+                       {to_text(bytes), std::int64_t(bytes.size()), block, now_s, key,
+                        std::int64_t{replace}})
+                   .empty())
+            return PhotoPut::Replaced;
+          if (c.query("INSERT INTO photos (key, data, bytes, block, at) VALUES (?, ?, ?, ?, ?) "
+                      "ON CONFLICT (key) DO NOTHING RETURNING key",
+                      {key, to_text(bytes), std::int64_t(bytes.size()), block, now_s})
+                  .empty())
+            return PhotoPut::Exists;
+          return PhotoPut::Stored;
+        },
+        Kind::Unshown);
+  } catch (const UniqueViolation&) {
+    return PhotoPut::Exists;
+  }
 }
 
-// A digest of each new item's photo bytes, unique (items from before it have
-// none); and the feedback rows found by their voice note.
-std::string schema_v4() {
-  return R"(
-ALTER TABLE items ADD COLUMN photo_digest TEXT;
-CREATE UNIQUE INDEX items_photo_digest ON items (photo_digest);
-CREATE INDEX feedback_voice ON feedback (voice_key);
-)";
+std::optional<std::string> SqlStore::photo(const std::string& key) {
+  auto c = pool_.get();
+  auto rows = c->query("SELECT data FROM photos WHERE key = ?", {key});
+  if (rows.empty()) return std::nullopt;
+  return from_text(rows[0].s(0));
+}
+
+std::optional<bool> SqlStore::photo_unpublished(const std::string& key) {
+  auto c = pool_.get();
+  auto rows = c->query("SELECT block IS NOT NULL FROM photos WHERE key = ?", {key});
+  if (rows.empty()) return std::nullopt;
+  const auto& v = rows[0].s(0);
+  return v == "1" || v == "t";
+}
+
+bool SqlStore::publish_photo(const std::string& key) {
+  return write(
+      [&](Conn& c) {
+        return !c.query("UPDATE photos SET block = NULL WHERE key = ? RETURNING key", {key})
+                    .empty();
+      },
+      Kind::Single);
+}
+
+bool SqlStore::remove_photo(const std::string& key) {
+  return write(
+      [&](Conn& c) {
+        return !c.query("DELETE FROM photos WHERE key = ? RETURNING key", {key}).empty();
+      },
+      Kind::Single);
+}
+
+std::optional<std::string> SqlStore::photo_note(const std::string& key) {
+  auto c = pool_.get();
+  auto rows = c->query("SELECT note FROM photos WHERE key = ? AND note IS NOT NULL", {key});
+  if (rows.empty()) return std::nullopt;
+  return rows[0].s(0);
+}
+
+void SqlStore::set_photo_note(const std::string& key, const std::string& note) {
+  write(
+      [&](Conn& c) {
+        c.query("UPDATE photos SET note = ? WHERE key = ?", {note, key});
+      },
+      Kind::Single);
+}
+
+std::pair<std::int64_t, std::int64_t> SqlStore::unpublished_photos(const std::string& block) {
+  auto c = pool_.get();
+  auto rows = c->query(
+      "SELECT count(CASE WHEN block = ? THEN 1 END), coalesce(sum(bytes), 0) FROM photos "
+      "WHERE block IS NOT NULL",
+      {block});
+  if (rows.empty()) return {0, 0};
+  return {rows[0].i(0), rows[0].i(1)};
+}
+
+int SqlStore::sweep_photos(std::int64_t before_s) {
+  return write(
+      [&](Conn& c) {
+        return static_cast<int>(
+            c.query("DELETE FROM photos WHERE block IS NOT NULL AND at < ? RETURNING key",
+                    {before_s})
+                .size());
+      },
+      Kind::Single);
 }
 
 // Items published before the keys: the last part of the URL's path is the

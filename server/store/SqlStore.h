@@ -42,6 +42,11 @@ class Conn {
   virtual void begin_write() = 0;
   virtual void commit() = 0;
   virtual void rollback() noexcept = 0;
+  // What the other processes on the database are told once the transaction
+  // under way has committed: that it changed what the feeds show; that a
+  // push was kept for a device. Nothing for an engine no other process shares.
+  virtual void announce_change() {}
+  virtual void announce_push(const std::string& /*device_token*/) {}
   // False once the connection is unusable (it is then dropped from the pool).
   virtual bool usable() const { return true; }
 };
@@ -60,7 +65,6 @@ struct Dialect {
   std::string name;
   std::vector<std::string> migrations;  // applied in order; index + 1 is the schema version
   std::string migration_lock;           // statement run first in the migration transaction
-  std::string on_start;                 // run after the migrations on every start (idempotent)
   bool serialize_writes = false;        // one writer at a time in this process (SQLite)
   // Other processes' writes (PostgreSQL); null when this process is the only writer.
   std::shared_ptr<RemoteChanges> remote_changes;
@@ -123,16 +127,33 @@ class SqlStore : public Store {
   Vote vote(std::int64_t id, const std::string& user_id, bool like, std::int64_t now_ms) override;
 
   std::optional<CommentAdded> add_comment(std::int64_t item_id, const std::string& user_id,
-                                          const std::string& text, std::int64_t now_ms) override;
+                                          const std::string& text, std::int64_t now_ms,
+                                          const CommentPush* push) override;
   std::vector<Comment> list_comments(std::int64_t item_id, std::int64_t offset, int limit) override;
 
   Feedback add_feedback(const Feedback& f) override;
   std::vector<Feedback> list_feedback(std::int64_t offset, int limit) override;
   bool feedback_has_voice(const std::string& voice_key) override;
 
+  std::int64_t add_push(const std::string& device_token, const std::string& payload,
+                        int keep) override;
+  std::vector<PendingPush> pushes(const std::string& device_token) override;
+  void remove_pushes(const std::string& device_token,
+                     const std::vector<std::int64_t>& ids) override;
+
+  PhotoPut put_photo(const std::string& key, const std::string& bytes, const std::string& block,
+                     bool replace, std::int64_t now_s) override;
+  std::optional<std::string> photo(const std::string& key) override;
+  std::optional<bool> photo_unpublished(const std::string& key) override;
+  bool publish_photo(const std::string& key) override;
+  bool remove_photo(const std::string& key) override;
+  std::optional<std::string> photo_note(const std::string& key) override;
+  void set_photo_note(const std::string& key, const std::string& note) override;
+  std::pair<std::int64_t, std::int64_t> unpublished_photos(const std::string& block) override;
+  int sweep_photos(std::int64_t before_s) override;
+
   ChangeCount change_count() override;
   void change_count(std::function<void(ChangeCount)> done) override;
-  std::chrono::microseconds read_wait() override;
   void set_connections(int n) override { pool_.resize(n); }
   std::optional<std::string> problem() override;
   void on_write(std::function<void(std::chrono::nanoseconds)> fn) override {
@@ -140,12 +161,15 @@ class SqlStore : public Store {
   }
 
  private:
+  // How a write runs: in a transaction that the other instances hear of
+  // (it changes what the feeds show) or not, or as a single statement on its
+  // own (atomic by itself, which holds row locks for the shortest time).
+  enum class Kind { Shown, Unshown, Single };
   void migrate();
-  // Runs f(conn) in a write transaction; rolls back when f throws. A single
-  // statement runs on its own (atomic by itself), which holds row locks for
-  // the shortest time.
+  // Runs f(conn) as a write; rolls back when f throws.
   template <class F>
-  auto write(F&& f, bool single_statement = false);
+  auto write(F&& f, Kind kind = Kind::Shown);
+  std::int64_t insert_push(Conn& c, const std::string& token, const std::string& payload, int keep);
   std::optional<Item> item_on(Conn& c, std::int64_t id);
   void backfill_photo_keys(Conn& c);
 

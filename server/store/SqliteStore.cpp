@@ -6,16 +6,10 @@
 #include <filesystem>
 #include <unordered_map>
 
+#include "store/Schema.h"
 #include "store/SqlStore.h"
 
 namespace rd::store {
-
-namespace sql {
-std::string schema_v1(const std::string& id_column, const std::string& integer);
-std::string schema_v2(const std::string& id_column, const std::string& integer);
-std::string schema_v3(const std::string& integer);
-std::string schema_v4();
-}  // namespace sql
 
 namespace {
 
@@ -134,7 +128,11 @@ std::shared_ptr<Store> open_sqlite(const std::string& path, int connections) {
   d.name = "sqlite";
   d.migrations = {sql::schema_v1("INTEGER PRIMARY KEY AUTOINCREMENT", "INTEGER"),
                   sql::schema_v2("INTEGER PRIMARY KEY AUTOINCREMENT", "INTEGER"),
-                  sql::schema_v3("INTEGER"), sql::schema_v4()};
+                  sql::schema_v3("INTEGER"),
+                  sql::schema_v4(),
+                  sql::schema_v5("INTEGER PRIMARY KEY AUTOINCREMENT",
+                                 "INTEGER NOT NULL DEFAULT (strftime('%s','now'))"),
+                  sql::schema_v6("INTEGER")};
   d.serialize_writes = true;
   return std::make_shared<sql::SqlStore>(
       std::move(d), [path] { return std::make_unique<SqliteConn>(path); }, connections);

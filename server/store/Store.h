@@ -114,7 +114,23 @@ struct Vote {
 struct CommentAdded {
   Comment comment;
   std::string owner_id;
-  std::int64_t owner_unread = 0;  // after this comment
+  std::int64_t owner_unread = 0;    // after this comment
+  std::vector<std::string> pushed;  // the owner's devices a push was kept for
+};
+
+// The push a comment sends to the owner of the photo (not for a comment on
+// one's own), kept for each of the owner's devices in the comment's own
+// transaction: a comment is never stored without its push.
+struct CommentPush {
+  std::function<bool(const std::string& device_token)> device;  // whether it can get pushes
+  std::function<std::string(const CommentAdded&)> payload;
+  int keep = 50;  // pending pushes kept per device, the newest
+};
+
+// A payload kept for a device until it acknowledges it (server/push).
+struct PendingPush {
+  std::int64_t id = 0;
+  std::string payload;
 };
 
 class Store {
@@ -164,10 +180,11 @@ class Store {
 
   // --- comments
   // Adds the comment, raises the item's count and the owner's unread count
-  // (not for a comment on one's own photo), all in one transaction. Empty
-  // when the item does not exist.
+  // and keeps `push` for the owner's devices (not for a comment on one's own
+  // photo), all in one transaction. Empty when the item does not exist.
   virtual std::optional<CommentAdded> add_comment(std::int64_t item_id, const std::string& user_id,
-                                                  const std::string& text, std::int64_t now_ms) = 0;
+                                                  const std::string& text, std::int64_t now_ms,
+                                                  const CommentPush* push = nullptr) = 0;
   virtual std::vector<Comment> list_comments(std::int64_t item_id, std::int64_t offset,
                                              int limit) = 0;
 
@@ -178,10 +195,43 @@ class Store {
   // Whether a feedback row names this voice note.
   virtual bool feedback_has_voice(const std::string& voice_key) = 0;
 
+  // --- pending pushes
+  // Keeps `payload` for the device and drops its oldest beyond `keep`.
+  virtual std::int64_t add_push(const std::string& device_token, const std::string& payload,
+                                int keep) = 0;
+  // The device's payloads, oldest first.
+  virtual std::vector<PendingPush> pushes(const std::string& device_token) = 0;
+  // Forgets those of `ids` that are the device's.
+  virtual void remove_pushes(const std::string& device_token,
+                             const std::vector<std::int64_t>& ids) = 0;
+
+  // --- photos of the server's storage kept in the database (several
+  // instances on PostgreSQL serve them all; server/storage/PhotoRows.h)
+  enum class PhotoPut { Stored, Replaced, Exists };
+  // Keeps `bytes` under `key`, as an upload of address block `block` no item
+  // points at yet. An existing photo is replaced only with `replace` and only
+  // while it is unpublished.
+  virtual PhotoPut put_photo(const std::string& key, const std::string& bytes,
+                             const std::string& block, bool replace, std::int64_t now_s) = 0;
+  virtual std::optional<std::string> photo(const std::string& key) = 0;
+  // Empty when there is no such photo; else whether it is unpublished.
+  virtual std::optional<bool> photo_unpublished(const std::string& key) = 0;
+  // An item points at the photo now; false when it is not there.
+  virtual bool publish_photo(const std::string& key) = 0;
+  virtual bool remove_photo(const std::string& key) = 0;
+  virtual std::optional<std::string> photo_note(const std::string& key) = 0;
+  virtual void set_photo_note(const std::string& key, const std::string& note) = 0;
+  // Unpublished uploads: how many of `block`, and their bytes in all.
+  virtual std::pair<std::int64_t, std::int64_t> unpublished_photos(const std::string& block) = 0;
+  // Removes the unpublished uploads kept before `before_s`; returns how many.
+  virtual int sweep_photos(std::int64_t before_s) = 0;
+
   // --- changes, for replies kept in memory (server/api/ReplyCache.h)
   // A count that moves on after every committed write: this process's, and on
-  // PostgreSQL every instance's on the database (heard through LISTEN/NOTIFY).
-  // Every write that had committed when the call began is counted, so a reply
+  // PostgreSQL every other instance's write to what the feeds show (each
+  // instance notifies the others after such a write committed and before it
+  // returns; heard through LISTEN). Every write that had returned when the
+  // call began is counted, so a reply
   // read from the store after a count was taken is current for as long as the
   // count stays the same. On PostgreSQL that takes one round trip, shared by
   // concurrent callers. Empty while the changes cannot be followed (the
@@ -197,10 +247,6 @@ class Store {
   virtual std::optional<std::string> problem() = 0;
 
   // --- sizing
-  // How long a read of the newest feed leaves the calling thread waiting on
-  // the database: its time less the thread's own processor time, the median
-  // of a few reads. The server sizes its worker threads by it.
-  virtual std::chrono::microseconds read_wait() = 0;
   // At most this many connections at once (one per worker thread and a few).
   virtual void set_connections(int n) = 0;
   // Called after every write with its time in the store, set before use. On

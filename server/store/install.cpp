@@ -9,18 +9,17 @@ namespace rd::store {
 
 namespace {
 
-// A request's own processing, about (parsing, the reply, the connection).
-constexpr std::chrono::microseconds kRequestWork{50};
 // Requests one instance has waiting on the database at once, at most: several
 // instances share the database's connection limit.
 constexpr int kMaxWorkers = 32;
 
-// Worker threads for a database whose feed reads keep a thread waiting `wait`.
-int workers_for(std::chrono::microseconds wait, int cores) {
-  // While one request waits on the database, others use the core: a core
-  // keeps busy with 1 + wait / work requests under way.
-  auto per_core = 1 + (wait.count() + kRequestWork.count() / 2) / kRequestWork.count();
-  return static_cast<int>(std::clamp<long long>(cores * per_core, cores, kMaxWorkers));
+// Worker threads by the database's kind: on SQLite a request hardly waits, so
+// one per core keeps them busy; on PostgreSQL each write waits for its commit
+// to reach the disk (and every request for a round trip), and writes that wait
+// side by side share their flushes, so several per core.
+int workers_for(const std::string& engine, int cores) {
+  if (engine == "sqlite") return cores;
+  return std::min(cores * 4, kMaxWorkers);
 }
 
 }  // namespace
@@ -33,11 +32,10 @@ void install(server::Services& s) {
               << s.config.data_dir << "/rongdian.db)\n";
   int workers = s.config.threads;
   if (workers <= 0) {
-    auto wait = s.store->read_wait();
-    workers = workers_for(wait, cores);
+    workers = workers_for(s.store->engine(), cores);
     s.server.set_worker_threads(workers);
-    std::cerr << "rongdian-server: " << workers << " worker threads (" << cores
-              << " cores; a feed read waits " << wait.count() << " us on the database)\n";
+    std::cerr << "rongdian-server: " << workers << " worker threads (" << cores << " cores, "
+              << s.store->engine() << ")\n";
   }
   // One connection per worker thread, and a few for the other subsystems.
   s.store->set_connections(workers + 2);

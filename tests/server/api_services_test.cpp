@@ -16,11 +16,15 @@ using namespace rd;
 namespace {
 
 struct FakeGateway : push::Gateway {
-  std::vector<std::pair<std::vector<std::string>, std::string>> sent;
-  void send(const std::vector<std::string>& tokens, const std::string& payload) override {
-    sent.emplace_back(tokens, payload);
-  }
+  std::vector<std::vector<std::string>> sent;
+  void pushed(const std::vector<std::string>& tokens) override { sent.push_back(tokens); }
 };
+
+// Device tokens of the gateway's form.
+const std::string kPhone =
+    "<11111111 22222222 33333333 44444444 55555555 66666666 77777777 88888888>";
+const std::string kPad =
+    "<aaaaaaaa 22222222 33333333 44444444 55555555 66666666 77777777 88888888>";
 
 // Every URL under /files/ names a stored photo.
 struct FakePhotos : storage::PhotoStore {
@@ -93,8 +97,10 @@ class ApiServices : public ::testing::Test {
 };
 
 TEST_F(ApiServices, ACommentIsPushedToEveryDeviceOfTheOwner) {
-  std::string owner = user("13800139100", "主人", "<11111111 22222222>");
-  call("rd_login_user", {{"mobile", "13800139100"}, {"password", "p"}, {"device_token", "<ipad>"}});
+  std::string owner = user("13800139100", "主人", kPhone.c_str());
+  call("rd_login_user", {{"mobile", "13800139100"}, {"password", "p"}, {"device_token", kPad}});
+  // A token not of the gateway's form gets nothing kept.
+  call("rd_login_user", {{"mobile", "13800139100"}, {"password", "p"}, {"device_token", "<x>"}});
   std::string guest = user("13800139101", "路人甲", nullptr);
   std::string it = item(owner);
   std::string label;
@@ -102,9 +108,11 @@ TEST_F(ApiServices, ACommentIsPushedToEveryDeviceOfTheOwner) {
   EXPECT_EQ(label, "api:rd_add_comments");
   call("rd_add_comments", {{"item_id", it}, {"user_id", guest}, {"comments", "真好看"}});
   ASSERT_EQ(push_->sent.size(), 2u);
-  EXPECT_EQ(push_->sent[0].first, (std::vector<std::string>{"<11111111 22222222>", "<ipad>"}));
-  auto payload = json::parse(push_->sent[1].second);
-  EXPECT_EQ(payload, json::parse(R"({"aps": {"alert": "路人甲 评论了你的照片：真好看",
+  EXPECT_EQ(push_->sent[0], (std::vector<std::string>{kPhone, kPad}));
+  auto kept = services_.store->pushes(kPad);
+  ASSERT_EQ(kept.size(), 2u);
+  EXPECT_EQ(json::parse(kept[1].payload),
+            json::parse(R"({"aps": {"alert": "路人甲 评论了你的照片：真好看",
                                               "badge": 2, "sound": "default"}})"));
 
   // A poster without devices is not pushed to, nor is anyone about his own comment.

@@ -398,14 +398,14 @@ TEST(FeedbackStore, AnOlderDatabaseIsUpgraded) {
   sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
   // Back to the first schema: no feedback, no photo keys, no votes.
-  ASSERT_EQ(
-      sqlite3_exec(db,
-                   "DROP TABLE feedback; DROP TABLE votes; DROP INDEX items_photo_key; "
-                   "DROP INDEX items_keyless_url; ALTER TABLE items DROP COLUMN photo_key; "
-                   "DROP INDEX items_photo_digest; ALTER TABLE items DROP COLUMN photo_digest; "
-                   "UPDATE schema_version SET version = 1",
-                   nullptr, nullptr, nullptr),
-      SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(
+                db,
+                "DROP TABLE feedback; DROP TABLE votes; DROP INDEX items_photo_key; "
+                "DROP INDEX items_keyless_url; ALTER TABLE items DROP COLUMN photo_key; "
+                "DROP INDEX items_photo_digest; ALTER TABLE items DROP COLUMN photo_digest; "
+                "DROP TABLE push_pending; DROP TABLE photos; UPDATE schema_version SET version = 1",
+                nullptr, nullptr, nullptr),
+            SQLITE_OK);
   sqlite3_close(db);
 
   auto store = rd::store::open_store("sqlite:" + path, "", 1);

@@ -1,8 +1,9 @@
 // Push gateway: device tokens, delivery to connected devices, pending
 // payloads for offline ones (bounded, kept across restarts), the socket
-// protocol's refusals, a graceful stop with devices connected, and two
-// instances on one PostgreSQL database delivering to each other's devices.
+// protocol's refusals and a graceful stop with devices connected (two
+// instances delivering to each other's devices: two_instances_test.cpp).
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -19,7 +20,7 @@
 #include "push/DeviceToken.h"
 #include "push/Gateway.h"
 #include "push_testing.h"
-#include "store_testdb.h"
+#include "store/Store.h"
 #include "support/ServerProcess.h"
 
 using rdtest::Device;
@@ -32,8 +33,9 @@ namespace websocket = beast::websocket;
 namespace json = boost::json;
 using tcp = asio::ip::tcp;
 
-// A rongdian-server core with only the push gateway, in this process, so the
-// test can call Gateway::send as the backend does.
+// A rongdian-server core with only the store and the push gateway, in this
+// process, so the test can keep pushes and hand them to the gateway as the
+// backend does.
 class PushServer {
  public:
   PushServer(const std::string& data_dir, const std::string& database = {},
@@ -51,6 +53,7 @@ class PushServer {
     srv_->listen();
     services_ = std::make_unique<rd::server::Services>(
         rd::server::Services{cfg_, router_, metrics_, *srv_, nullptr, nullptr, nullptr, nullptr});
+    services_->store = rd::store::open_store(database, data_dir, 4);
     rd::push::install(*services_);
     thread_ = std::thread([this] { srv_->run(); });
   }
@@ -60,7 +63,11 @@ class PushServer {
     services_.reset();
   }
   unsigned short port() const { return srv_->port(); }
-  rd::push::Gateway& gateway() { return *services_->push; }
+  // Keeps `payload` for each device and tells the gateway.
+  void send(const std::vector<std::string>& tokens, const std::string& payload) {
+    for (const auto& t : tokens) services_->store->add_push(t, payload, cfg_.push_pending_limit);
+    services_->push->pushed(tokens);
+  }
 
  private:
   rd::server::Config cfg_;
@@ -109,15 +116,15 @@ TEST(Push, ConnectedDeviceGetsThePushAndOthersDoNot) {
   EXPECT_TRUE(rd::push::is_device_token(token));
   EXPECT_NE(token, other_token);
 
-  server.gateway().send({token}, comment_payload("好看", 1));
+  server.send({token}, comment_payload("好看", 1));
   auto msg = phone.recv();
   EXPECT_EQ(alert_of(msg), "小明 评论了你的照片：好看");
   EXPECT_EQ(msg.at("push").at("aps").at("badge").as_int64(), 1);
   EXPECT_EQ(msg.at("push").at("aps").at("sound").as_string(), "default");
   phone.ack(msg.at("id"));
 
-  // Tokens that are not this gateway's are ignored; a second push follows in order.
-  server.gateway().send({"", "not a token", token}, comment_payload("第二条", 2));
+  // A second push follows in order.
+  server.send({token}, comment_payload("第二条", 2));
   EXPECT_EQ(alert_of(phone.recv()), "小明 评论了你的照片：第二条");
 
   // The app's hello on reconnecting: register, with the token it keeps. Both
@@ -126,13 +133,13 @@ TEST(Push, ConnectedDeviceGetsThePushAndOthersDoNot) {
   tablet.send({{"register", true}, {"token", token}});
   EXPECT_EQ(tablet.recv().at("device_token").as_string(), token);
   EXPECT_EQ(alert_of(tablet.recv()), "小明 评论了你的照片：第二条");  // still not acknowledged
-  server.gateway().send({token}, comment_payload("第三条", 3));
+  server.send({token}, comment_payload("第三条", 3));
   EXPECT_EQ(alert_of(phone.recv()), "小明 评论了你的照片：第三条");
   auto third = tablet.recv();
   EXPECT_EQ(alert_of(third), "小明 评论了你的照片：第三条");
   tablet.send({{"ack", static_cast<double>(third.at("id").as_int64())}});
   EXPECT_EQ(tablet.recv(), json::value(json::object{{"acked", json::array{third.at("id")}}}));
-  server.gateway().send({other_token}, comment_payload("给别人", 1));
+  server.send({other_token}, comment_payload("给别人", 1));
   EXPECT_EQ(alert_of(other.recv()), "小明 评论了你的照片：给别人");
 }
 
@@ -145,8 +152,7 @@ TEST(Push, OfflineDeviceGetsTheNewestPendingOnReconnect) {
       Device phone(server.port());
       token = phone.register_new();
     }
-    for (int i = 1; i <= 3; ++i)
-      server.gateway().send({token}, comment_payload(std::to_string(i), i));
+    for (int i = 1; i <= 3; ++i) server.send({token}, comment_payload(std::to_string(i), i));
 
     Device phone(server.port());
     phone.present(token);
@@ -162,8 +168,30 @@ TEST(Push, OfflineDeviceGetsTheNewestPendingOnReconnect) {
   auto again = phone.recv();
   EXPECT_EQ(alert_of(again), "小明 评论了你的照片：3");
   phone.ack(json::array{again.at("id")});
-  restarted.gateway().send({token}, comment_payload("4", 4));
+  restarted.send({token}, comment_payload("4", 4));
   EXPECT_EQ(alert_of(phone.recv()), "小明 评论了你的照片：4");
+}
+
+TEST(Push, PendingPushesOfTheEarlierFileMoveIntoTheDatabase) {
+  rdtest::TempDir dir;
+  const std::string token = rd::push::make_device_token();
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open((dir.path() + "/push.sqlite").c_str(), &db), SQLITE_OK);
+  const std::string rows =
+      "CREATE TABLE push_pending (id INTEGER PRIMARY KEY AUTOINCREMENT, device_token TEXT NOT "
+      "NULL, payload TEXT NOT NULL, created_at INTEGER NOT NULL DEFAULT 0);"
+      "INSERT INTO push_pending (device_token, payload) VALUES ('" +
+      token + "', '" + comment_payload("旧一", 1) + "'), ('" + token + "', '" +
+      comment_payload("旧二", 2) + "');";
+  ASSERT_EQ(sqlite3_exec(db, rows.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3_close(db);
+  PushServer server(dir.path());
+  EXPECT_TRUE(std::filesystem::exists(dir.path() + "/push.sqlite.imported"));
+  EXPECT_FALSE(std::filesystem::exists(dir.path() + "/push.sqlite"));
+  Device phone(server.port());
+  phone.present(token);
+  EXPECT_EQ(alert_of(phone.recv()), "小明 评论了你的照片：旧一");
+  EXPECT_EQ(alert_of(phone.recv()), "小明 评论了你的照片：旧二");
 }
 
 TEST(Push, BadMessagesGetAnErrorAndTheConnectionStays) {
@@ -194,40 +222,6 @@ TEST(Push, ServerStopsGracefullyWithDevicesConnected) {
   reader.join();
   EXPECT_TRUE(last.is_null());
   EXPECT_EQ(phone.last_error, websocket::error::closed);
-}
-
-// ---------------------------------------------------------------- PostgreSQL
-
-TEST(PushPostgres, TwoInstancesDeliverToEachOthersDevices) {
-  rdtest::TestDatabase db("postgresql");
-  RD_REQUIRE_DATABASE(db);
-  rdtest::TempDir dir_a, dir_b;
-  PushServer a(dir_a.path(), db.url()), b(dir_b.path(), db.url());
-
-  // Connected to A, sent through B.
-  Device phone(a.port());
-  std::string token = phone.register_new();
-  b.gateway().send({token}, comment_payload("跨实例", 1));
-  auto msg = phone.recv();
-  EXPECT_EQ(alert_of(msg), "小明 评论了你的照片：跨实例");
-  phone.ack(msg.at("id"));
-
-  // Offline: sent through A, picked up at B.
-  std::string away;
-  {
-    Device tablet(a.port());
-    away = tablet.register_new();
-  }
-  a.gateway().send({away}, comment_payload("离线", 2));
-  Device tablet(b.port());
-  tablet.present(away);
-  EXPECT_EQ(alert_of(tablet.recv()), "小明 评论了你的照片：离线");
-
-  // The acknowledged push is not delivered again.
-  Device phone_again(b.port());
-  phone_again.present(token);
-  b.gateway().send({token}, comment_payload("之后", 3));
-  EXPECT_EQ(alert_of(phone_again.recv()), "小明 评论了你的照片：之后");
 }
 
 }  // namespace

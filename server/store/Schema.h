@@ -1,0 +1,16 @@
+// The tables of the store, as migrations written once for both engines: each
+// takes the engine's words for an id column, an integer and the like.
+#pragma once
+
+#include <string>
+
+namespace rd::store::sql {
+
+std::string schema_v1(const std::string& id_column, const std::string& integer);
+std::string schema_v2(const std::string& id_column, const std::string& integer);
+std::string schema_v3(const std::string& integer);
+std::string schema_v4();
+std::string schema_v5(const std::string& id_column, const std::string& created);
+std::string schema_v6(const std::string& integer);
+
+}  // namespace rd::store::sql

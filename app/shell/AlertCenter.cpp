@@ -4,17 +4,12 @@
 #include <QThread>
 #include <QVariantMap>
 
+#include "MainThread.h"
+
 AlertCenter::AlertCenter(QObject* parent) : QObject(parent) {}
 
 AlertCenter* AlertCenter::instance() {
-  static AlertCenter* centre = [] {
-    auto* c = new AlertCenter;
-    if (auto* app = QCoreApplication::instance()) {
-      c->moveToThread(app->thread());
-      c->setParent(app);
-    }
-    return c;
-  }();
+  static AlertCenter* centre = newOnMainThread<AlertCenter>();
   return centre;
 }
 

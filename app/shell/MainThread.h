@@ -17,3 +17,15 @@ inline void runOnMainThread(std::function<void()> fn) {
   }
   QMetaObject::invokeMethod(app, std::move(fn), Qt::QueuedConnection);
 }
+
+// A new T on the main thread, owned by the application object when there is
+// one: how the app-wide objects any thread may call are made.
+template <typename T>
+T* newOnMainThread() {
+  auto* object = new T;
+  if (QCoreApplication* app = QCoreApplication::instance()) {
+    object->moveToThread(app->thread());
+    object->setParent(app);
+  }
+  return object;
+}

@@ -3,20 +3,15 @@
 #include <QCoreApplication>
 #include <QThread>
 
+#include "MainThread.h"
+
 MessageBar::MessageBar(QObject* parent) : QObject(parent) {
   hideTimer_.setSingleShot(true);
   connect(&hideTimer_, &QTimer::timeout, this, &MessageBar::hide);
 }
 
 MessageBar* MessageBar::instance() {
-  static MessageBar* bar = [] {
-    auto* b = new MessageBar;
-    if (auto* app = QCoreApplication::instance()) {
-      b->moveToThread(app->thread());
-      b->setParent(app);
-    }
-    return b;
-  }();
+  static MessageBar* bar = newOnMainThread<MessageBar>();
   return bar;
 }
 

@@ -4,6 +4,8 @@
 #include <QThread>
 #include <algorithm>
 
+#include "MainThread.h"
+
 const QString ProgressHud::kNetworkErrorText = QStringLiteral("网络环境差，请稍候再试！：）");
 
 ProgressHud::ProgressHud(QObject* parent) : QObject(parent) {
@@ -12,14 +14,7 @@ ProgressHud::ProgressHud(QObject* parent) : QObject(parent) {
 }
 
 ProgressHud* ProgressHud::instance() {
-  static ProgressHud* hud = [] {
-    auto* h = new ProgressHud;
-    if (auto* app = QCoreApplication::instance()) {
-      h->moveToThread(app->thread());
-      h->setParent(app);
-    }
-    return h;
-  }();
+  static ProgressHud* hud = newOnMainThread<ProgressHud>();
   return hud;
 }
 

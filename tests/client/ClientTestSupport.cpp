@@ -4,6 +4,7 @@
 #include <QSettings>
 #include <QTcpServer>
 
+#include "service/Endpoints.h"
 #include "shell/MessageBar.h"
 
 namespace clienttest {
@@ -52,5 +53,13 @@ void clearSettings() {
   s.clear();
   s.sync();
 }
+
+void RealServerTest::SetUp() {
+  ASSERT_TRUE(server.ok()) << server.startup_output();
+  clearSettings();
+  Endpoints::setServerUrl(QString::fromStdString(server.url()));
+}
+
+void RealServerTest::TearDown() { Endpoints::reset(); }
 
 }  // namespace clienttest

@@ -2,6 +2,8 @@
 // message bar, a dead port, empty preferences.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -9,6 +11,7 @@
 
 #include "shell/ProgressHud.h"
 #include "support/FakeHttpServer.h"
+#include "support/ServerProcess.h"
 #include "support/Wait.h"
 
 namespace clienttest {
@@ -46,5 +49,16 @@ class HudRecorder {
 
 // Empties the app's preferences (a throw-away location set up by main).
 void clearSettings();
+
+// A real rongdian-server (started with `args`) that the app's clients talk
+// to, with empty preferences.
+class RealServerTest : public ::testing::Test {
+ protected:
+  explicit RealServerTest(std::vector<std::string> args = {}) : server(std::move(args)) {}
+  void SetUp() override;
+  void TearDown() override;
+
+  rdtest::ServerProcess server;
+};
 
 }  // namespace clienttest

@@ -36,15 +36,8 @@ QByteArray silentWav() {
   return "RIFF" + le(body.size(), 4) + body;
 }
 
-class Feedback : public ::testing::Test {
+class Feedback : public RealServerTest {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(server.ok()) << server.startup_output();
-    clearSettings();
-    Endpoints::setServerUrl(QString::fromStdString(server.url()));
-  }
-  void TearDown() override { Endpoints::reset(); }
-
   FeedbackClient::Result send(const QString& text, const QString& voice = {}) {
     std::optional<FeedbackClient::Result> out;
     FeedbackClient::send(text, voice, [&](const FeedbackClient::Result& r) { out = r; });
@@ -66,7 +59,6 @@ class Feedback : public ::testing::Test {
     return f.fileName();
   }
 
-  rdtest::ServerProcess server;
   QTemporaryDir dir;
 };
 

@@ -38,14 +38,10 @@ std::optional<T> await(Start start, int timeoutMs = 20000) {
   return out;
 }
 
-class Protocol : public ::testing::Test {
+class Protocol : public RealServerTest {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(server.ok()) << server.startup_output();
-    clearSettings();
-    Endpoints::setServerUrl(QString::fromStdString(server.url()));
-  }
-  void TearDown() override { Endpoints::reset(); }
+  // The scores published here are made up: taken as claimed.
+  Protocol() : RealServerTest({"--trust-claimed-scores"}) {}
 
   bool logIn(const QString& mobile, const QString& password) {
     return await<bool>([&](auto cb) {
@@ -100,8 +96,6 @@ class Protocol : public ::testing::Test {
   }
   int photos_ = 0;
 
-  // The scores published here are made up: taken as claimed.
-  rdtest::ServerProcess server{{"--trust-claimed-scores"}};
   HudRecorder hud;
 };
 

@@ -8,8 +8,8 @@
 #include <cmath>
 
 #include "face/FaceScoring.h"
-#include "scoring/FaceScoringCore.h"
 #include "face/Ka_Json.h"
+#include "scoring/FaceScoringCore.h"
 
 namespace {
 
@@ -19,11 +19,10 @@ QJsonObject pt(double x, double y) { return QJsonObject{{"x", x}, {"y", y}}; }
 QJsonObject exampleFace() {
   return QJsonObject{
       {"face_id", "f1"},
-      {"attribute",
-       QJsonObject{{"age", QJsonObject{{"value", 25}, {"range", 5}}},
-                   {"gender", QJsonObject{{"value", "Female"}, {"confidence", 99.9}}},
-                   {"race", QJsonObject{{"value", "Asian"}}},
-                   {"smiling", QJsonObject{{"value", 50}}}}},
+      {"attribute", QJsonObject{{"age", QJsonObject{{"value", 25}, {"range", 5}}},
+                                {"gender", QJsonObject{{"value", "Female"}, {"confidence", 99.9}}},
+                                {"race", QJsonObject{{"value", "Asian"}}},
+                                {"smiling", QJsonObject{{"value", 50}}}}},
       {"position", QJsonObject{{"center", pt(50, 50)},
                                {"eye_left", pt(35, 40)},
                                {"eye_right", pt(65, 40)},
@@ -34,7 +33,9 @@ QJsonObject exampleFace() {
                                {"height", 60}}}};
 }
 
-FaceScore score(const QJsonObject& face) { return FaceScoring::refresh(*Ka_Json::jsonToFaceInfo(face)); }
+FaceScore score(const QJsonObject& face) {
+  return FaceScoring::refresh(*Ka_Json::jsonToFaceInfo(face));
+}
 
 QJsonObject withPosition(QJsonObject face, const QString& key, const QJsonValue& v) {
   QJsonObject pos = face["position"].toObject();
@@ -100,7 +101,8 @@ TEST(Scoring, InputsThatMustNotMatter) {
 }
 
 TEST(Scoring, IdealFeatureAndOffTheChart) {
-  // Eye x equal to 0.527 × width (52.7 for width 100, where the doubles agree exactly) hits the ideal.
+  // Eye x equal to 0.527 × width (52.7 for width 100, where the doubles agree exactly) hits the
+  // ideal.
   const FaceScore s =
       score(withPosition(withPosition(exampleFace(), "width", 100), "eye_left", pt(52.7, 40)));
   EXPECT_EQ(s.eyePoint, 1.0);
@@ -159,9 +161,9 @@ TEST(Presentation, AttributeLinesAndChart) {
   EXPECT_EQ(FaceScoring::sexLine(*face), "性别：女");
   EXPECT_EQ(FaceScoring::smileLine(*face), "微笑程度：50");
 
-  const FaceInfoPtr male = Ka_Json::jsonToFaceInfo(withAttribute(
-      withAttribute(exampleFace(), "gender", QJsonObject{{"value", "female"}}), "smiling",
-      QJsonObject{{"value", 87.9}}));
+  const FaceInfoPtr male = Ka_Json::jsonToFaceInfo(
+      withAttribute(withAttribute(exampleFace(), "gender", QJsonObject{{"value", "female"}}),
+                    "smiling", QJsonObject{{"value", 87.9}}));
   EXPECT_EQ(FaceScoring::sexLine(*male), "性别：男");  // only the exact "Female" is 女
   EXPECT_EQ(FaceScoring::smileLine(*male), "微笑程度：87");
 

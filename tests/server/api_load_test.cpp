@@ -8,6 +8,7 @@
 
 #include "api/Guards.h"
 #include "api_testing.h"
+#include "raw_testing.h"
 #include "store/Store.h"
 
 namespace json = boost::json;
@@ -126,17 +127,19 @@ TEST(ApiStop, SigtermFinishesRequestsInFlight) {
   ApiServer s("sqlite", {"--auth-rate-address", "0", "--threads", "2"});
   RD_REQUIRE_SERVER(s);
   constexpr int kClients = 6;
+  const auto body = [](int i) {
+    return json::object{
+        {"mobile", "1380013920" + std::to_string(i)}, {"password", "p"}, {"nickname", "晚到"}};
+  };
   std::vector<rdtest::ApiReply> replies(kClients);
   std::vector<std::thread> clients;
   for (int i = 0; i < kClients; ++i)
-    clients.emplace_back([&, i] {
-      replies[i] = s.call(
-          "rd_register_user",
-          {{"mobile", "1380013920" + std::to_string(i)}, {"password", "p"}, {"nickname", "晚到"}});
-    });
-  // The clients' requests reach the server (which says nothing until it
-  // answers; a sign-up takes far longer than this).
-  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    clients.emplace_back([&, i] { replies[i] = s.call("rd_register_user", body(i)); });
+  // Every client's request has reached the server: their bodies are held in
+  // its memory until answered (a sign-up takes far longer than the wait).
+  const double held = kClients * double(json::serialize(body(0)).size());
+  EXPECT_TRUE(rdtest::wait_until(
+      [&] { return rdtest::metric(s.process().port(), "rongdian_body_bytes_in_memory") >= held; }));
   EXPECT_EQ(s.process().stop(), 0);
   for (auto& t : clients) t.join();
   for (int i = 0; i < kClients; ++i) {

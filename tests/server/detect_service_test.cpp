@@ -5,7 +5,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "TestFiles.h"
+#include "engine/TestFiles.h"
 #include "server/storage_testing.h"
 #include "support/ServerProcess.h"
 

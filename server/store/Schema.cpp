@@ -194,6 +194,8 @@ BEGIN
     FROM items i JOIN users u ON u.id = i.user_id WHERE i.id = p_item;
 END $$;
 
+-- The item's count is left to the caller, to update with the COMMIT: that row
+-- takes every comment on the photo and stays locked until the commit.
 CREATE OR REPLACE FUNCTION rongdian_comment(p_item BIGINT, p_user TEXT, p_text TEXT, p_now BIGINT)
 RETURNS TABLE (id BIGINT, item_id BIGINT, user_id TEXT, nickname TEXT, text TEXT,
   created_ms BIGINT, updated_ms BIGINT, owner TEXT, unread BIGINT, token TEXT)
@@ -214,7 +216,6 @@ BEGIN
     UPDATE users SET unread = users.unread + 1 WHERE users.id = owner_id
       RETURNING users.unread INTO owner_unread;
   END IF;
-  UPDATE items SET num_comments = items.num_comments + 1 WHERE items.id = p_item;
   -- One row per device of the owner's that may get a push (none for his own).
   RETURN QUERY SELECT c.id, c.item_id, c.user_id, u.nickname, c.text, c.created_ms,
       c.updated_ms, owner_id, COALESCE(owner_unread, 0), d.token

@@ -470,8 +470,8 @@ std::optional<CommentAdded> SqlStore::add_comment(std::int64_t item_id, const st
 }
 
 // The same in two round trips: the BEGIN with the function, which writes
-// the comment and its counts and names the owner's devices (a row each);
-// the pushes with the COMMIT.
+// the comment and the owner's unread count and names his devices (a row
+// each); the pushes and the item's count with the COMMIT.
 std::optional<CommentAdded> SqlStore::comment_by_function(std::int64_t item_id,
                                                           const std::string& user_id,
                                                           const std::string& text,
@@ -495,6 +495,7 @@ std::optional<CommentAdded> SqlStore::comment_by_function(std::int64_t item_id,
           out.pushed.push_back(r.s(9));
         }
       }
+      c.defer("UPDATE items SET num_comments = num_comments + 1 WHERE id = ?", {item_id});
       return std::optional(std::move(out));
     });
   } catch (const ForeignKeyViolation&) {

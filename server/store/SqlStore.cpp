@@ -451,17 +451,12 @@ std::optional<CommentAdded> SqlStore::add_comment(std::int64_t item_id, const st
               : c.query("UPDATE users SET unread = unread + 1 WHERE id = ? RETURNING unread",
                         {out.owner_id});
       out.owner_unread = unread.empty() ? 0 : unread[0].i(0);
-      if (push && out.owner_id != user_id) {
-        std::string payload;
-        for (const auto& r : c.query("SELECT token FROM devices WHERE user_id = ? ORDER BY token",
-                                     {out.owner_id})) {
-          if (push->device && !push->device(r.s(0))) continue;
-          if (payload.empty()) payload = push->payload(out);
-          insert_push(c, r.s(0), payload, push->keep);
-          out.pushed.push_back(r.s(0));
-        }
-      }
-      c.query("UPDATE items SET num_comments = num_comments + 1 WHERE id = ?", {item_id});
+      std::vector<std::string> devices;
+      if (push && out.owner_id != user_id)
+        for (const auto& r :
+             c.query("SELECT token FROM devices WHERE user_id = ? ORDER BY token", {out.owner_id}))
+          devices.push_back(r.s(0));
+      finish_comment(c, out, item_id, push, devices);
       return std::optional(std::move(out));
     });
   } catch (const ForeignKeyViolation&) {
@@ -486,16 +481,10 @@ std::optional<CommentAdded> SqlStore::comment_by_function(std::int64_t item_id,
       out.comment = to_comment(rows[0]);
       out.owner_id = rows[0].s(7);
       out.owner_unread = rows[0].i(8);
-      if (push) {
-        std::string payload;
-        for (const auto& r : rows) {
-          if (!r.cols[9] || (push->device && !push->device(r.s(9)))) continue;
-          if (payload.empty()) payload = push->payload(out);
-          defer_push(c, r.s(9), payload, push->keep);
-          out.pushed.push_back(r.s(9));
-        }
-      }
-      c.defer("UPDATE items SET num_comments = num_comments + 1 WHERE id = ?", {item_id});
+      std::vector<std::string> devices;
+      for (const auto& r : rows)
+        if (r.cols[9]) devices.push_back(r.s(9));
+      finish_comment(c, out, item_id, push, devices);
       return std::optional(std::move(out));
     });
   } catch (const ForeignKeyViolation&) {
@@ -505,10 +494,20 @@ std::optional<CommentAdded> SqlStore::comment_by_function(std::int64_t item_id,
 
 // ---------------------------------------------------------------- pushes
 
-void SqlStore::defer_push(Conn& c, const std::string& token, const std::string& payload, int keep) {
-  c.defer("INSERT INTO push_pending (device_token, payload) VALUES (?, ?)", {token, payload});
-  c.defer(kTrimPushes, {token, token, std::int64_t{std::max(keep, 1)}});
-  c.announce_push(token);
+// A comment's last writes, which need no answer: its push kept for each of
+// the owner's devices that may get one, and its count on the item.
+void SqlStore::finish_comment(Conn& c, CommentAdded& out, std::int64_t item_id,
+                              const CommentPush* push, const std::vector<std::string>& devices) {
+  std::string payload;
+  for (const auto& token : devices) {
+    if (!push || (push->device && !push->device(token))) continue;
+    if (payload.empty()) payload = push->payload(out);
+    c.defer("INSERT INTO push_pending (device_token, payload) VALUES (?, ?)", {token, payload});
+    c.defer(kTrimPushes, {token, token, std::int64_t{std::max(push->keep, 1)}});
+    c.announce_push(token);
+    out.pushed.push_back(token);
+  }
+  c.defer("UPDATE items SET num_comments = num_comments + 1 WHERE id = ?", {item_id});
 }
 
 std::int64_t SqlStore::insert_push(Conn& c, const std::string& token, const std::string& payload,

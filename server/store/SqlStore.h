@@ -181,7 +181,8 @@ class SqlStore : public Store {
   template <class F>
   auto write(F&& f, Kind kind = Kind::Shown);
   std::int64_t insert_push(Conn& c, const std::string& token, const std::string& payload, int keep);
-  void defer_push(Conn& c, const std::string& token, const std::string& payload, int keep);
+  void finish_comment(Conn& c, CommentAdded& out, std::int64_t item_id, const CommentPush* push,
+                      const std::vector<std::string>& devices);
   Vote vote_by_function(std::int64_t id, const std::string& user_id, bool like,
                         std::int64_t now_ms);
   std::optional<CommentAdded> comment_by_function(std::int64_t item_id, const std::string& user_id,

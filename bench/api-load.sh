@@ -32,9 +32,11 @@ cleanup() {
 }
 trap cleanup EXIT
 
+# Below the kernel's ephemeral ports, which the servers (listening on port 0)
+# and every client connection take from.
 free_port() {
   while :; do
-    local p=$((20000 + RANDOM % 30000))
+    local p=$((20000 + RANDOM % 12000))
     ss -Hltn "sport = :$p" 2>/dev/null | grep -q . || { echo "$p"; return; }
   done
 }

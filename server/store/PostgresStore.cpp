@@ -91,25 +91,92 @@ class PgConn : public sql::Conn {
 
   ~PgConn() override { PQfinish(conn_); }
 
-  bool usable() const override { return PQstatus(conn_) == CONNECTION_OK; }
+  bool usable() const override {
+    return PQstatus(conn_) == CONNECTION_OK && PQpipelineStatus(conn_) == PQ_PIPELINE_OFF;
+  }
 
   std::vector<sql::Row> query(const std::string& text,
                               const std::vector<sql::Param>& params) override {
-    const std::string& name = prepare(text);
-    std::vector<std::string> texts(params.size());
-    std::vector<const char*> values(params.size(), nullptr);
-    for (std::size_t i = 0; i < params.size(); ++i) {
-      if (auto* n = std::get_if<std::int64_t>(&params[i])) {
-        texts[i] = std::to_string(*n);
-        values[i] = texts[i].c_str();
-      } else if (auto* s = std::get_if<std::string>(&params[i])) {
-        values[i] = s->c_str();
+    queued_.push_back({text, params});
+    return send_queued();
+  }
+
+  void defer(const std::string& text, const std::vector<sql::Param>& params) override {
+    queued_.push_back({text, params});
+  }
+
+  void exec_script(const std::string& text) override {
+    if (!queued_.empty()) send_queued();
+    PGresult* res = PQexec(conn_, text.c_str());
+    Result guard{res};
+    check(res, "statement");
+  }
+
+  // The BEGIN goes with the transaction's first statement.
+  void begin_write() override {
+    notices_.clear();
+    queued_.push_back({"BEGIN", {}});
+  }
+
+  // The write waits for its commit to reach the disk, side by side with the
+  // others (they share flushes). Its notifications follow in a transaction of
+  // their own, once the write has committed: a notifying commit holds
+  // PostgreSQL's one notification lock until it is over, so that one waits
+  // for no flush (the write is durable already; the notifications are for
+  // listeners now and nobody after a crash), and it carries the
+  // notifications of the writes that committed meanwhile.
+  void commit() override {
+    queued_.push_back({"COMMIT", {}});
+    send_queued();
+    tell();
+  }
+
+  void tell() override {
+    if (notices_.empty()) return;
+    std::set<std::string> notices;
+    notices.swap(notices_);
+    if (announce_ && announce_(notices)) return;
+    exec_script(notify_transaction(notices));
+  }
+
+  void rollback() noexcept override {
+    notices_.clear();
+    queued_.clear();
+    if (PQtransactionStatus(conn_) != PQTRANS_IDLE) PQclear(PQexec(conn_, "ROLLBACK"));
+  }
+
+  void announce_change() override { notify(kChangesChannel, instance_); }
+  void announce_push(const std::string& token) override { notify(kPushChannel, token); }
+
+ private:
+  struct Result {
+    PGresult* r;
+    ~Result() { PQclear(r); }
+  };
+
+  struct Statement {
+    std::string text;
+    std::vector<sql::Param> params;
+  };
+
+  // The parameters as libpq takes them.
+  struct Args {
+    std::vector<std::string> texts;
+    std::vector<const char*> values;
+    explicit Args(const std::vector<sql::Param>& params)
+        : texts(params.size()), values(params.size(), nullptr) {
+      for (std::size_t i = 0; i < params.size(); ++i) {
+        if (auto* n = std::get_if<std::int64_t>(&params[i])) {
+          texts[i] = std::to_string(*n);
+          values[i] = texts[i].c_str();
+        } else if (auto* s = std::get_if<std::string>(&params[i])) {
+          values[i] = s->c_str();
+        }
       }
     }
-    PGresult* res = PQexecPrepared(conn_, name.c_str(), static_cast<int>(params.size()),
-                                   values.data(), nullptr, nullptr, 0);
-    Result guard{res};
-    check(res, "query");
+  };
+
+  static std::vector<sql::Row> rows_of(PGresult* res) {
     std::vector<sql::Row> rows;
     int n = PQntuples(res), cols = PQnfields(res);
     rows.reserve(static_cast<std::size_t>(n));
@@ -128,46 +195,58 @@ class PgConn : public sql::Conn {
     return rows;
   }
 
-  void exec_script(const std::string& text) override {
-    PGresult* res = PQexec(conn_, text.c_str());
-    Result guard{res};
-    check(res, "statement");
+  // Sends the queued statements in one round trip (a pipeline when there
+  // are several) and returns the last one's rows; throws the first error,
+  // after which the others were not run.
+  std::vector<sql::Row> send_queued() {
+    std::vector<Statement> batch;
+    batch.swap(queued_);
+    std::vector<const std::string*> names;
+    for (const auto& st : batch) names.push_back(&prepare(st.text));
+    if (batch.size() == 1) {
+      Args a(batch[0].params);
+      PGresult* res = PQexecPrepared(conn_, names[0]->c_str(), static_cast<int>(a.values.size()),
+                                     a.values.data(), nullptr, nullptr, 0);
+      Result guard{res};
+      check(res, "query");
+      return rows_of(res);
+    }
+    if (!PQenterPipelineMode(conn_)) check(nullptr, "pipeline");
+    struct Leave {
+      PGconn* c;
+      ~Leave() { PQexitPipelineMode(c); }
+    } leave{conn_};
+    for (std::size_t i = 0; i < batch.size(); ++i) {
+      Args a(batch[i].params);
+      if (!PQsendQueryPrepared(conn_, names[i]->c_str(), static_cast<int>(a.values.size()),
+                               a.values.data(), nullptr, nullptr, 0))
+        check(nullptr, "query");
+    }
+    if (!PQpipelineSync(conn_)) check(nullptr, "pipeline");
+    // Each statement's result ends with a null one; the sync's comes last.
+    std::exception_ptr failed;
+    std::vector<sql::Row> rows;
+    for (std::size_t ended = 0;;) {
+      PGresult* res = PQgetResult(conn_);
+      if (!res) {
+        if (++ended > batch.size()) break;  // the connection is gone
+        continue;
+      }
+      Result guard{res};
+      auto st = PQresultStatus(res);
+      if (st == PGRES_PIPELINE_SYNC) break;
+      if (st == PGRES_PIPELINE_ABORTED) continue;
+      try {
+        check(res, "query");
+      } catch (...) {
+        if (!failed) failed = std::current_exception();
+      }
+      if (ended + 1 == batch.size() && st == PGRES_TUPLES_OK) rows = rows_of(res);
+    }
+    if (failed) std::rethrow_exception(failed);
+    if (PQstatus(conn_) != CONNECTION_OK) check(nullptr, "query");
+    return rows;
   }
-
-  void begin_write() override {
-    notices_.clear();
-    exec_script("BEGIN");
-  }
-
-  // The write waits for its commit to reach the disk, side by side with the
-  // others (they share flushes). Its notifications follow in a transaction of
-  // their own, once the write has committed: a notifying commit holds
-  // PostgreSQL's one notification lock until it is over, so that one waits
-  // for no flush (the write is durable already; the notifications are for
-  // listeners now and nobody after a crash), and it carries the
-  // notifications of the writes that committed meanwhile.
-  void commit() override {
-    exec_script("COMMIT");
-    if (notices_.empty()) return;
-    std::set<std::string> notices;
-    notices.swap(notices_);
-    if (announce_ && announce_(notices)) return;
-    exec_script(notify_transaction(notices));
-  }
-
-  void rollback() noexcept override {
-    notices_.clear();
-    if (PQtransactionStatus(conn_) != PQTRANS_IDLE) PQclear(PQexec(conn_, "ROLLBACK"));
-  }
-
-  void announce_change() override { notify(kChangesChannel, instance_); }
-  void announce_push(const std::string& token) override { notify(kPushChannel, token); }
-
- private:
-  struct Result {
-    PGresult* r;
-    ~Result() { PQclear(r); }
-  };
 
   void notify(const char* channel, const std::string& payload) {
     char* quoted = PQescapeLiteral(conn_, payload.data(), payload.size());
@@ -203,6 +282,7 @@ class PgConn : public sql::Conn {
   const std::string instance_;
   const Announce announce_;
   std::set<std::string> notices_;  // pg_notify calls for after the COMMIT
+  std::vector<Statement> queued_;  // sent with the next statement that needs an answer
   std::unordered_map<std::string, std::string> names_;
 };
 
@@ -441,7 +521,9 @@ std::shared_ptr<Store> open_postgres(const std::string& url, int connections) {
                   sql::schema_v4(),
                   sql::schema_v5("BIGSERIAL PRIMARY KEY", "TIMESTAMPTZ NOT NULL DEFAULT now()") +
                       kDropChangeTriggers,
-                  sql::schema_v6("BIGINT")};
+                  sql::schema_v6("BIGINT"),
+                  sql::schema_v7_functions()};
+  d.functions = true;
   // Instances starting together take turns at the schema.
   d.migration_lock = "SELECT pg_advisory_xact_lock(7263540117)";
   std::string instance = new_instance_id();

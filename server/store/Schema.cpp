@@ -140,4 +140,90 @@ CREATE INDEX photos_unpublished ON photos (block, at) WHERE block IS NOT NULL;
                       "", integer);
 }
 
+// PostgreSQL's functions for the busiest writes, each run as one statement
+// (one round trip, atomic by itself). Each statement inside sees what
+// committed before it, as the same statements sent one by one would.
+std::string schema_v7_functions() {
+  return R"(
+CREATE OR REPLACE FUNCTION rongdian_vote(p_item BIGINT, p_user TEXT, p_like BIGINT, p_now BIGINT)
+RETURNS TABLE (result BIGINT, id BIGINT, user_id TEXT, nickname TEXT, base_image_url TEXT,
+  description TEXT, num_look_score BIGINT, num_like BIGINT, num_dislike BIGINT,
+  num_comments BIGINT, is_enabled_photo BIGINT, created_ms BIGINT, updated_ms BIGINT)
+LANGUAGE plpgsql AS $$
+#variable_conflict use_column
+DECLARE
+  had BIGINT;
+  step BIGINT := 0;
+BEGIN
+  -- Most repeats are answered by this read alone, without taking any lock.
+  SELECT v.is_like INTO had FROM items i
+    LEFT JOIN votes v ON v.item_id = i.id AND v.user_id = p_user WHERE i.id = p_item;
+  IF NOT FOUND THEN
+    RETURN;
+  END IF;
+  IF had = p_like THEN
+    result := 2;
+    RETURN NEXT;
+    RETURN;
+  END IF;
+  -- The vote row decides, under its own lock (see SqlStore::vote).
+  INSERT INTO votes (item_id, user_id, is_like, updated_ms) VALUES (p_item, p_user, p_like, p_now)
+    ON CONFLICT (item_id, user_id) DO NOTHING;
+  IF NOT FOUND THEN
+    UPDATE votes SET is_like = p_like, updated_ms = p_now
+      WHERE votes.item_id = p_item AND votes.user_id = p_user AND votes.is_like <> p_like;
+    IF NOT FOUND THEN
+      result := 2;
+      RETURN NEXT;
+      RETURN;
+    END IF;
+    step := 1;
+  END IF;
+  UPDATE items SET num_look_score = items.num_look_score
+                     + (CASE WHEN p_like = 1 THEN 100 ELSE -100 END) * (1 + step),
+                   num_like = items.num_like + 1 - step,
+                   num_dislike = items.num_dislike + (CASE WHEN p_like = 1 THEN -step ELSE 1 END),
+                   updated_ms = p_now
+    WHERE items.id = p_item;
+  IF NOT FOUND THEN
+    RAISE foreign_key_violation USING MESSAGE = 'the item went away';
+  END IF;
+  RETURN QUERY SELECT step, i.id, i.user_id, u.nickname, i.base_image_url, i.description,
+      i.num_look_score, i.num_like, i.num_dislike, i.num_comments, i.is_enabled_photo,
+      i.created_ms, i.updated_ms
+    FROM items i JOIN users u ON u.id = i.user_id WHERE i.id = p_item;
+END $$;
+
+-- The item's count is left to the caller, to update with the COMMIT: that row
+-- takes every comment on the photo and stays locked until the commit.
+CREATE OR REPLACE FUNCTION rongdian_comment(p_item BIGINT, p_user TEXT, p_text TEXT, p_now BIGINT)
+RETURNS TABLE (id BIGINT, item_id BIGINT, user_id TEXT, nickname TEXT, text TEXT,
+  created_ms BIGINT, updated_ms BIGINT, owner TEXT, unread BIGINT, token TEXT)
+LANGUAGE plpgsql AS $$
+#variable_conflict use_column
+DECLARE
+  new_id BIGINT;
+  owner_id TEXT;
+  owner_unread BIGINT;
+BEGIN
+  INSERT INTO comments (item_id, user_id, text, created_ms, updated_ms)
+    VALUES (p_item, p_user, p_text, p_now, p_now) RETURNING comments.id INTO new_id;
+  SELECT i.user_id INTO owner_id FROM items i WHERE i.id = p_item;
+  -- A comment on one's own photo is nothing unread.
+  IF owner_id = p_user THEN
+    SELECT u.unread INTO owner_unread FROM users u WHERE u.id = owner_id;
+  ELSE
+    UPDATE users SET unread = users.unread + 1 WHERE users.id = owner_id
+      RETURNING users.unread INTO owner_unread;
+  END IF;
+  -- One row per device of the owner's that may get a push (none for his own).
+  RETURN QUERY SELECT c.id, c.item_id, c.user_id, u.nickname, c.text, c.created_ms,
+      c.updated_ms, owner_id, COALESCE(owner_unread, 0), d.token
+    FROM comments c JOIN users u ON u.id = c.user_id
+    LEFT JOIN devices d ON d.user_id = owner_id AND owner_id <> p_user
+    WHERE c.id = new_id ORDER BY d.token;
+END $$;
+)";
+}
+
 }  // namespace rd::store::sql

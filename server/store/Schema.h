@@ -12,5 +12,6 @@ std::string schema_v3(const std::string& integer);
 std::string schema_v4();
 std::string schema_v5(const std::string& id_column, const std::string& created);
 std::string schema_v6(const std::string& integer);
+std::string schema_v7_functions();  // PostgreSQL only
 
 }  // namespace rd::store::sql

@@ -53,6 +53,11 @@ Item to_item(const Row& r) {
   return it;
 }
 
+// A device's pending pushes beyond the newest `keep`.
+const char* kTrimPushes =
+    "DELETE FROM push_pending WHERE device_token = ? AND id NOT IN (SELECT id FROM "
+    "push_pending WHERE device_token = ? ORDER BY id DESC LIMIT ?)";
+
 const char* kCommentSelect =
     "SELECT c.id, c.item_id, c.user_id, u.nickname, c.text, c.created_ms, c.updated_ms "
     "FROM comments c JOIN users u ON u.id = c.user_id";
@@ -91,7 +96,7 @@ auto SqlStore::write(F&& f, Kind kind) {
       if (s.on_write_) s.on_write_(std::chrono::steady_clock::now() - start);
     }
   } count{*this};
-  if (kind == Kind::Single) return f(*c);
+  if (kind == Kind::Single) return f(*c);  // f tells what it announced
   c->begin_write();
   if (kind == Kind::Shown) c->announce_change();
   try {
@@ -341,6 +346,7 @@ RemoveResult SqlStore::remove_item(std::int64_t id, const std::string& user_id,
 }
 
 Vote SqlStore::vote(std::int64_t id, const std::string& user_id, bool like, std::int64_t now_ms) {
+  if (dialect_.functions) return vote_by_function(id, user_id, like, now_ms);
   const std::int64_t is_like = like ? 1 : 0;
   // Most repeats are answered by this read alone, without taking any lock.
   {
@@ -391,9 +397,33 @@ Vote SqlStore::vote(std::int64_t id, const std::string& user_id, bool like, std:
   return {result, std::move(it)};
 }
 
+// The same in one statement: the function's first row says what happened
+// (0 counted, 1 changed, 2 repeated) and holds the item after the vote.
+Vote SqlStore::vote_by_function(std::int64_t id, const std::string& user_id, bool like,
+                                std::int64_t now_ms) {
+  try {
+    return write(
+        [&](Conn& c) -> Vote {
+          auto rows = c.query("SELECT * FROM rongdian_vote(?, ?, ?, ?)",
+                              {id, user_id, std::int64_t{like ? 1 : 0}, now_ms});
+          if (rows.empty()) return {VoteResult::NoSuchItem, std::nullopt};
+          auto step = rows[0].i(0);
+          if (step == 2) return {VoteResult::Repeated, std::nullopt};
+          c.announce_change();
+          c.tell();
+          rows[0].cols.erase(rows[0].cols.begin());
+          return {step ? VoteResult::Changed : VoteResult::Counted, to_item(rows[0])};
+        },
+        Kind::Single);
+  } catch (const ForeignKeyViolation&) {
+    return {VoteResult::NoSuchItem, std::nullopt};
+  }
+}
+
 std::optional<CommentAdded> SqlStore::add_comment(std::int64_t item_id, const std::string& user_id,
                                                   const std::string& text, std::int64_t now_ms,
                                                   const CommentPush* push) {
+  if (dialect_.functions) return comment_by_function(item_id, user_id, text, now_ms, push);
   try {
     return write([&](Conn& c) {
       // The rows everyone's comments update (the item's count, its owner's
@@ -421,17 +451,40 @@ std::optional<CommentAdded> SqlStore::add_comment(std::int64_t item_id, const st
               : c.query("UPDATE users SET unread = unread + 1 WHERE id = ? RETURNING unread",
                         {out.owner_id});
       out.owner_unread = unread.empty() ? 0 : unread[0].i(0);
-      if (push && out.owner_id != user_id) {
-        std::string payload;
-        for (const auto& r : c.query("SELECT token FROM devices WHERE user_id = ? ORDER BY token",
-                                     {out.owner_id})) {
-          if (push->device && !push->device(r.s(0))) continue;
-          if (payload.empty()) payload = push->payload(out);
-          insert_push(c, r.s(0), payload, push->keep);
-          out.pushed.push_back(r.s(0));
-        }
-      }
-      c.query("UPDATE items SET num_comments = num_comments + 1 WHERE id = ?", {item_id});
+      std::vector<std::string> devices;
+      if (push && out.owner_id != user_id)
+        for (const auto& r :
+             c.query("SELECT token FROM devices WHERE user_id = ? ORDER BY token", {out.owner_id}))
+          devices.push_back(r.s(0));
+      finish_comment(c, out, item_id, push, devices);
+      return std::optional(std::move(out));
+    });
+  } catch (const ForeignKeyViolation&) {
+    return std::nullopt;  // no such item (or user)
+  }
+}
+
+// The same in two round trips: the BEGIN with the function, which writes
+// the comment and the owner's unread count and names his devices (a row
+// each); the pushes and the item's count with the COMMIT.
+std::optional<CommentAdded> SqlStore::comment_by_function(std::int64_t item_id,
+                                                          const std::string& user_id,
+                                                          const std::string& text,
+                                                          std::int64_t now_ms,
+                                                          const CommentPush* push) {
+  try {
+    return write([&](Conn& c) {
+      auto rows =
+          c.query("SELECT * FROM rongdian_comment(?, ?, ?, ?)", {item_id, user_id, text, now_ms});
+      if (rows.empty()) throw Error("a new comment vanished");
+      CommentAdded out;
+      out.comment = to_comment(rows[0]);
+      out.owner_id = rows[0].s(7);
+      out.owner_unread = rows[0].i(8);
+      std::vector<std::string> devices;
+      for (const auto& r : rows)
+        if (r.cols[9]) devices.push_back(r.s(9));
+      finish_comment(c, out, item_id, push, devices);
       return std::optional(std::move(out));
     });
   } catch (const ForeignKeyViolation&) {
@@ -441,15 +494,28 @@ std::optional<CommentAdded> SqlStore::add_comment(std::int64_t item_id, const st
 
 // ---------------------------------------------------------------- pushes
 
+// A comment's last writes, which need no answer: its push kept for each of
+// the owner's devices that may get one, and its count on the item.
+void SqlStore::finish_comment(Conn& c, CommentAdded& out, std::int64_t item_id,
+                              const CommentPush* push, const std::vector<std::string>& devices) {
+  std::string payload;
+  for (const auto& token : devices) {
+    if (!push || (push->device && !push->device(token))) continue;
+    if (payload.empty()) payload = push->payload(out);
+    c.defer("INSERT INTO push_pending (device_token, payload) VALUES (?, ?)", {token, payload});
+    c.defer(kTrimPushes, {token, token, std::int64_t{std::max(push->keep, 1)}});
+    c.announce_push(token);
+    out.pushed.push_back(token);
+  }
+  c.defer("UPDATE items SET num_comments = num_comments + 1 WHERE id = ?", {item_id});
+}
+
 std::int64_t SqlStore::insert_push(Conn& c, const std::string& token, const std::string& payload,
                                    int keep) {
   auto ins = c.query("INSERT INTO push_pending (device_token, payload) VALUES (?, ?) RETURNING id",
                      {token, payload});
   if (ins.empty()) throw Error("insert of a push returned no id");
-  c.query(
-      "DELETE FROM push_pending WHERE device_token = ? AND id NOT IN (SELECT id FROM "
-      "push_pending WHERE device_token = ? ORDER BY id DESC LIMIT ?)",
-      {token, token, std::int64_t{std::max(keep, 1)}});
+  c.query(kTrimPushes, {token, token, std::int64_t{std::max(keep, 1)}});
   c.announce_push(token);
   return ins[0].i(0);
 }

@@ -39,6 +39,11 @@ class Conn {
   virtual ~Conn() = default;
   virtual std::vector<Row> query(const std::string& sql, const std::vector<Param>& params) = 0;
   virtual void exec_script(const std::string& sql) = 0;  // several statements, no parameters
+  // A statement whose answer is not needed: it may wait to be sent with the
+  // next one that is (or the COMMIT), in one round trip.
+  virtual void defer(const std::string& sql, const std::vector<Param>& params) {
+    query(sql, params);
+  }
   virtual void begin_write() = 0;
   virtual void commit() = 0;
   virtual void rollback() noexcept = 0;
@@ -47,6 +52,9 @@ class Conn {
   // push was kept for a device. Nothing for an engine no other process shares.
   virtual void announce_change() {}
   virtual void announce_push(const std::string& /*device_token*/) {}
+  // Tells what was announced for a write that committed by itself (a single
+  // statement); commit() does so for a transaction.
+  virtual void tell() {}
   // False once the connection is unusable (it is then dropped from the pool).
   virtual bool usable() const { return true; }
 };
@@ -66,6 +74,9 @@ struct Dialect {
   std::vector<std::string> migrations;  // applied in order; index + 1 is the schema version
   std::string migration_lock;           // statement run first in the migration transaction
   bool serialize_writes = false;        // one writer at a time in this process (SQLite)
+  // The migrations made the functions rongdian_vote and rongdian_comment
+  // (each write in one round trip).
+  bool functions = false;
   // Other processes' writes (PostgreSQL); null when this process is the only writer.
   std::shared_ptr<RemoteChanges> remote_changes;
 };
@@ -170,6 +181,13 @@ class SqlStore : public Store {
   template <class F>
   auto write(F&& f, Kind kind = Kind::Shown);
   std::int64_t insert_push(Conn& c, const std::string& token, const std::string& payload, int keep);
+  void finish_comment(Conn& c, CommentAdded& out, std::int64_t item_id, const CommentPush* push,
+                      const std::vector<std::string>& devices);
+  Vote vote_by_function(std::int64_t id, const std::string& user_id, bool like,
+                        std::int64_t now_ms);
+  std::optional<CommentAdded> comment_by_function(std::int64_t item_id, const std::string& user_id,
+                                                  const std::string& text, std::int64_t now_ms,
+                                                  const CommentPush* push);
   std::optional<Item> item_on(Conn& c, std::int64_t id);
   void backfill_photo_keys(Conn& c);
 

@@ -230,6 +230,25 @@ TEST_P(StoreSuite, CommentsRaiseCountsAndUnreadAndListNewestFirst) {
   EXPECT_EQ(store_->list_comments(it.id, 2, 10).size(), 1u);
   EXPECT_TRUE(store_->list_comments(it.id, 3, 10).empty());
 
+  // The owner's devices that may get pushes keep one each, the newest
+  // `keep`; none for his own comment.
+  store_->add_device(owner.id, "phone", "ios", 1);
+  store_->add_device(owner.id, "tablet", "ios", 1);
+  CommentPush push;
+  push.device = [](const std::string& token) { return token == "phone"; };
+  push.payload = [](const CommentAdded& a) { return "unread " + std::to_string(a.owner_unread); };
+  push.keep = 1;
+  for (int i = 0; i < 2; ++i) {
+    auto pushed = store_->add_comment(it.id, guest.id, "又来了", 13, &push);
+    ASSERT_TRUE(pushed);
+    EXPECT_EQ(pushed->pushed, std::vector<std::string>{"phone"});
+  }
+  EXPECT_TRUE(store_->add_comment(it.id, owner.id, "嗯", 14, &push)->pushed.empty());
+  auto kept = store_->pushes("phone");
+  ASSERT_EQ(kept.size(), 1u);
+  EXPECT_EQ(kept[0].payload, "unread 4");
+  EXPECT_TRUE(store_->pushes("tablet").empty());
+
   store_->clear_unread(owner.id);
   EXPECT_EQ(store_->user_by_id(owner.id)->unread, 0);
 }

@@ -239,13 +239,17 @@ PhotoFiles::Put PhotoFiles::put(const std::string& key, std::string_view bytes, 
   return exists ? Put::Replaced : Put::Stored;
 }
 
-std::optional<std::string> PhotoFiles::read(const std::string& key) const {
-  if (!valid_key(key)) return std::nullopt;
-  std::ifstream in(path_of(key), std::ios::binary);
+std::optional<std::string> PhotoFiles::read_file(const std::filesystem::path& p) {
+  std::ifstream in(p, std::ios::binary);
   if (!in) return std::nullopt;
   std::ostringstream ss;
   ss << in.rdbuf();
   return ss.str();
+}
+
+std::optional<std::string> PhotoFiles::read(const std::string& key) const {
+  if (!valid_key(key)) return std::nullopt;
+  return read_file(path_of(key));
 }
 
 bool PhotoFiles::remove(const std::string& key) {
@@ -307,11 +311,7 @@ std::optional<PhotoStore::Ref> PhotoFiles::photo_of_url(const std::string& url) 
 
 std::optional<std::string> PhotoFiles::note(const std::string& key) const {
   if (!valid_key(key)) return std::nullopt;
-  std::ifstream in(dir_ / ".notes" / file_name(key), std::ios::binary);
-  if (!in) return std::nullopt;
-  std::ostringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
+  return read_file(dir_ / ".notes" / file_name(key));
 }
 
 void PhotoFiles::set_note(const std::string& key, const std::string& text) {

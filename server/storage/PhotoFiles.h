@@ -99,11 +99,17 @@ class PhotoFiles : public PhotoStore {
   // The key a URL of this server's storage names, if it is one.
   std::optional<std::string> key_of_url(const std::string& url) const;
 
- private:
+ protected:
   struct Upload {
     std::string block;
     std::int64_t bytes = 0, at = 0;
   };
+  // A whole file's bytes; nullopt when it cannot be opened.
+  static std::optional<std::string> read_file(const std::filesystem::path& p);
+  // An upload record as write_record() wrote it; nullopt when missing or damaged.
+  static std::optional<Upload> read_record(const std::filesystem::path& p);
+
+ private:
   std::filesystem::path path_of(const std::string& key) const { return dir_ / file_name(key); }
   std::filesystem::path record_of(const std::string& name) const;
   bool write_record(const std::string& name, const Upload& u);

@@ -1,24 +1,9 @@
 #include "storage/PhotoRows.h"
 
-#include <boost/json.hpp>
 #include <boost/url/pct_string_view.hpp>
 #include <ctime>
-#include <fstream>
-#include <sstream>
 
 namespace rd::storage {
-
-namespace {
-
-std::optional<std::string> slurp(const std::filesystem::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  if (!in) return std::nullopt;
-  std::ostringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-
-}  // namespace
 
 PhotoRows::PhotoRows(std::shared_ptr<store::Store> store, std::filesystem::path dir,
                      std::string public_prefix, std::string app_prefix, bool app_prefix_outside,
@@ -96,25 +81,17 @@ int PhotoRows::import_folder(int* skipped) {
     }
     const std::string key = decoded->decode();
     if (!valid_key(key) || file_name(key) != name || store_->photo_unpublished(key)) continue;
-    auto bytes = slurp(e.path());
+    auto bytes = read_file(e.path());
     if (!bytes) continue;
     // An upload record beside it: not published yet.
-    std::string block;
-    std::int64_t at = static_cast<std::int64_t>(std::time(nullptr));
-    const auto record = slurp(dir() / ".uploads" / name);
-    if (record) {
-      boost::system::error_code bad;
-      auto v = boost::json::parse(*record, bad);
-      if (!bad && v.is_object()) {
-        if (auto* b = v.as_object().if_contains("block"); b && b->is_string())
-          block = b->as_string();
-        if (auto* t = v.as_object().if_contains("at"); t && t->is_int64()) at = t->as_int64();
-      }
-    }
-    if (store_->put_photo(key, *bytes, block, false, at) != store::Store::PhotoPut::Stored)
+    const auto record = read_record(dir() / ".uploads" / name);
+    const std::int64_t at =
+        record && record->at ? record->at : static_cast<std::int64_t>(std::time(nullptr));
+    if (store_->put_photo(key, *bytes, record ? record->block : std::string(), false, at) !=
+        store::Store::PhotoPut::Stored)
       continue;
     if (!record) store_->publish_photo(key);
-    if (auto n = slurp(dir() / ".notes" / name)) store_->set_photo_note(key, *n);
+    if (auto n = read_file(dir() / ".notes" / name)) store_->set_photo_note(key, *n);
     ++copied;
   }
   if (skipped) *skipped = unknown;

@@ -58,21 +58,26 @@ void PhotoFiles::load_records() {
       std::filesystem::remove(e.path(), gone);
       continue;
     }
-    std::ifstream in(e.path(), std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    boost::system::error_code bad;
-    const json::value v = json::parse(text.str(), bad);
-    if (bad || !v.is_object()) continue;
-    const auto& o = v.as_object();
-    Upload u;
-    if (const auto* b = o.if_contains("block"); b && b->is_string()) u.block = b->as_string();
-    if (const auto* n = o.if_contains("bytes"); n && n->is_int64()) u.bytes = n->as_int64();
-    if (const auto* t = o.if_contains("at"); t && t->is_int64()) u.at = t->as_int64();
-    uploads_[name] = u;
-    ++per_block_[u.block];
-    unpublished_bytes_ += u.bytes;
+    const auto u = read_record(e.path());
+    if (!u) continue;
+    uploads_[name] = *u;
+    ++per_block_[u->block];
+    unpublished_bytes_ += u->bytes;
   }
+}
+
+std::optional<PhotoFiles::Upload> PhotoFiles::read_record(const std::filesystem::path& p) {
+  const auto text = read_file(p);
+  if (!text) return std::nullopt;
+  boost::system::error_code bad;
+  const json::value v = json::parse(*text, bad);
+  if (bad || !v.is_object()) return std::nullopt;
+  const auto& o = v.as_object();
+  Upload u;
+  if (const auto* b = o.if_contains("block"); b && b->is_string()) u.block = b->as_string();
+  if (const auto* n = o.if_contains("bytes"); n && n->is_int64()) u.bytes = n->as_int64();
+  if (const auto* t = o.if_contains("at"); t && t->is_int64()) u.at = t->as_int64();
+  return u;
 }
 
 bool PhotoFiles::keep(const std::string& key) {

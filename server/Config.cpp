@@ -77,7 +77,7 @@ const std::vector<Option>& options() {
        "this server's /files/ is the outside storage's, and items may then point only there",
        Kind::Text, &Config::storage_download_prefix},
       {"threads", "RONGDIAN_THREADS",
-       "worker threads (default: one per core on SQLite, four per core and 32 at most on "
+       "worker threads (default: one per core on SQLite, 16 per core and 64 at most on "
        "PostgreSQL, where requests wait on the database)",
        Kind::Int, nullptr, &Config::threads},
       {"development", "RONGDIAN_DEVELOPMENT",

@@ -340,11 +340,16 @@ class Api {
 
   // The signed-in user that "user_id" names.
   store::User session_user(const Body& b) {
-    std::string id = b.text("user_id", 1, 64);
-    std::optional<store::User> u;
-    if (is_user_id(id)) u = store_.user_by_id(id);
+    std::optional<store::User> u = store_.user_by_id(session_user_id(b));
     if (!u) fail("unknown_user", "请先登录");
     return *u;
+  }
+
+  // The id alone, for a write that finds out itself whether it exists.
+  std::string session_user_id(const Body& b) {
+    std::string id = b.text("user_id", 1, 64);
+    if (!is_user_id(id)) fail("unknown_user", "请先登录");
+    return id;
   }
 
   std::pair<std::int64_t, int> paging(const Body& b) {
@@ -476,17 +481,24 @@ class Api {
   json::value like_item(const Body& b, Call& call) {
     auto id = b.item_id();
     bool like = b.boolean("is_liked");
-    auto user = session_user(b);
-    // Nobody raises (or lowers) his own photo.
-    auto target = store_.item(id);
-    if (!target) fail("unknown_item", "照片不存在或已删除");
-    if (target->user_id == user.id) fail("own_photo", "主人，不要点自己啦");
-    // Throw-away accounts on one network count only so much for one photo.
-    if (!votes_.allow(call.ctx.remote_address, std::to_string(id)))
+    auto user_id = session_user_id(b);
+    // Throw-away accounts on one network count only so much for one photo;
+    // a vote refused for what it is does not count.
+    const auto& address = call.ctx.remote_address;
+    const auto what = std::to_string(id);
+    if (!votes_.allow(address, what)) {
+      refuse_vote(id, session_user(b).id);
       fail("rate_limited", "这张照片从你的网络收到的赞太多了，请明天再试");
-    auto v = store_.vote(id, user.id, like, now_ms());
+    }
+    auto v = store_.cast_vote(id, user_id, like, now_ms());
     switch (v.result) {
+      case store::VoteResult::NoSuchUser:
+        votes_.give_back(address, what);
+        fail("unknown_user", "请先登录");
       case store::VoteResult::NoSuchItem:
+      case store::VoteResult::OwnPhoto:
+        votes_.give_back(address, what);
+        refuse_vote(id, user_id);
         fail("unknown_item", "照片不存在或已删除");
       case store::VoteResult::Repeated:
         fail("already_voted", like ? "你已经赞过这张照片了" : "你已经给过这张照片差评了");
@@ -497,24 +509,35 @@ class Api {
     return item_json(*v.item);
   }
 
+  // Fails as a vote of `user_id` for item `id` is refused, if it is.
+  void refuse_vote(std::int64_t id, const std::string& user_id) {
+    auto target = store_.item(id);
+    if (!target) fail("unknown_item", "照片不存在或已删除");
+    // Nobody raises (or lowers) his own photo.
+    if (target->user_id == user_id) fail("own_photo", "主人，不要点自己啦");
+  }
+
   json::value add_comment(const Body& b, Call&) {
     auto id = b.item_id();
     // Kept without the white space around it, which alone is no comment.
     std::string text(trim_space(b.text("comments", 2, 60)));
     if (utf16_length(text) < 2) bad_field("comments");
-    auto user = session_user(b);
+    auto user_id = session_user_id(b);
     // The owner's devices get a push, kept with the comment.
     store::CommentPush push;
     push.device = [](const std::string& token) { return push::is_device_token(token); };
     push.payload = [&](const store::CommentAdded& added) {
-      json::object aps{{"alert", user.nickname + " 评论了你的照片：" + text},
+      json::object aps{{"alert", added.comment.nickname + " 评论了你的照片：" + text},
                        {"badge", added.owner_unread},
                        {"sound", "default"}};
       return json::serialize(json::object{{"aps", std::move(aps)}});
     };
     push.keep = s_.config.push_pending_limit;
-    auto added = store_.add_comment(id, user.id, text, now_ms(), s_.push ? &push : nullptr);
-    if (!added) fail("unknown_item", "照片不存在或已删除");
+    auto added = store_.add_comment(id, user_id, text, now_ms(), s_.push ? &push : nullptr);
+    if (!added) {
+      session_user(b);
+      fail("unknown_item", "照片不存在或已删除");
+    }
     if (s_.push && !added->pushed.empty()) s_.push->pushed(added->pushed);
     return comment_json(added->comment);
   }

@@ -1,4 +1,6 @@
 // Passwords, ids, rate limits, text lengths and times for the api (Guards.h).
+#include "api/Guards.h"
+
 #include <sodium.h>
 
 #include <algorithm>
@@ -8,8 +10,6 @@
 #include <ctime>
 #include <filesystem>
 #include <stdexcept>
-
-#include "api/Guards.h"
 
 namespace rd::api {
 
@@ -118,6 +118,13 @@ bool RateLimiter::allow(const std::string& key, std::chrono::steady_clock::time_
   if (w.used >= limit_) return false;
   ++w.used;
   return true;
+}
+
+void RateLimiter::give_back(const std::string& key) {
+  if (limit_ <= 0) return;
+  std::lock_guard lock(mu_);
+  auto it = windows_.find(key);
+  if (it != windows_.end() && it->second.used > 0) --it->second.used;
 }
 
 namespace {

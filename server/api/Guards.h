@@ -39,6 +39,8 @@ class RateLimiter {
   // Counts an attempt; false when the key has used up its attempts this window.
   bool allow(const std::string& key,
              std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
+  // Takes back an attempt counted by allow() (one that turned out not to count).
+  void give_back(const std::string& key);
 
  private:
   struct Window {
@@ -69,6 +71,10 @@ class AddressLimiter {
              std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now()) {
     return by_address_.allow(what + " " + address, now) &&
            by_block_.allow(what + " " + address_block(address), now);
+  }
+  void give_back(const std::string& address, const std::string& what = {}) {
+    by_address_.give_back(what + " " + address);
+    by_block_.give_back(what + " " + address_block(address));
   }
 
  private:

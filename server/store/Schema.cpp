@@ -226,4 +226,118 @@ END $$;
 )";
 }
 
+// The same for the writes that came in together, in one statement (one
+// transaction, one flush for them all) that takes each step once for all of
+// them. Each write is answered by its own rows, tagged with its place in the
+// arrays. The rows that everyone's writes lock (the items voted on, the
+// owners' unread counts) are locked first, in one order in every batch, so
+// that batches of several instances never wait for each other in a circle.
+std::string schema_v8_batches() {
+  return R"(
+-- Each user's vote on an item comes once in a batch. result: -1 no such
+-- user, -2 no such item, -3 the voter's own photo; else as rongdian_vote
+-- (the item as the batch left it).
+CREATE OR REPLACE FUNCTION rongdian_votes(p_items BIGINT[], p_users TEXT[], p_likes BIGINT[],
+  p_now BIGINT)
+RETURNS TABLE (ord BIGINT, result BIGINT, id BIGINT, user_id TEXT, nickname TEXT,
+  base_image_url TEXT, description TEXT, num_look_score BIGINT, num_like BIGINT,
+  num_dislike BIGINT, num_comments BIGINT, is_enabled_photo BIGINT, created_ms BIGINT,
+  updated_ms BIGINT)
+LANGUAGE plpgsql AS $$
+#variable_conflict use_column
+BEGIN
+  PERFORM FROM items i WHERE i.id = ANY(p_items) ORDER BY i.id FOR NO KEY UPDATE;
+  RETURN QUERY
+  WITH ops AS (
+    SELECT t.n, t.item, t.usr, t.lk,
+      (SELECT i.user_id FROM items i WHERE i.id = t.item) AS owner,
+      EXISTS (SELECT FROM users u WHERE u.id = t.usr) AS known,
+      (SELECT v.is_like FROM votes v WHERE v.item_id = t.item AND v.user_id = t.usr) AS had
+    FROM unnest(p_items, p_users, p_likes) WITH ORDINALITY AS t(item, usr, lk, n)
+  ), written AS (
+    -- A first vote inserts its row (step 0), a change flips it (step 1).
+    INSERT INTO votes AS v (item_id, user_id, is_like, updated_ms)
+    SELECT o.item, o.usr, o.lk, p_now FROM ops o
+      WHERE o.known AND o.owner <> o.usr AND o.had IS DISTINCT FROM o.lk
+      ORDER BY o.item, o.usr
+    ON CONFLICT (item_id, user_id) DO UPDATE
+      SET is_like = EXCLUDED.is_like, updated_ms = EXCLUDED.updated_ms
+      WHERE v.is_like <> EXCLUDED.is_like
+    RETURNING v.item_id, v.user_id, v.is_like, CASE WHEN v.xmax = 0 THEN 0 ELSE 1 END AS step
+  ), moved AS (
+    UPDATE items SET num_look_score = items.num_look_score + c.score,
+                     num_like = items.num_like + c.likes,
+                     num_dislike = items.num_dislike + c.dislikes,
+                     updated_ms = p_now
+    FROM (SELECT w.item_id AS item,
+            sum(CASE WHEN w.is_like = 1 THEN 100 ELSE -100 END * (1 + w.step)) AS score,
+            sum(1 - w.step) AS likes,
+            sum(CASE WHEN w.is_like = 1 THEN -w.step ELSE 1 END) AS dislikes
+          FROM written w GROUP BY w.item_id) c
+    WHERE items.id = c.item
+    RETURNING items.*
+  )
+  SELECT o.n,
+    (CASE WHEN NOT o.known THEN -1 WHEN o.owner IS NULL THEN -2 WHEN o.owner = o.usr THEN -3
+          WHEN w.item_id IS NULL THEN 2 ELSE w.step END)::BIGINT,
+    m.id, m.user_id, (SELECT u.nickname FROM users u WHERE u.id = m.user_id), m.base_image_url,
+    m.description, m.num_look_score, m.num_like, m.num_dislike, m.num_comments,
+    m.is_enabled_photo, m.created_ms, m.updated_ms
+  FROM ops o
+  LEFT JOIN written w ON w.item_id = o.item AND w.user_id = o.usr
+  LEFT JOIN moved m ON m.id = o.item AND w.item_id IS NOT NULL;
+END $$;
+
+-- status: 0 added, -1 no such user, -2 no such item. unread: the owner's
+-- count after the comment. The items' counts are left to the caller, as
+-- with rongdian_comment.
+CREATE OR REPLACE FUNCTION rongdian_comments(p_items BIGINT[], p_users TEXT[], p_texts TEXT[],
+  p_now BIGINT)
+RETURNS TABLE (ord BIGINT, status BIGINT, id BIGINT, item_id BIGINT, user_id TEXT,
+  nickname TEXT, text TEXT, created_ms BIGINT, updated_ms BIGINT, owner TEXT, unread BIGINT,
+  token TEXT)
+LANGUAGE plpgsql AS $$
+#variable_conflict use_column
+BEGIN
+  PERFORM FROM users u WHERE u.id IN (SELECT i.user_id FROM items i WHERE i.id = ANY(p_items))
+    ORDER BY u.id FOR NO KEY UPDATE OF u;
+  RETURN QUERY
+  WITH found AS (
+    SELECT t.n, t.item, t.usr, t.txt,
+      (SELECT i.user_id FROM items i WHERE i.id = t.item) AS owner,
+      (SELECT u.nickname FROM users u WHERE u.id = t.usr) AS nick
+    FROM unnest(p_items, p_users, p_texts) WITH ORDINALITY AS t(item, usr, txt, n)
+  ), ops AS (
+    SELECT f.*, CASE WHEN f.nick IS NULL THEN -1 WHEN f.owner IS NULL THEN -2 ELSE 0 END AS state
+    FROM found f
+  ), added AS (
+    -- In their order, each with how many of the batch's later ones count
+    -- for the same owner (a comment on one's own photo counts for nothing).
+    SELECT a.*, nextval(pg_get_serial_sequence('comments', 'id')) AS cid
+    FROM (SELECT o.*, count(*) FILTER (WHERE o.owner <> o.usr) OVER (PARTITION BY o.owner
+              ORDER BY o.n ROWS BETWEEN 1 FOLLOWING AND UNBOUNDED FOLLOWING) AS later
+          FROM ops o WHERE o.state = 0 ORDER BY o.n) a
+  ), stored AS (
+    INSERT INTO comments (id, item_id, user_id, text, created_ms, updated_ms)
+    SELECT a.cid, a.item, a.usr, a.txt, p_now, p_now FROM added a ORDER BY a.n
+  ), counted AS (
+    UPDATE users SET unread = users.unread + c.k
+    FROM (SELECT a.owner, count(*) AS k FROM added a WHERE a.owner <> a.usr GROUP BY a.owner) c
+    WHERE users.id = c.owner
+    RETURNING users.id, users.unread
+  )
+  SELECT o.n, o.state::BIGINT, a.cid, o.item, o.usr, o.nick, o.txt, p_now, p_now, o.owner,
+    COALESCE(c.unread - a.later, (SELECT ow.unread FROM users ow WHERE ow.id = o.owner), 0),
+    d.token
+  FROM ops o
+  LEFT JOIN added a ON a.n = o.n
+  LEFT JOIN counted c ON c.id = o.owner AND o.owner <> o.usr
+  -- One row per device of the owner's that may get a push (none for his own).
+  LEFT JOIN LATERAL (SELECT d.token FROM devices d WHERE o.state = 0 AND d.user_id = o.owner
+                       AND o.owner <> o.usr OFFSET 0) d ON true
+  ORDER BY o.n, d.token;
+END $$;
+)";
+}
+
 }  // namespace rd::store::sql

@@ -13,5 +13,6 @@ std::string schema_v4();
 std::string schema_v5(const std::string& id_column, const std::string& created);
 std::string schema_v6(const std::string& integer);
 std::string schema_v7_functions();  // PostgreSQL only
+std::string schema_v8_batches();    // PostgreSQL only
 
 }  // namespace rd::store::sql

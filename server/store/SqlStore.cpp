@@ -36,6 +36,8 @@ const char* kItemSelect =
     "i.num_like, i.num_dislike, i.num_comments, i.is_enabled_photo, i.created_ms, i.updated_ms "
     "FROM items i JOIN users u ON u.id = i.user_id";
 
+}  // namespace
+
 Item to_item(const Row& r) {
   Item it;
   it.id = r.i(0);
@@ -53,6 +55,8 @@ Item to_item(const Row& r) {
   return it;
 }
 
+namespace {
+
 // A device's pending pushes beyond the newest `keep`.
 const char* kTrimPushes =
     "DELETE FROM push_pending WHERE device_token = ? AND id NOT IN (SELECT id FROM "
@@ -61,6 +65,8 @@ const char* kTrimPushes =
 const char* kCommentSelect =
     "SELECT c.id, c.item_id, c.user_id, u.nickname, c.text, c.created_ms, c.updated_ms "
     "FROM comments c JOIN users u ON u.id = c.user_id";
+
+}  // namespace
 
 Comment to_comment(const Row& r) {
   Comment c;
@@ -74,11 +80,17 @@ Comment to_comment(const Row& r) {
   return c;
 }
 
-}  // namespace
-
 SqlStore::SqlStore(Dialect dialect, std::function<std::unique_ptr<Conn>()> factory, int connections)
     : dialect_(std::move(dialect)), pool_(std::move(factory), connections) {
   migrate();
+  if (dialect_.functions) {
+    // Two batches under way: one is on its way while the other waits for its
+    // flush.
+    votes_ = std::make_unique<GroupWrite<VoteOp>>(
+        [this](const std::vector<VoteOp*>& ops) { write_votes(ops); }, kMaxBatch, 2);
+    comments_ = std::make_unique<GroupWrite<CommentOp>>(
+        [this](const std::vector<CommentOp*>& ops) { write_comments(ops); }, kMaxBatch, 2);
+  }
 }
 
 template <class F>
@@ -397,6 +409,28 @@ Vote SqlStore::vote(std::int64_t id, const std::string& user_id, bool like, std:
   return {result, std::move(it)};
 }
 
+Vote SqlStore::cast_vote(std::int64_t id, const std::string& user_id, bool like,
+                         std::int64_t now_ms) {
+  if (!votes_) return checked_vote(id, user_id, like, now_ms);
+  VoteOp op;
+  op.id = id;
+  op.user_id = user_id;
+  op.like = like;
+  op.now_ms = now_ms;
+  votes_->submit(op);
+  return std::move(op.out);
+}
+
+// The checks one at a time, before the vote.
+Vote SqlStore::checked_vote(std::int64_t id, const std::string& user_id, bool like,
+                            std::int64_t now_ms) {
+  if (!user_by_id(user_id)) return {VoteResult::NoSuchUser, std::nullopt};
+  auto target = item(id);
+  if (!target) return {VoteResult::NoSuchItem, std::nullopt};
+  if (target->user_id == user_id) return {VoteResult::OwnPhoto, std::nullopt};
+  return vote(id, user_id, like, now_ms);
+}
+
 // The same in one statement: the function's first row says what happened
 // (0 counted, 1 changed, 2 repeated) and holds the item after the vote.
 Vote SqlStore::vote_by_function(std::int64_t id, const std::string& user_id, bool like,
@@ -423,7 +457,16 @@ Vote SqlStore::vote_by_function(std::int64_t id, const std::string& user_id, boo
 std::optional<CommentAdded> SqlStore::add_comment(std::int64_t item_id, const std::string& user_id,
                                                   const std::string& text, std::int64_t now_ms,
                                                   const CommentPush* push) {
-  if (dialect_.functions) return comment_by_function(item_id, user_id, text, now_ms, push);
+  if (comments_) {
+    CommentOp op;
+    op.item_id = item_id;
+    op.user_id = user_id;
+    op.text = text;
+    op.now_ms = now_ms;
+    op.push = push;
+    comments_->submit(op);
+    return std::move(op.out);
+  }
   try {
     return write([&](Conn& c) {
       // The rows everyone's comments update (the item's count, its owner's
@@ -498,16 +541,33 @@ std::optional<CommentAdded> SqlStore::comment_by_function(std::int64_t item_id,
 // the owner's devices that may get one, and its count on the item.
 void SqlStore::finish_comment(Conn& c, CommentAdded& out, std::int64_t item_id,
                               const CommentPush* push, const std::vector<std::string>& devices) {
+  keep_pushes(c, comment_pushes(out, push, devices));
+  c.defer("UPDATE items SET num_comments = num_comments + 1 WHERE id = ?", {item_id});
+}
+
+std::vector<SqlStore::KeptPush> SqlStore::comment_pushes(CommentAdded& out, const CommentPush* push,
+                                                         const std::vector<std::string>& devices) {
+  std::vector<KeptPush> kept;
   std::string payload;
   for (const auto& token : devices) {
     if (!push || (push->device && !push->device(token))) continue;
     if (payload.empty()) payload = push->payload(out);
-    c.defer("INSERT INTO push_pending (device_token, payload) VALUES (?, ?)", {token, payload});
-    c.defer(kTrimPushes, {token, token, std::int64_t{std::max(push->keep, 1)}});
-    c.announce_push(token);
+    kept.push_back({token, payload, std::max(push->keep, 1)});
     out.pushed.push_back(token);
   }
-  c.defer("UPDATE items SET num_comments = num_comments + 1 WHERE id = ?", {item_id});
+  return kept;
+}
+
+// Each device's pushes in their order, each device's oldest beyond its keep
+// dropped after them.
+void SqlStore::keep_pushes(Conn& c, const std::vector<KeptPush>& pushes) {
+  for (std::size_t i = 0; i < pushes.size(); ++i) {
+    const auto& p = pushes[i];
+    c.defer("INSERT INTO push_pending (device_token, payload) VALUES (?, ?)", {p.token, p.payload});
+    if (i + 1 < pushes.size() && pushes[i + 1].token == p.token) continue;
+    c.defer(kTrimPushes, {p.token, p.token, std::int64_t{p.keep}});
+    c.announce_push(p.token);
+  }
 }
 
 std::int64_t SqlStore::insert_push(Conn& c, const std::string& token, const std::string& payload,

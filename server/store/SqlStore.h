@@ -8,6 +8,7 @@
 #include <mutex>
 #include <variant>
 
+#include "store/GroupWrite.h"
 #include "store/Store.h"
 
 namespace rd::store::sql {
@@ -111,6 +112,10 @@ class Pool {
   std::vector<std::unique_ptr<Conn>> idle_;
 };
 
+// Rows as the store's records.
+Item to_item(const Row& r);
+Comment to_comment(const Row& r);
+
 class SqlStore : public Store {
  public:
   SqlStore(Dialect dialect, std::function<std::unique_ptr<Conn>()> factory, int connections);
@@ -136,6 +141,8 @@ class SqlStore : public Store {
   RemoveResult remove_item(std::int64_t id, const std::string& user_id,
                            RemovedItem* removed) override;
   Vote vote(std::int64_t id, const std::string& user_id, bool like, std::int64_t now_ms) override;
+  Vote cast_vote(std::int64_t id, const std::string& user_id, bool like,
+                 std::int64_t now_ms) override;
 
   std::optional<CommentAdded> add_comment(std::int64_t item_id, const std::string& user_id,
                                           const std::string& text, std::int64_t now_ms,
@@ -183,12 +190,44 @@ class SqlStore : public Store {
   std::int64_t insert_push(Conn& c, const std::string& token, const std::string& payload, int keep);
   void finish_comment(Conn& c, CommentAdded& out, std::int64_t item_id, const CommentPush* push,
                       const std::vector<std::string>& devices);
+  struct KeptPush {
+    std::string token, payload;
+    int keep;
+  };
+  std::vector<KeptPush> comment_pushes(CommentAdded& out, const CommentPush* push,
+                                       const std::vector<std::string>& devices);
+  void keep_pushes(Conn& c, const std::vector<KeptPush>& pushes);
   Vote vote_by_function(std::int64_t id, const std::string& user_id, bool like,
                         std::int64_t now_ms);
   std::optional<CommentAdded> comment_by_function(std::int64_t item_id, const std::string& user_id,
                                                   const std::string& text, std::int64_t now_ms,
                                                   const CommentPush* push);
   std::optional<Item> item_on(Conn& c, std::int64_t id);
+  Vote checked_vote(std::int64_t id, const std::string& user_id, bool like, std::int64_t now_ms);
+
+  // Votes and comments written in batches (Batches.cpp), on an engine with
+  // the batch functions; one at a time when their batch fails.
+  struct VoteOp : Pending {
+    std::int64_t id;
+    std::string user_id;
+    bool like;
+    std::int64_t now_ms;
+    Vote out;
+  };
+  struct CommentOp : Pending {
+    std::int64_t item_id;
+    std::string user_id;
+    std::string text;
+    std::int64_t now_ms;
+    const CommentPush* push;
+    std::optional<CommentAdded> out;
+  };
+  void write_votes(const std::vector<VoteOp*>& ops);
+  void write_comments(const std::vector<CommentOp*>& ops);
+  void counted_batch(std::size_t writes, std::chrono::nanoseconds took);
+  static constexpr std::size_t kMaxBatch = 64;
+  std::unique_ptr<GroupWrite<VoteOp>> votes_;
+  std::unique_ptr<GroupWrite<CommentOp>> comments_;
   void backfill_photo_keys(Conn& c);
 
   Dialect dialect_;

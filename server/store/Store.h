@@ -104,6 +104,8 @@ enum class VoteResult {
   Changed,   // replaced his earlier, opposite vote
   Repeated,  // the same vote again: nothing changed
   NoSuchItem,
+  NoSuchUser,  // (cast_vote only)
+  OwnPhoto,    // (cast_vote only)
 };
 
 struct Vote {
@@ -177,11 +179,17 @@ class Store {
   // server instances on one database.
   virtual Vote vote(std::int64_t id, const std::string& user_id, bool like,
                     std::int64_t now_ms) = 0;
+  // A vote as a person casts it: refused for an account that does not exist
+  // and on one's own photo, else as vote(). Votes that come in together may
+  // be written together.
+  virtual Vote cast_vote(std::int64_t id, const std::string& user_id, bool like,
+                         std::int64_t now_ms) = 0;
 
   // --- comments
   // Adds the comment, raises the item's count and the owner's unread count
   // and keeps `push` for the owner's devices (not for a comment on one's own
-  // photo), all in one transaction. Empty when the item does not exist.
+  // photo), all in one transaction. Empty when the item or the user does not
+  // exist. Comments that come in together may be written together.
   virtual std::optional<CommentAdded> add_comment(std::int64_t item_id, const std::string& user_id,
                                                   const std::string& text, std::int64_t now_ms,
                                                   const CommentPush* push = nullptr) = 0;

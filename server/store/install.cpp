@@ -9,17 +9,25 @@ namespace rd::store {
 
 namespace {
 
-// Requests one instance has waiting on the database at once, at most: several
-// instances share the database's connection limit.
-constexpr int kMaxWorkers = 32;
+// Requests one instance has in progress at once, at most.
+constexpr int kMaxWorkers = 64;
 
 // Worker threads by the database's kind: on SQLite a request hardly waits, so
-// one per core keeps them busy; on PostgreSQL each write waits for its commit
-// to reach the disk (and every request for a round trip), and writes that wait
-// side by side share their flushes, so several per core.
+// one per core keeps them busy. On PostgreSQL each request waits for its
+// round trips and each write for the commit of its batch (store/GroupWrite.h);
+// the writes that wait together make the next batch, so many per core.
 int workers_for(const std::string& engine, int cores) {
   if (engine == "sqlite") return cores;
-  return std::min(cores * 4, kMaxWorkers);
+  return std::min(cores * 16, kMaxWorkers);
+}
+
+// Database connections: one per worker on SQLite. On PostgreSQL, whose
+// connections several instances share (each a server process there), enough
+// for reads to keep its cores busy, one for each batch under way and two
+// for the other subsystems.
+int connections_for(const std::string& engine, int cores, int workers) {
+  if (engine == "sqlite") return workers + 2;
+  return std::min(workers, cores * 4) + 4 + 2;
 }
 
 }  // namespace
@@ -37,8 +45,7 @@ void install(server::Services& s) {
     std::cerr << "rongdian-server: " << workers << " worker threads (" << cores << " cores, "
               << s.store->engine() << ")\n";
   }
-  // One connection per worker thread, and a few for the other subsystems.
-  s.store->set_connections(workers + 2);
+  s.store->set_connections(connections_for(s.store->engine(), cores, workers));
   s.store->on_write([&m = s.metrics](std::chrono::nanoseconds t) {
     m.count("rongdian_store_write_seconds_total", std::chrono::duration<double>(t).count());
   });

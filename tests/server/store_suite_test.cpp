@@ -194,6 +194,12 @@ TEST_P(StoreSuite, VotesMoveScoreAndCountersOncePerUser) {
   EXPECT_EQ(store_->vote(it.id, a.id, false, 11).item->num_look_score, 20);
   EXPECT_EQ(store_->vote(it.id, c.id, true, 12).item->num_look_score, 220);
   EXPECT_EQ(store_->vote(it.id + 100, b.id, true, 13).result, VoteResult::NoSuchItem);
+  // A vote as a person casts it is refused on his own photo and for an
+  // account that does not exist.
+  EXPECT_EQ(store_->cast_vote(it.id, a.id, true, 13).result, VoteResult::OwnPhoto);
+  EXPECT_EQ(store_->cast_vote(it.id, "nobody", true, 13).result, VoteResult::NoSuchUser);
+  EXPECT_EQ(store_->cast_vote(it.id + 100, b.id, true, 13).result, VoteResult::NoSuchItem);
+  EXPECT_EQ(store_->cast_vote(it.id, c.id, false, 13).item->num_look_score, 20);
 
   // A removed item's votes go with it.
   RemovedItem removed;
@@ -212,8 +218,11 @@ TEST_P(StoreSuite, CommentsRaiseCountsAndUnreadAndListNewestFirst) {
   EXPECT_EQ(c1->comment.nickname, "客人");
   EXPECT_EQ(c1->comment.text, "好看");
   EXPECT_EQ(c1->comment.item_id, it.id);
-  auto c2 = store_->add_comment(it.id, guest.id, "真好看", 11);
+  // Kept as written, whatever its characters.
+  const std::string odd = "真好看\"{a,b}\\😀";
+  auto c2 = store_->add_comment(it.id, guest.id, odd, 11);
   EXPECT_EQ(c2->owner_unread, 2);
+  EXPECT_EQ(c2->comment.text, odd);
   // The owner's own comment counts on the item but is nothing unread for him.
   auto own = store_->add_comment(it.id, owner.id, "谢谢", 12);
   ASSERT_TRUE(own);
@@ -221,11 +230,12 @@ TEST_P(StoreSuite, CommentsRaiseCountsAndUnreadAndListNewestFirst) {
   EXPECT_EQ(store_->item(it.id)->num_comments, 3);
   EXPECT_EQ(store_->user_by_id(owner.id)->unread, 2);
   EXPECT_FALSE(store_->add_comment(it.id + 1, guest.id, "没有", 12));
+  EXPECT_FALSE(store_->add_comment(it.id, "nobody", "没有", 12));
 
   auto list = store_->list_comments(it.id, 0, 10);
   ASSERT_EQ(list.size(), 3u);
   EXPECT_EQ(list[0].text, "谢谢");
-  EXPECT_EQ(list[1].text, "真好看");
+  EXPECT_EQ(list[1].text, odd);
   EXPECT_EQ(list[2].text, "好看");
   EXPECT_EQ(store_->list_comments(it.id, 2, 10).size(), 1u);
   EXPECT_TRUE(store_->list_comments(it.id, 3, 10).empty());
@@ -329,15 +339,23 @@ TEST_P(StoreSuite, ConcurrentVotesAndCommentsAreAllCounted) {
   auto it = make_item(owner.id, 0, 1);
   std::vector<User> voters;
   for (int i = 0; i < 200; ++i) voters.push_back(make_user(std::to_string(13900000000 + i)));
+  std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
   for (int t = 0; t < 8; ++t)
     threads.emplace_back([&, t] {
       for (int i = 0; i < 25; ++i) {
-        store_->vote(it.id, voters[static_cast<std::size_t>(t * 25 + i)].id, true, 2);
+        auto v = store_->cast_vote(it.id, voters[static_cast<std::size_t>(t * 25 + i)].id, true, 2);
+        if (v.result != VoteResult::Counted) ++wrong;
         if (i % 5 == 0) store_->add_comment(it.id, voters[0].id, "并发" + std::to_string(t), 3);
+        // Refused ones in their midst, each hearing its own answer.
+        if (i % 7 == 0) {
+          if (store_->cast_vote(it.id, owner.id, true, 2).result != VoteResult::OwnPhoto) ++wrong;
+          if (store_->add_comment(it.id, "nobody", "没有", 3)) ++wrong;
+        }
       }
     });
   for (auto& th : threads) th.join();
+  EXPECT_EQ(wrong.load(), 0);
   auto after = store_->item(it.id);
   EXPECT_EQ(after->num_look_score, 20000);
   EXPECT_EQ(after->num_like, 200);
@@ -356,10 +374,10 @@ TEST_P(StoreSuite, ConcurrentVotesOfOneUserCountOnce) {
     threads.emplace_back([&, t] {
       for (int i = 0; i < 10; ++i) {
         // The same like again and again, and likes and dislikes at random.
-        auto r = store_->vote(twins.id, voter.id, true, 2).result;
+        auto r = store_->cast_vote(twins.id, voter.id, true, 2).result;
         if (r == VoteResult::Counted) ++counted;
         if (r == VoteResult::Repeated) ++repeated;
-        store_->vote(flips.id, voter.id, (t + i) % 3 == 0, 3);
+        store_->cast_vote(flips.id, voter.id, (t + i) % 3 == 0, 3);
       }
     });
   for (auto& th : threads) th.join();

@@ -291,10 +291,10 @@ echo "goal: PostgreSQL at least 1.00x, p99 under 50 ms"
 
 # What bounds the writes: the time each one spends in the store. SQLite takes
 # one writer at a time (WAL, synchronous=NORMAL: no flush to disk per commit),
-# so the write lock allows 1/(time held) writes a second at most; PostgreSQL
-# runs writes side by side, each waiting for its commit to reach the disk
-# (commits waiting together share a flush), except writes to one row, which
-# wait for each other's commits.
+# so the write lock allows 1/(time held) writes a second at most; on
+# PostgreSQL the likes and comments that come in together go as one batch,
+# one statement and one commit for all (a write's time is its batch's), so
+# the requests in flight per batch time bound them.
 echo
 echo "writes: time in the store per write, and how busy that kept the one SQLite write lock"
 for e in "${engines[@]}"; do
@@ -306,7 +306,7 @@ for e in "${engines[@]}"; do
       if (e == "sqlite")
         printf "%-11s %-16s %7.1f us held per write, lock busy %3.0f%% of the run: ceiling %.0f writes/s\n", e, c, per, 100 * held / secs, 1e6 / per
       else
-        printf "%-11s %-16s %7.1f us per write, waiting on the database (commits reaching the disk)\n", e, c, per
+        printf "%-11s %-16s %7.1f us per write, its batch on its way to the database and its disk\n", e, c, per
     }'
   done
 done

@@ -30,10 +30,12 @@ struct Services {
   http::Metrics& metrics;
   http::Server& server;
 
-  std::shared_ptr<store::Store> store;               // accounts, items, comments (server/store)
-  std::shared_ptr<storage::PhotoStore> photos;       // published photos (server/storage)
-  std::shared_ptr<push::Gateway> push;               // device connections (server/push)
-  std::shared_ptr<storage::VoiceNotes> voice_notes;  // voice notes of feedback (server/storage)
+  std::shared_ptr<store::Store> store;          // accounts, items, comments (server/store)
+  std::shared_ptr<storage::PhotoStore> photos;  // published photos (server/storage)
+  std::shared_ptr<push::Gateway> push;          // device connections (server/push)
+  std::shared_ptr<storage::VoiceNotes>
+      voice_notes;  // feedback's voice notes as files (server/storage); null where the rows hold
+                    // them
   std::shared_ptr<detect::PhotoScorer> scorer{};  // the local engine's scores; null when it is off
 };
 

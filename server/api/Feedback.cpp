@@ -2,10 +2,11 @@
 // body with "text" (required), an optional "voice" file (a recording), and
 // optional "user_id" and "device_token". Answers {"status": "ok", "id": N};
 // an error carries "error" (a short code) and "message" (a text for the
-// user) with a 4xx status. The voice note is on disk, pending, before its row
-// is written; it takes its name once the row is committed, and is removed
-// again when the row cannot be written. What a crash leaves between those
-// steps is finished or removed by a sweep at start and now and then.
+// user) with a 4xx status. Where the instances share only the database, the
+// voice note is in its row. Else it is on disk, pending, before its row is
+// written; it takes its name once the row is committed, and is removed again
+// when the row cannot be written. What a crash leaves between those steps is
+// finished or removed by a sweep at start and now and then.
 #include <atomic>
 #include <filesystem>
 #include <iostream>
@@ -82,6 +83,7 @@ class FeedbackRoute {
     if (s_.voice_notes)
       for (const auto& e : std::filesystem::directory_iterator(s_.voice_notes->dir(), ec))
         if (e.is_regular_file(ec)) used_ += static_cast<std::int64_t>(e.file_size(ec));
+    if (!s_.voice_notes) used_ = s_.store->feedback_voice_bytes();
   }
 
   http::Response handle(const http::Request& req, http::Context& ctx) {
@@ -161,13 +163,24 @@ class FeedbackRoute {
     }
 
     if (audio) {
-      if (!s_.voice_notes) throw std::runtime_error("no voice note storage");
-      // The voice notes' room on disk is reserved before writing, and given
-      // back when nothing was kept.
+      // The voice notes' room is reserved before writing, and given back
+      // when nothing was kept.
       const auto size = static_cast<std::int64_t>(voice->data.size());
       if (quota_ > 0 && used_.fetch_add(size) + size > quota_) {
         used_ -= size;
         reject(507, "storage_full", "语音留言太多了，请只写文字或稍后再试");
+      }
+      f.voice_mime = audio->mime;
+      f.voice_bytes = size;
+      if (!s_.voice_notes) {  // the row holds the note: both are written, or neither
+        f.voice_key = storage::VoiceNotes::new_key(*audio);
+        f.voice_data = std::string(voice->data);
+        try {
+          return s_.store->add_feedback(f).id;
+        } catch (...) {
+          used_ -= size;
+          throw;
+        }
       }
       std::string why;
       auto key = s_.voice_notes->put(voice->data, *audio, &why);
@@ -176,8 +189,6 @@ class FeedbackRoute {
         throw std::runtime_error("storing a voice note: " + why);
       }
       f.voice_key = *key;
-      f.voice_mime = audio->mime;
-      f.voice_bytes = static_cast<std::int64_t>(voice->data.size());
       std::int64_t id = 0;
       try {
         id = s_.store->add_feedback(f).id;

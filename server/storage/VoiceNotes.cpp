@@ -359,18 +359,34 @@ void sync_folder(const std::filesystem::path& dir) {
 
 }  // namespace
 
+std::string VoiceNotes::new_key(const AudioInfo& info) {
+  unsigned char raw[16];
+  randombytes_buf(raw, sizeof raw);
+  static constexpr char hex[] = "0123456789abcdef";
+  std::string key;
+  for (unsigned char c : raw) {
+    key += hex[c >> 4];
+    key += hex[c & 15];
+  }
+  return key + "." + info.extension;
+}
+
+int VoiceNotes::move_into(store::Store& store) {
+  int moved = 0;
+  std::error_code ec;
+  for (const auto& e : std::filesystem::directory_iterator(dir(), ec)) {
+    const std::string key = e.path().filename().string();
+    if (!e.is_regular_file(ec) || !valid_key(key)) continue;  // pending or half-written
+    auto bytes = files_.read(key);
+    if (bytes && store.set_feedback_voice(key, *bytes)) ++moved;
+  }
+  return moved;
+}
+
 std::optional<std::string> VoiceNotes::put(std::string_view bytes, const AudioInfo& info,
                                            std::string* error) {
   for (int attempt = 0; attempt < 3; ++attempt) {
-    unsigned char raw[16];
-    randombytes_buf(raw, sizeof raw);
-    static constexpr char hex[] = "0123456789abcdef";
-    std::string key;
-    for (unsigned char c : raw) {
-      key += hex[c >> 4];
-      key += hex[c & 15];
-    }
-    key += "." + info.extension;
+    const std::string key = new_key(info);
     if (std::filesystem::exists(dir() / key)) continue;
     switch (files_.put(key + std::string(kPending), bytes, error)) {
       case PhotoFiles::Put::Stored:

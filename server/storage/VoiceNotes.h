@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "storage/PhotoFiles.h"
+#include "store/Store.h"
 
 namespace rd::storage {
 
@@ -39,6 +40,8 @@ class VoiceNotes {
  public:
   explicit VoiceNotes(std::filesystem::path dir);
 
+  // A fresh random key ("<32 hex digits>.<ext>").
+  static std::string new_key(const AudioInfo& info);
   // Writes the note, synced, as pending under a new key ("<32 hex
   // digits>.<ext>") and returns the key; nullopt (and `error`) when it could
   // not be written; nothing is left behind then.
@@ -58,6 +61,10 @@ class VoiceNotes {
   // file are removed once older than `grace` (another server on the same
   // folder may be writing them just now). Returns how many files it changed.
   int sweep(const std::function<bool(const std::string& key)>& has_row, std::chrono::seconds grace);
+
+  // Gives each note of the folder to the feedback row that names it, where
+  // the rows hold the notes (the files stay); returns how many moved.
+  int move_into(store::Store& store);
 
  private:
   PhotoFiles files_;  // the same write-once file store, in a folder of its own

@@ -104,7 +104,16 @@ void install(server::Services& s) {
     std::cerr << "rongdian-server: photos are in the outside storage at " << app_prefix
               << "; items may point only there\n";
   s.photos = files;
-  s.voice_notes = std::make_shared<VoiceNotes>(std::filesystem::path(cfg.data_dir) / "feedback");
+  // Feedback's voice notes: files in the data folder, or in their rows where
+  // the instances share only the database (a data folder's notes move in).
+  auto notes = std::make_shared<VoiceNotes>(std::filesystem::path(cfg.data_dir) / "feedback");
+  if (s.store->engine() == "postgresql") {
+    if (int n = notes->move_into(*s.store); n > 0)
+      std::cerr << "rongdian-server: " << n << " voice notes of " << notes->dir().string()
+                << " copied into the database\n";
+  } else {
+    s.voice_notes = notes;
+  }
 
   if (cfg.storage_access_key.empty() || cfg.storage_bucket.empty())
     throw std::runtime_error("photo storage needs --storage-access-key and --storage-bucket");

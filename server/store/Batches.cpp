@@ -1,9 +1,9 @@
 // Votes and comments that came in together, written together: one call of
 // the database's batch function (and for comments their pushes and counts
 // with the COMMIT) answers each of them. A batch that fails for one of its
-// writes (an item removed meanwhile, a deadlock) is written again one write
-// at a time, so that each hears only its own outcome; one whose end is
-// unknown (the connection broke) is not written again.
+// writes (an item removed meanwhile) is written again one write at a time,
+// so that each hears only its own outcome; one whose end is unknown (the
+// connection broke) is not written again.
 #include <algorithm>
 #include <map>
 #include <set>
@@ -49,20 +49,13 @@ void check_all_answered(const std::vector<bool>& seen) {
     throw Error("a batch left a write unanswered");
 }
 
-// Runs `alone` for each write of a failed batch, or hands every write the
-// batch's error when the connection broke on the way (the batch may have
-// committed; the caller hears of the error, nothing is written twice).
-template <class Op, class F>
-void one_by_one(Conn& c, const std::vector<Op*>& ops, F alone) {
+// After a failed batch on `c`: whether it may be written again (its
+// transaction was rolled back); false when the connection broke on the way
+// (the batch may have committed: its writes hear of the error, nothing is
+// written twice).
+bool may_write_again(Conn& c) {
   c.rollback();
-  if (!c.usable()) throw;
-  for (Op* op : ops) {
-    try {
-      alone(*op);
-    } catch (...) {
-      op->error = std::current_exception();
-    }
-  }
+  return c.usable();
 }
 
 }  // namespace
@@ -75,24 +68,26 @@ void SqlStore::counted_batch(std::size_t writes, std::chrono::nanoseconds took) 
 
 void SqlStore::write_votes(const std::vector<VoteOp*>& all) {
   // Each user's vote on an item comes once in a batch; a twin (a tap twice)
-  // follows it on its own.
+  // goes in the next one.
   std::vector<VoteOp*> ops, twins;
   std::set<std::pair<std::int64_t, std::string>> pairs;
   for (VoteOp* op : all) (pairs.emplace(op->id, op->user_id).second ? ops : twins).push_back(op);
-  struct Twins {
-    SqlStore& s;
-    std::vector<VoteOp*>& ops;
-    ~Twins() {
-      for (VoteOp* op : ops) {
-        try {
-          op->out = s.checked_vote(op->id, op->user_id, op->like, op->now_ms);
-        } catch (...) {
-          op->error = std::current_exception();
-        }
+  // A failed batch goes again one vote at a time, each in a batch of its own
+  // (which locks what it writes in the same order as every batch).
+  if (!vote_batch(ops)) {
+    for (VoteOp* op : ops) {
+      try {
+        vote_batch({op});
+      } catch (...) {
+        op->error = std::current_exception();
       }
     }
-  } after{*this, twins};
+  }
+  if (!twins.empty()) write_votes(twins);
+}
 
+// False when the batch failed and may go again.
+bool SqlStore::vote_batch(const std::vector<VoteOp*>& ops) {
   const auto start = std::chrono::steady_clock::now();
   std::vector<std::int64_t> items, likes;
   std::vector<std::string> users;
@@ -129,16 +124,21 @@ void SqlStore::write_votes(const std::vector<VoteOp*>& all) {
     }
     check_all_answered(seen);
   } catch (const std::exception&) {
-    one_by_one(*c, ops,
-               [&](VoteOp& op) { op.out = checked_vote(op.id, op.user_id, op.like, op.now_ms); });
-    return;
+    if (!may_write_again(*c)) throw;
+    if (ops.size() > 1) return false;
+    ops[0]->error = std::current_exception();
+    return true;
   }
   if (changed) {
     c->announce_change();
     c->tell();
     counted_batch(ops.size(), std::chrono::steady_clock::now() - start);
   }
-  for (std::size_t i = 0; i < ops.size(); ++i) ops[i]->out = std::move(outs[i]);
+  for (std::size_t i = 0; i < ops.size(); ++i) {
+    ops[i]->out = std::move(outs[i]);
+    ops[i]->answered = true;
+  }
+  return true;
 }
 
 void SqlStore::write_comments(const std::vector<CommentOp*>& ops) {
@@ -192,13 +192,22 @@ void SqlStore::write_comments(const std::vector<CommentOp*>& ops) {
       c->defer("UPDATE items SET num_comments = num_comments + ? WHERE id = ?", {n, item});
     c->commit();
   } catch (const std::exception&) {
-    one_by_one(*c, ops, [&](CommentOp& op) {
-      op.out = comment_by_function(op.item_id, op.user_id, op.text, op.now_ms, op.push);
-    });
+    if (!may_write_again(*c)) throw;
+    for (CommentOp* op : ops) {
+      try {
+        op->out = comment_by_function(op->item_id, op->user_id, op->text, op->now_ms, op->push);
+        op->answered = true;
+      } catch (...) {
+        op->error = std::current_exception();
+      }
+    }
     return;
   }
   counted_batch(ops.size(), std::chrono::steady_clock::now() - start);
-  for (std::size_t i = 0; i < ops.size(); ++i) ops[i]->out = std::move(outs[i]);
+  for (std::size_t i = 0; i < ops.size(); ++i) {
+    ops[i]->out = std::move(outs[i]);
+    ops[i]->answered = true;
+  }
 }
 
 }  // namespace rd::store::sql

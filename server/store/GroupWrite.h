@@ -22,7 +22,8 @@ namespace rd::store::sql {
 // What every queued write carries besides its own input and outcome.
 struct Pending {
   bool taken = false;            // in a batch under way
-  bool done = false;             // its outcome (or error) is in
+  bool answered = false;         // its outcome is in
+  bool done = false;             // its batch is over
   std::exception_ptr error;      // thrown to its caller
   std::condition_variable wake;  // its caller waits on it (woken alone)
 };
@@ -30,8 +31,9 @@ struct Pending {
 template <class Op>  // derived from Pending
 class GroupWrite {
  public:
-  // `run` writes a batch and fills each write's outcome (or its error); what
-  // it throws becomes the error of every write it left without one.
+  // `run` writes a batch and fills each write's outcome (marking it
+  // answered) or its error; what it throws becomes the error of every write
+  // it left without either.
   using Run = std::function<void(const std::vector<Op*>&)>;
 
   GroupWrite(Run run, std::size_t max_batch, int max_running)
@@ -60,7 +62,7 @@ class GroupWrite {
         run_(batch);
       } catch (...) {
         for (Op* o : batch)
-          if (!o->error) o->error = std::current_exception();
+          if (!o->answered && !o->error) o->error = std::current_exception();
       }
       lock.lock();
       --running_;

@@ -523,7 +523,8 @@ std::shared_ptr<Store> open_postgres(const std::string& url, int connections) {
                       kDropChangeTriggers,
                   sql::schema_v6("BIGINT"),
                   sql::schema_v7_functions(),
-                  sql::schema_v8_batches()};
+                  sql::schema_v8_batches(),
+                  sql::schema_voice_rows()};
   d.functions = true;
   // Instances starting together take turns at the schema.
   d.migration_lock = "SELECT pg_advisory_xact_lock(7263540117)";

@@ -140,6 +140,10 @@ CREATE INDEX photos_unpublished ON photos (block, at) WHERE block IS NOT NULL;
                       "", integer);
 }
 
+// Voice notes in their feedback rows, where the instances share only the
+// database.
+std::string schema_voice_rows() { return "ALTER TABLE feedback ADD COLUMN voice_data TEXT;"; }
+
 // PostgreSQL's functions for the busiest writes, each run as one statement
 // (one round trip, atomic by itself). Each statement inside sees what
 // committed before it, as the same statements sent one by one would.

@@ -614,6 +614,24 @@ std::vector<Comment> SqlStore::list_comments(std::int64_t item_id, std::int64_t 
   return out;
 }
 
+// Photos and voice notes are kept as Base64 text, which both engines store
+// alike.
+namespace {
+
+std::string to_text(const std::string& bytes) {
+  std::string out(boost::beast::detail::base64::encoded_size(bytes.size()), '\0');
+  out.resize(boost::beast::detail::base64::encode(out.data(), bytes.data(), bytes.size()));
+  return out;
+}
+
+std::string from_text(const std::string& text) {
+  std::string out(boost::beast::detail::base64::decoded_size(text.size()), '\0');
+  out.resize(boost::beast::detail::base64::decode(out.data(), text.data(), text.size()).first);
+  return out;
+}
+
+}  // namespace
+
 namespace {
 
 const char* kFeedbackSelect =
@@ -642,8 +660,10 @@ Feedback SqlStore::add_feedback(const Feedback& in) {
       [&](Conn& c) {
         auto rows = c.query(
             "INSERT INTO feedback (text, user_id, device_token, voice_key, voice_mime, "
-            "voice_bytes, remote_address, created_ms) VALUES (?, ?, ?, ?, ?, ?, ?, ?) RETURNING id",
+            "voice_bytes, voice_data, remote_address, created_ms) "
+            "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?) RETURNING id",
             {in.text, in.user_id, in.device_token, in.voice_key, in.voice_mime, in.voice_bytes,
+             in.voice_data.empty() ? Param{nullptr} : Param{to_text(in.voice_data)},
              in.remote_address, in.created_ms});
         if (rows.empty()) throw Error("insert of feedback returned no id");
         return rows[0].i(0);
@@ -667,24 +687,36 @@ bool SqlStore::feedback_has_voice(const std::string& voice_key) {
   return !c->query("SELECT 1 FROM feedback WHERE voice_key = ? LIMIT 1", {voice_key}).empty();
 }
 
+std::int64_t SqlStore::feedback_voice_bytes() {
+  auto c = pool_.get();
+  auto rows = c->query(
+      "SELECT COALESCE(SUM(voice_bytes), 0) FROM feedback WHERE voice_data IS NOT NULL", {});
+  return rows.empty() ? 0 : rows[0].i(0);
+}
+
+std::optional<std::string> SqlStore::feedback_voice(const std::string& voice_key) {
+  auto c = pool_.get();
+  auto rows = c->query(
+      "SELECT voice_data FROM feedback WHERE voice_key = ? AND voice_data IS NOT NULL LIMIT 1",
+      {voice_key});
+  if (rows.empty()) return std::nullopt;
+  return from_text(rows[0].s(0));
+}
+
+bool SqlStore::set_feedback_voice(const std::string& voice_key, const std::string& bytes) {
+  return write(
+      [&](Conn& c) {
+        return !c.query(
+                     "UPDATE feedback SET voice_data = ? WHERE voice_key = ? AND voice_data IS "
+                     "NULL "
+                     "RETURNING id",
+                     {to_text(bytes), voice_key})
+                    .empty();
+      },
+      Kind::Single);
+}
+
 // ---------------------------------------------------------------- photos
-
-// The bytes are kept as Base64 text, which both engines store alike.
-namespace {
-
-std::string to_text(const std::string& bytes) {
-  std::string out(boost::beast::detail::base64::encoded_size(bytes.size()), '\0');
-  out.resize(boost::beast::detail::base64::encode(out.data(), bytes.data(), bytes.size()));
-  return out;
-}
-
-std::string from_text(const std::string& text) {
-  std::string out(boost::beast::detail::base64::decoded_size(text.size()), '\0');
-  out.resize(boost::beast::detail::base64::decode(out.data(), text.data(), text.size()).first);
-  return out;
-}
-
-}  // namespace
 
 Store::PhotoPut SqlStore::put_photo(const std::string& key, const std::string& bytes,
                                     const std::string& block, bool replace, std::int64_t now_s) {

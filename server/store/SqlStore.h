@@ -152,6 +152,9 @@ class SqlStore : public Store {
   Feedback add_feedback(const Feedback& f) override;
   std::vector<Feedback> list_feedback(std::int64_t offset, int limit) override;
   bool feedback_has_voice(const std::string& voice_key) override;
+  std::int64_t feedback_voice_bytes() override;
+  std::optional<std::string> feedback_voice(const std::string& voice_key) override;
+  bool set_feedback_voice(const std::string& voice_key, const std::string& bytes) override;
 
   std::int64_t add_push(const std::string& device_token, const std::string& payload,
                         int keep) override;
@@ -223,6 +226,7 @@ class SqlStore : public Store {
     std::optional<CommentAdded> out;
   };
   void write_votes(const std::vector<VoteOp*>& ops);
+  bool vote_batch(const std::vector<VoteOp*>& ops);
   void write_comments(const std::vector<CommentOp*>& ops);
   void counted_batch(std::size_t writes, std::chrono::nanoseconds took);
   static constexpr std::size_t kMaxBatch = 64;

@@ -132,7 +132,8 @@ std::shared_ptr<Store> open_sqlite(const std::string& path, int connections) {
                   sql::schema_v4(),
                   sql::schema_v5("INTEGER PRIMARY KEY AUTOINCREMENT",
                                  "INTEGER NOT NULL DEFAULT (strftime('%s','now'))"),
-                  sql::schema_v6("INTEGER")};
+                  sql::schema_v6("INTEGER"),
+                  sql::schema_voice_rows()};
   d.serialize_writes = true;
   return std::make_shared<sql::SqlStore>(
       std::move(d), [path] { return std::make_unique<SqliteConn>(path); }, connections);

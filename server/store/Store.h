@@ -77,6 +77,9 @@ struct Feedback {
   std::string voice_key;     // empty: no voice note
   std::string voice_mime;
   std::int64_t voice_bytes = 0;
+  // The note itself when the row holds it (where the instances share only
+  // the database); empty when it is a file (storage/VoiceNotes).
+  std::string voice_data;
   std::string remote_address;
   std::int64_t created_ms = 0;
 };
@@ -202,6 +205,12 @@ class Store {
   virtual std::vector<Feedback> list_feedback(std::int64_t offset, int limit) = 0;
   // Whether a feedback row names this voice note.
   virtual bool feedback_has_voice(const std::string& voice_key) = 0;
+  // The notes that rows hold: their bytes together, one of them by its key,
+  // and a note given to the row that names it but does not hold it yet (a
+  // data folder's note moving in); false when there is no such row.
+  virtual std::int64_t feedback_voice_bytes() = 0;
+  virtual std::optional<std::string> feedback_voice(const std::string& voice_key) = 0;
+  virtual bool set_feedback_voice(const std::string& voice_key, const std::string& bytes) = 0;
 
   // --- pending pushes
   // Keeps `payload` for the device and drops its oldest beyond `keep`.

@@ -6,7 +6,6 @@
 // connection broke) is not written again.
 #include <algorithm>
 #include <map>
-#include <set>
 
 #include "store/SqlStore.h"
 
@@ -67,11 +66,12 @@ void SqlStore::counted_batch(std::size_t writes, std::chrono::nanoseconds took) 
 }
 
 void SqlStore::write_votes(const std::vector<VoteOp*>& all) {
-  // Each user's vote on an item comes once in a batch; a twin (a tap twice)
-  // goes in the next one.
+  // Each user's vote on an item comes once in a batch; its twins (taps
+  // twice) wait for it.
   std::vector<VoteOp*> ops, twins;
-  std::set<std::pair<std::int64_t, std::string>> pairs;
-  for (VoteOp* op : all) (pairs.emplace(op->id, op->user_id).second ? ops : twins).push_back(op);
+  std::map<std::pair<std::int64_t, std::string>, VoteOp*> first;
+  for (VoteOp* op : all)
+    (first.emplace(std::pair(op->id, op->user_id), op).second ? ops : twins).push_back(op);
   // A failed batch goes again one vote at a time, each in a batch of its own
   // (which locks what it writes in the same order as every batch).
   if (!vote_batch(ops)) {
@@ -83,7 +83,22 @@ void SqlStore::write_votes(const std::vector<VoteOp*>& all) {
       }
     }
   }
-  if (!twins.empty()) write_votes(twins);
+  // The same vote again is answered by the first one's outcome: refused
+  // alike, or a repeat. An opposite one goes in a batch after it.
+  std::vector<VoteOp*> after;
+  for (VoteOp* twin : twins) {
+    const VoteOp* one = first.at({twin->id, twin->user_id});
+    if (twin->like != one->like || !one->answered) {
+      after.push_back(twin);
+      continue;
+    }
+    const auto r = one->out.result;
+    const bool refused =
+        r == VoteResult::NoSuchUser || r == VoteResult::NoSuchItem || r == VoteResult::OwnPhoto;
+    twin->out = {refused ? r : VoteResult::Repeated, std::nullopt};
+    twin->answered = true;
+  }
+  if (!after.empty()) write_votes(after);
 }
 
 // False when the batch failed and may go again.

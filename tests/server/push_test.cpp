@@ -4,15 +4,8 @@
 // instances delivering to each other's devices: two_instances_test.cpp).
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-#include <sys/socket.h>
-#include <sys/time.h>
 
-#include <boost/asio.hpp>
-#include <boost/beast.hpp>
-#include <boost/json.hpp>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <thread>
 

@@ -6,11 +6,16 @@ CMAKE_ARGS ?=
 # Let ccache share objects between checkouts in different folders.
 export CCACHE_BASEDIR := $(CURDIR)
 export CCACHE_NOHASHDIR := 1
+# What ccache needs to cache the files compiled with a precompiled header.
+export CCACHE_SLOPPINESS := pch_defines,time_macros
 
 .PHONY: run test test-asan setup setup-run build build-asan bench clean format qmllint package
 
-# What `make run` needs: the server and the app, nothing of the tests.
+# What `make run` needs: the server and the app, nothing of the tests,
+# optimised as RelWithDebInfo but without its debug information (which costs
+# a fifth of the compile time). A folder configured already keeps its type.
 RUN_TARGETS := rongdian-server rongdian
+RUN_CONFIG  := -DCMAKE_BUILD_TYPE=Release '-DCMAKE_CXX_FLAGS_RELEASE=-O2 -DNDEBUG'
 
 setup:
 	@scripts/setup.sh
@@ -40,7 +45,7 @@ build: setup
 
 # Only what it runs: the tests and benchmarks are built by `make test`/`make bench`.
 run: setup-run
-	$(call configure,$(BUILD),-DCMAKE_BUILD_TYPE=RelWithDebInfo -DBUILD_TESTING=OFF)
+	$(call configure,$(BUILD),$(RUN_CONFIG) -DBUILD_TESTING=OFF)
 	@cmake --build $(BUILD) -j $(JOBS) --target $(RUN_TARGETS)
 	@scripts/run.sh $(BUILD)
 

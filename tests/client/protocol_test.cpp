@@ -5,9 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <QBuffer>
-#include <QFile>
 #include <QImage>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QSettings>
 #include <optional>
@@ -38,10 +36,18 @@ std::optional<T> await(Start start, int timeoutMs = 20000) {
   return out;
 }
 
+// The owner "甲" signed up and signed in.
 class Protocol : public RealServerTest {
  protected:
   // The scores published here are made up: taken as claimed.
   Protocol() : RealServerTest({"--trust-claimed-scores"}) {}
+  void SetUp() override {
+    RealServerTest::SetUp();
+    std::optional<UserInfo> a = rdtest::signUp("13800000001", "secret-one", "甲");
+    ASSERT_TRUE(a.has_value()) << hud.errors().join("|").toStdString();
+    owner = *a;
+    aId = a->userinfoId;
+  }
 
   bool logIn(const QString& mobile, const QString& password) {
     return await<bool>([&](auto cb) {
@@ -94,19 +100,27 @@ class Protocol : public RealServerTest {
       for (int x = 0; x < 40; ++x) img.setPixelColor(x, y, mark);
     return img;
   }
+  // Five photos of the owner's (pages of two run out on the third); the first one's stored name.
+  QString publishFive() {
+    const QString stored = rdtest::publishPhoto(samplePhoto(), "第一张", "95");
+    addItem("60", "二");
+    addItem("99", "三");
+    addItem("70", "四");
+    addItem("80", "五");
+    return stored;
+  }
   int photos_ = 0;
+  UserInfo owner;
+  QString aId;
 
   HudRecorder hud;
 };
 
-TEST_F(Protocol, WholeCommunityFlow) {
-  // Accounts: sign up, a second sign-up with the same number, log out, log in.
-  std::optional<UserInfo> a = rdtest::signUp("13800000001", "secret-one", "甲");
-  ASSERT_TRUE(a.has_value()) << hud.errors().join("|").toStdString();
-  const QString aId = a->userinfoId;
+TEST_F(Protocol, AccountsSignUpOnceAndLogInWithTheirPassword) {
+  // The sign-up, a second sign-up with the same number, log out, log in.
   EXPECT_FALSE(aId.isEmpty());
-  EXPECT_EQ(a->userlikename, "甲");
-  EXPECT_EQ(a->username, "13800000001");
+  EXPECT_EQ(owner.userlikename, "甲");
+  EXPECT_EQ(owner.username, "13800000001");
   expectSession(true, aId);
   EXPECT_TRUE(QSettings().value("enableFristLogin2.3").toBool());
   EXPECT_EQ(LocalUserInfo::getUserInfo().userlikename, "甲");
@@ -131,21 +145,17 @@ TEST_F(Protocol, WholeCommunityFlow) {
   ASSERT_TRUE(me.has_value());
   EXPECT_EQ(me->userinfoId, aId);
   EXPECT_EQ(LocalUserInfo::storedUserDic().value("mobile"), "13800000001");
+}
 
-  // Publish a real photo: token, upload, item.
-  const QString stored = rdtest::publishPhoto(samplePhoto(), "第一张", "95");
+TEST_F(Protocol, PublishedPhotosAreServedPagedAndRanked) {
+  // A real photo: token, upload, item.
+  const QString stored = publishFive();
   ASSERT_FALSE(stored.isEmpty()) << hud.errors().join("|").toStdString();
   const rdtest::HttpReply photo =
       rdtest::http_request(server.port(), "GET", "/files/" + stored.toStdString() + ".jpeg");
   EXPECT_EQ(photo.status, 200);
   EXPECT_EQ(photo.body.substr(0, 2), std::string("\xff\xd8"));
   EXPECT_EQ(QImage::fromData(QByteArray::fromStdString(photo.body)).size(), QSize(200, 250));
-
-  // Four more items, so that pages of two run out on the third page.
-  addItem("60", "二");
-  addItem("99", "三");
-  addItem("70", "四");
-  addItem("80", "五");
 
   ShowTableView newest;
   pageToEnd(newest, 2);
@@ -173,7 +183,15 @@ TEST_F(Protocol, WholeCommunityFlow) {
       [](auto cb) { ItemApi::getMaxpointItem("rd_get_item", cb); });
   ASSERT_TRUE(top && *top && (*top)->size() == 1);
   EXPECT_EQ((*top)->at(0).lookscorebasis, "99");
-  const QString topId = (*top)->at(0).itemId;
+}
+
+TEST_F(Protocol, OthersLikeAndCommentButOnlyTheOwnerDeletes) {
+  publishFive();
+  ShowTableView newest;
+  pageToEnd(newest, 10);
+  ASSERT_EQ(newest.rowCount(), 5);
+  ASSERT_EQ(newest.get(2).value<Item>().lookscorebasis, "99");
+  const QString topId = newest.get(2).value<Item>().itemId;
   const QString firstId = newest.get(4).value<Item>().itemId;
 
   // A second user likes one photo, dislikes another and comments.
@@ -232,7 +250,7 @@ TEST_F(Protocol, WholeCommunityFlow) {
             std::optional<bool>(false));
   EXPECT_EQ(hud.errors().size(), errorsBefore + 1);
 
-  // The owner deletes the photo; the owner's user record counts the comments.
+  // The owner deletes the photo.
   ASSERT_TRUE(logIn("13800000001", "secret-one"));
   expectSession(true, aId);
   EXPECT_EQ(await<bool>([&](auto cb) { ItemApi::deleteItem(firstId, "rd_remove_item", cb); }),
@@ -241,9 +259,15 @@ TEST_F(Protocol, WholeCommunityFlow) {
   mineAfter.userName = aId;
   pageToEnd(mineAfter, 10);
   EXPECT_EQ(mineAfter.rowCount(), 4);
+}
 
-  // The server goes away: no callback, the network text once per command;
-  // delete and like call back with false.
+TEST_F(Protocol, AServerGoneAwayShowsTheNetworkTextOncePerCommand) {
+  // No callback, the network text once per command; delete and like call back with false.
+  addItem("99", "三");
+  ShowTableView newest;
+  pageToEnd(newest, 10);
+  ASSERT_EQ(newest.rowCount(), 1);
+  const QString topId = newest.get(0).value<Item>().itemId;
   server.stop();
   const int netBefore = hud.count(Kind::Error, kNet);
   int called = 0;

@@ -1,7 +1,6 @@
 // Upload token, the uploader's single retry, and the publishing steps.
 #include <gtest/gtest.h>
 
-#include <QDir>
 #include <QFile>
 #include <QImage>
 #include <QImageReader>

@@ -26,7 +26,6 @@
 #include "service/Records.h"
 #include "shell/AlertCenter.h"
 #include "shell/MessageBar.h"
-#include "shell/ProgressHud.h"
 #include "shell/ui/AppDelegate.h"
 
 using namespace uitest;

@@ -1,6 +1,5 @@
 #include "FaceTestSupport.h"
 
-#include <QBuffer>
 #include <QImageReader>
 #include <QTransform>
 #include <cmath>

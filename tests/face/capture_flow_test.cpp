@@ -2,7 +2,6 @@
 // against the in-process service; and rongdian-score's photo mode.
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>

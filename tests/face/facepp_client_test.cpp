@@ -2,7 +2,6 @@
 // wire, and what each kind of answer turns into.
 #include <gtest/gtest.h>
 
-#include <QJsonArray>
 #include <QRegularExpression>
 #include <QThread>
 

@@ -2,8 +2,6 @@
 // (ignored y, ignored gender, only the left landmarks), and the edge values.
 #include <gtest/gtest.h>
 
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <cmath>
 

@@ -4,15 +4,8 @@
 // instances delivering to each other's devices: two_instances_test.cpp).
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-#include <sys/socket.h>
-#include <sys/time.h>
 
-#include <boost/asio.hpp>
-#include <boost/beast.hpp>
-#include <boost/json.hpp>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <thread>
 
@@ -23,15 +16,9 @@
 #include "store/Store.h"
 #include "support/ServerProcess.h"
 
-using rdtest::Device;
+using namespace rdtest;  // Device, and the asio, beast, websocket and json namespaces
 
 namespace {
-
-namespace asio = boost::asio;
-namespace beast = boost::beast;
-namespace websocket = beast::websocket;
-namespace json = boost::json;
-using tcp = asio::ip::tcp;
 
 // A rongdian-server core with only the store and the push gateway, in this
 // process, so the test can keep pushes and hand them to the gateway as the

@@ -8,7 +8,6 @@
 #include <QMetaEnum>
 #include <QTcpServer>
 #include <QTest>
-#include <QThread>
 
 #include "publish/PhotoPublisher.h"
 #include "publish/QiniuSimpleUploader.h"

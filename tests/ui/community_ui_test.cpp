@@ -7,10 +7,6 @@
 #include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
-#include <QQmlComponent>
-#include <QQmlEngine>
-#include <QQmlProperty>
-#include <QSettings>
 #include <QTest>
 
 #include "../support/ServerProcess.h"
@@ -28,7 +24,6 @@
 #include "shell/BaseTableView.h"
 #include "shell/MessageBar.h"
 #include "shell/NotificationCenter.h"
-#include "shell/ProgressHud.h"
 #include "shell/ui/AppDelegate.h"
 #include "support/Seeding.h"
 
@@ -90,24 +85,39 @@ void back() {
 
 }  // namespace
 
-TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
+// 小红 has published two photos (scores 120 and 9999); 阿明 is signed in on
+// the app, which shows the newest feed with the top item as its header.
+class TwoUsers : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(server.process.ok());
+    startApp(server);
+    ASSERT_TRUE(signUp("13800000001", "小红"));
+    ASSERT_TRUE(publish("第一张", 120));
+    ASSERT_TRUE(publish("第二张", 9999));
+    LocalUserInfo::clearUserInfo();
+    ASSERT_TRUE(signUp("13800000002", "阿明"));
+    QMetaObject::invokeMethod(feeds(), "reloadShowTableview", Q_ARG(QVariant, false));
+    showTable = tableOf(item("showTableView"));
+    ASSERT_TRUE(waitUntil([&] { return showTable->property("count").toInt() == 2; }));
+    ASSERT_TRUE(waitUntil([] { return item("ShowOneCell") != nullptr; }));
+  }
+  // A comment of the signed-in user's from another phone.
+  void commentElsewhere(const QString& itemId, const QString& text) {
+    const std::string body = R"({"item_id":")" + itemId.toStdString() + R"(","user_id":")" +
+                             LocalUserInfo::tokenID().toStdString() + R"(","comments":")" +
+                             text.toStdString() + R"("})";
+    ASSERT_EQ(rdtest::http_request(server.process.port(), "POST", "/api?cmd=rd_add_comments", body,
+                                   {{"Content-Type", "application/json"}})
+                  .status,
+              200);
+  }
   Server server;
-  ASSERT_TRUE(server.process.ok());
-  startApp(server);
+  QObject* showTable = nullptr;
+};
 
-  ASSERT_TRUE(signUp("13800000001", "小红"));
-  ASSERT_TRUE(publish("第一张", 120));
-  ASSERT_TRUE(publish("第二张", 9999));
-  LocalUserInfo::clearUserInfo();
-  ASSERT_TRUE(signUp("13800000002", "阿明"));
-
-  // The newest feed, with the top item as its header.
-  QMetaObject::invokeMethod(feeds(), "reloadShowTableview", Q_ARG(QVariant, false));
-  QObject* showTable = tableOf(item("showTableView"));
-  ASSERT_TRUE(waitUntil([&] { return showTable->property("count").toInt() == 2; }));
-  ASSERT_TRUE(waitUntil([] { return item("ShowOneCell") != nullptr; }));
+TEST_F(TwoUsers, TheItemPageLikesOnceCommentsAndSharesAndTheFeedFollows) {
   screenshot("community_home_newest");
-  EXPECT_EQ(text(item(item("ShowOneCell"), "btnunLike")), "差(0)");
 
   // Open the item "第一张" (score 120, like 0) and like it.
   const QVariantMap first = rowWithMessage(showTable, "第一张");
@@ -201,10 +211,13 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
     EXPECT_EQ(text(item(cell, "labComment")), "1");  // the count alone
   }
   EXPECT_EQ(rowsSeen, 1);
+}
 
+TEST_F(TwoUsers, TheHeadersDislikeAndAReloadShowTheServersNumbers) {
   // The dislike on the header shows the like count.
   QQuickItem* header = item("ShowOneCell");
   ASSERT_TRUE(header);
+  EXPECT_EQ(text(item(header, "btnunLike")), "差(0)");
   QQuickItem* dislike = item(header, "btnunLike");
   const QVariantMap topItem = recordMap(header->property("item"));
   const QString likesBefore = topItem["like"].toString();
@@ -214,13 +227,7 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
 
   // Someone comments on the top item; a reload shows the server's numbers on
   // the top card as on every row.
-  const std::string comment = R"({"item_id":")" + topItem["itemId"].toString().toStdString() +
-                              R"(","user_id":")" + LocalUserInfo::tokenID().toStdString() +
-                              R"(","comments":"好看"})";
-  ASSERT_EQ(rdtest::http_request(server.process.port(), "POST", "/api?cmd=rd_add_comments", comment,
-                                 {{"Content-Type", "application/json"}})
-                .status,
-            200);
+  commentElsewhere(topItem["itemId"].toString(), "好看");
   QMetaObject::invokeMethod(feeds(), "reloadShowTableview", Q_ARG(QVariant, false));
   ASSERT_TRUE(waitUntil([] {
     QQuickItem* h = item("ShowOneCell");
@@ -232,8 +239,12 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   EXPECT_FALSE(item(rebuilt, "btnunLike")->property("liked").toBool());
   EXPECT_EQ(text(item(rebuilt, "btnunLike")), "差(1)");
   EXPECT_EQ(text(item(rebuilt, "btnLike")), QString("赞(%1)").arg(likesBefore.toInt() + 1));
+}
 
-  // The owner: his badge, his photos (badges clear), a deletion.
+TEST_F(TwoUsers, TheOwnerSeesHisBadgeDeletesAPhotoAndAGonePhotoCannotBeLiked) {
+  // Two comments on the owner's photos: his badge, his photos (badges clear), a deletion.
+  for (int i = 0; i < 2; ++i)
+    commentElsewhere(recordMap(rowOf(showTable, i))["itemId"].toString(), "好看");
   LocalUserInfo::clearUserInfo();
   ASSERT_TRUE(logIn("13800000001", "pw"));
   NotificationCenter::defaultCenter().postNotification(Notifications::updataNewsNum);
@@ -280,10 +291,11 @@ TEST(CommunityUi, TwoUsersPublishLikeCommentShareAndTheOwnerDeletes) {
   ASSERT_TRUE(waitUntil([&] { return removed; }));
   back();
   back();
-  cells.clear();
+  QList<QQuickItem*> cells;
   collect(item("showTableView"), "ShowCell", cells);
   ASSERT_EQ(cells.size(), 1);
   QQuickItem* heart = item(cells.last(), "btnLike");
+  auto* bar = MessageBar::instance();
   const QString likesShown = text(heart), scoreShown = text(item(cells.last(), "labScore"));
   press(heart);
   ASSERT_TRUE(waitUntil([&] { return bar->description() == "照片不存在或已删除"; }));

@@ -4,11 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
-#include <QHostAddress>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
 

@@ -247,9 +247,7 @@ RETURNS TABLE (ord BIGINT, result BIGINT, id BIGINT, user_id TEXT, nickname TEXT
   base_image_url TEXT, description TEXT, num_look_score BIGINT, num_like BIGINT,
   num_dislike BIGINT, num_comments BIGINT, is_enabled_photo BIGINT, created_ms BIGINT,
   updated_ms BIGINT)
-LANGUAGE plpgsql
--- (a batch joins a few rows by key: hash tables cost more than they save)
-SET enable_hashjoin = off AS $$
+LANGUAGE plpgsql AS $$
 #variable_conflict use_column
 BEGIN
   PERFORM FROM items i WHERE i.id = ANY(p_items) ORDER BY i.id FOR NO KEY UPDATE;
@@ -302,9 +300,7 @@ CREATE OR REPLACE FUNCTION rongdian_comments(p_items BIGINT[], p_users TEXT[], p
 RETURNS TABLE (ord BIGINT, status BIGINT, id BIGINT, item_id BIGINT, user_id TEXT,
   nickname TEXT, text TEXT, created_ms BIGINT, updated_ms BIGINT, owner TEXT, unread BIGINT,
   token TEXT)
-LANGUAGE plpgsql
--- (a batch joins a few rows by key: hash tables cost more than they save)
-SET enable_hashjoin = off AS $$
+LANGUAGE plpgsql AS $$
 #variable_conflict use_column
 BEGIN
   PERFORM FROM users u WHERE u.id IN (SELECT i.user_id FROM items i WHERE i.id = ANY(p_items))

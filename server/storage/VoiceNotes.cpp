@@ -362,13 +362,9 @@ void sync_folder(const std::filesystem::path& dir) {
 std::string VoiceNotes::new_key(const AudioInfo& info) {
   unsigned char raw[16];
   randombytes_buf(raw, sizeof raw);
-  static constexpr char hex[] = "0123456789abcdef";
-  std::string key;
-  for (unsigned char c : raw) {
-    key += hex[c >> 4];
-    key += hex[c & 15];
-  }
-  return key + "." + info.extension;
+  char hex[2 * sizeof raw + 1];
+  sodium_bin2hex(hex, sizeof hex, raw, sizeof raw);
+  return std::string(hex) + "." + info.extension;
 }
 
 int VoiceNotes::move_into(store::Store& store) {

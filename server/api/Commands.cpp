@@ -525,13 +525,8 @@ class Api {
     auto user_id = session_user_id(b);
     // The owner's devices get a push, kept with the comment.
     store::CommentPush push;
-    push.device = [](const std::string& token) { return push::is_device_token(token); };
-    push.payload = [&](const store::CommentAdded& added) {
-      json::object aps{{"alert", added.comment.nickname + " 评论了你的照片：" + text},
-                       {"badge", added.owner_unread},
-                       {"sound", "default"}};
-      return json::serialize(json::object{{"aps", std::move(aps)}});
-    };
+    push.device_pattern = push::kDeviceTokenPattern;
+    push.alert_joiner = " 评论了你的照片：";
     push.keep = s_.config.push_pending_limit;
     auto added = store_.add_comment(id, user_id, text, now_ms(), s_.push ? &push : nullptr);
     if (!added) {

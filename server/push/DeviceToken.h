@@ -7,6 +7,10 @@
 
 namespace rd::push {
 
+// The same form as a POSIX extended regular expression (for the database;
+// the fixed token is never bound to an account, so no device has it).
+inline constexpr const char* kDeviceTokenPattern = "^<[0-9a-f]{8}( [0-9a-f]{8}){7}>$";
+
 std::string make_device_token();
 // True for text of that form, except the fixed token every copy of the app
 // signs up with (it is no device's, and whoever presented it would get its pushes).

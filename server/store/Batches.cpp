@@ -1,6 +1,6 @@
 // Votes and comments that came in together, written together: one call of
-// the database's batch function (and for comments their pushes and counts
-// with the COMMIT) answers each of them. A batch that fails for one of its
+// the database's batch function answers each of them (for comments, sent
+// with the COMMIT: one round trip). A batch that fails for one of its
 // writes (an item removed meanwhile) is written again one write at a time,
 // so that each hears only its own outcome; one whose end is unknown (the
 // connection broke) is not written again.
@@ -156,7 +156,31 @@ bool SqlStore::vote_batch(const std::vector<VoteOp*>& ops) {
   return true;
 }
 
-void SqlStore::write_comments(const std::vector<CommentOp*>& ops) {
+// Pushes made alike: the same devices, words and keep.
+static bool same_push(const CommentPush* a, const CommentPush* b) {
+  if (!a || !b) return a == b;
+  return a->device_pattern == b->device_pattern && a->alert_joiner == b->alert_joiner &&
+         a->sound == b->sound && a->keep == b->keep;
+}
+
+void SqlStore::write_comments(const std::vector<CommentOp*>& all) {
+  // A batch's comments push alike; the others go in a batch after it.
+  std::vector<CommentOp*> ops, after;
+  for (CommentOp* op : all) (same_push(op->push, all[0]->push) ? ops : after).push_back(op);
+  if (!comment_batch(ops)) {
+    for (CommentOp* op : ops) {
+      try {
+        comment_batch({op});
+      } catch (...) {
+        op->error = std::current_exception();
+      }
+    }
+  }
+  if (!after.empty()) write_comments(after);
+}
+
+// False when the batch failed and may go again.
+bool SqlStore::comment_batch(const std::vector<CommentOp*>& ops) {
   const auto start = std::chrono::steady_clock::now();
   std::vector<std::int64_t> items;
   std::vector<std::string> users, texts;
@@ -167,15 +191,19 @@ void SqlStore::write_comments(const std::vector<CommentOp*>& ops) {
     texts.push_back(op->text);
     now = std::max(now, op->now_ms);
   }
+  const CommentPush* push = ops[0]->push;
   auto c = pool_.get();
   std::vector<std::optional<CommentAdded>> outs(ops.size());
   try {
     c->begin_write();
     c->announce_change();
-    auto rows = c->query("SELECT * FROM rongdian_comments(?::BIGINT[], ?::TEXT[], ?::TEXT[], ?)",
-                         {int_array(items), text_array(users), text_array(texts), now});
+    auto rows = c->query_and_commit(
+        "SELECT * FROM rongdian_comments(?::BIGINT[], ?::TEXT[], ?::TEXT[], ?, ?, ?, ?, ?)",
+        {int_array(items), text_array(users), text_array(texts), now,
+         push ? Param(push->device_pattern) : Param(nullptr),
+         push ? push->alert_joiner : std::string(), push ? push->sound : std::string(),
+         std::int64_t{push ? std::max(push->keep, 1) : 1}});
     std::vector<bool> seen(ops.size());
-    std::vector<std::vector<std::string>> devices(ops.size());
     for (auto& r : rows) {
       const auto n = answered(r, ops, seen);
       if (r.i(1) != 0) continue;  // no such user or item: none added
@@ -187,42 +215,35 @@ void SqlStore::write_comments(const std::vector<CommentOp*>& ops) {
         outs[n]->owner_id = r.s(9);
         outs[n]->owner_unread = r.i(10);
       }
-      if (r.cols[11]) devices[n].push_back(r.s(11));
+      if (r.cols[11]) outs[n]->pushed.push_back(r.s(11));
     }
     check_all_answered(seen);
-    // The rows every batch locks, in one order: each device's pushes, then
-    // the items' counts by item.
-    std::vector<KeptPush> pushes;
-    std::map<std::int64_t, std::int64_t> counts;
-    for (std::size_t i = 0; i < ops.size(); ++i) {
-      if (!outs[i]) continue;
-      for (auto& p : comment_pushes(*outs[i], ops[i]->push, devices[i]))
-        pushes.push_back(std::move(p));
-      ++counts[ops[i]->item_id];
-    }
-    std::stable_sort(pushes.begin(), pushes.end(),
-                     [](const KeptPush& a, const KeptPush& b) { return a.token < b.token; });
-    keep_pushes(*c, pushes);
-    for (const auto& [item, n] : counts)
-      c->defer("UPDATE items SET num_comments = num_comments + ? WHERE id = ?", {n, item});
-    c->commit();
   } catch (const std::exception&) {
     if (!may_write_again(*c)) throw;
-    for (CommentOp* op : ops) {
-      try {
-        op->out = comment_by_function(op->item_id, op->user_id, op->text, op->now_ms, op->push);
-        op->answered = true;
-      } catch (...) {
-        op->error = std::current_exception();
-      }
+    if (ops.size() > 1) return false;
+    // Alone: its item (or its author) went away meanwhile, or its own error.
+    try {
+      throw;
+    } catch (const ForeignKeyViolation&) {
+      ops[0]->out.reset();
+      ops[0]->answered = true;
+    } catch (...) {
+      ops[0]->error = std::current_exception();
     }
-    return;
+    return true;
   }
+  for (const auto& out : outs)
+    if (out)
+      for (const auto& token : out->pushed) c->announce_push(token);
   counted_batch(ops.size(), std::chrono::steady_clock::now() - start);
   for (std::size_t i = 0; i < ops.size(); ++i) {
     ops[i]->out = std::move(outs[i]);
     ops[i]->answered = true;
   }
+  // Written and answered: the other instances hear of it before the writers
+  // are let go.
+  c->tell();
+  return true;
 }
 
 }  // namespace rd::store::sql

@@ -131,6 +131,13 @@ class PgConn : public sql::Conn {
     tell();
   }
 
+  std::vector<sql::Row> query_and_commit(const std::string& text,
+                                         const std::vector<sql::Param>& params) override {
+    queued_.push_back({text, params});
+    queued_.push_back({"COMMIT", {}});
+    return send_queued(queued_.size() - 2);
+  }
+
   void tell() override {
     if (notices_.empty()) return;
     std::set<std::string> notices;
@@ -196,11 +203,12 @@ class PgConn : public sql::Conn {
   }
 
   // Sends the queued statements in one round trip (a pipeline when there
-  // are several) and returns the last one's rows; throws the first error,
-  // after which the others were not run.
-  std::vector<sql::Row> send_queued() {
+  // are several) and returns the rows of the one at `answer` (the last by
+  // default); throws the first error, after which the others were not run.
+  std::vector<sql::Row> send_queued(std::size_t answer = SIZE_MAX) {
     std::vector<Statement> batch;
     batch.swap(queued_);
+    if (answer >= batch.size()) answer = batch.size() - 1;
     std::vector<const std::string*> names;
     for (const auto& st : batch) names.push_back(&prepare(st.text));
     if (batch.size() == 1) {
@@ -241,7 +249,7 @@ class PgConn : public sql::Conn {
       } catch (...) {
         if (!failed) failed = std::current_exception();
       }
-      if (ended + 1 == batch.size() && st == PGRES_TUPLES_OK) rows = rows_of(res);
+      if (ended == answer && st == PGRES_TUPLES_OK) rows = rows_of(res);
     }
     if (failed) std::rethrow_exception(failed);
     if (PQstatus(conn_) != CONNECTION_OK) check(nullptr, "query");
@@ -524,7 +532,8 @@ std::shared_ptr<Store> open_postgres(const std::string& url, int connections) {
                   sql::schema_v6("BIGINT"),
                   sql::schema_v7_functions(),
                   sql::schema_v8_batches(),
-                  sql::schema_voice_rows()};
+                  sql::schema_voice_rows(),
+                  sql::schema_v10_comment_pushes()};
   d.functions = true;
   // Instances starting together take turns at the schema.
   d.migration_lock = "SELECT pg_advisory_xact_lock(7263540117)";

@@ -344,4 +344,98 @@ END $$;
 )";
 }
 
+// Comments that came in together written whole in the one statement that
+// commits with them: each comment with its item's count, its owner's unread
+// count and its pushes, so that a batch is one round trip and its locks are
+// held for no round trip to the server. The single comment's function goes:
+// a failed batch goes again one comment at a time through this one.
+std::string schema_v10_comment_pushes() {
+  return R"(
+DROP FUNCTION IF EXISTS rongdian_comment(BIGINT, TEXT, TEXT, BIGINT);
+DROP FUNCTION IF EXISTS rongdian_comments(BIGINT[], TEXT[], TEXT[], BIGINT);
+
+-- status: 0 added, -1 no such user, -2 no such item. unread: the owner's
+-- count after the comment. With p_devices (a regular expression for the
+-- device tokens that can get pushes), each comment on somebody else's photo
+-- keeps a push for each of the owner's devices that match: the gateway's
+-- "aps" dictionary with the alert "<nickname><p_joiner><text>", the unread
+-- count as the badge and p_sound; a row each (token), and each device keeps
+-- its newest p_keep.
+CREATE FUNCTION rongdian_comments(p_items BIGINT[], p_users TEXT[], p_texts TEXT[], p_now BIGINT,
+  p_devices TEXT, p_joiner TEXT, p_sound TEXT, p_keep BIGINT)
+RETURNS TABLE (ord BIGINT, status BIGINT, id BIGINT, item_id BIGINT, user_id TEXT,
+  nickname TEXT, text TEXT, created_ms BIGINT, updated_ms BIGINT, owner TEXT, unread BIGINT,
+  token TEXT)
+LANGUAGE plpgsql AS $$
+#variable_conflict use_column
+BEGIN
+  -- The owners first, then the items: the order of every writer of both.
+  PERFORM FROM users u WHERE u.id IN (SELECT i.user_id FROM items i WHERE i.id = ANY(p_items))
+    ORDER BY u.id FOR NO KEY UPDATE OF u;
+  PERFORM FROM items i WHERE i.id = ANY(p_items) ORDER BY i.id FOR NO KEY UPDATE OF i;
+  RETURN QUERY
+  WITH found AS (
+    SELECT t.n, t.item, t.usr, t.txt,
+      (SELECT i.user_id FROM items i WHERE i.id = t.item) AS owner,
+      (SELECT u.nickname FROM users u WHERE u.id = t.usr) AS nick
+    FROM unnest(p_items, p_users, p_texts) WITH ORDINALITY AS t(item, usr, txt, n)
+  ), ops AS (
+    SELECT f.*, CASE WHEN f.nick IS NULL THEN -1 WHEN f.owner IS NULL THEN -2 ELSE 0 END AS state
+    FROM found f
+  ), added AS (
+    -- In their order, each with how many of the batch's later ones count
+    -- for the same owner (a comment on one's own photo counts for nothing).
+    SELECT a.*, nextval(pg_get_serial_sequence('comments', 'id')) AS cid
+    FROM (SELECT o.*, count(*) FILTER (WHERE o.owner <> o.usr) OVER (PARTITION BY o.owner
+              ORDER BY o.n ROWS BETWEEN 1 FOLLOWING AND UNBOUNDED FOLLOWING) AS later
+          FROM ops o WHERE o.state = 0 ORDER BY o.n) a
+  ), stored AS (
+    INSERT INTO comments (id, item_id, user_id, text, created_ms, updated_ms)
+    SELECT a.cid, a.item, a.usr, a.txt, p_now, p_now FROM added a ORDER BY a.n
+  ), counted AS (
+    UPDATE users SET unread = users.unread + c.k
+    FROM (SELECT a.owner, count(*) AS k FROM added a WHERE a.owner <> a.usr GROUP BY a.owner) c
+    WHERE users.id = c.owner
+    RETURNING users.id, users.unread
+  ), tallied AS (
+    UPDATE items SET num_comments = items.num_comments + c.k
+    FROM (SELECT a.item, count(*) AS k FROM added a GROUP BY a.item) c
+    WHERE items.id = c.item
+  ), answered AS (
+    SELECT o.n, o.state, a.cid, o.item, o.usr, o.nick, o.txt, o.owner,
+      COALESCE(c.unread - a.later, (SELECT ow.unread FROM users ow WHERE ow.id = o.owner), 0)
+        AS unread
+    FROM ops o
+    LEFT JOIN added a ON a.n = o.n
+    LEFT JOIN counted c ON c.id = o.owner AND o.owner <> o.usr
+  ), pushes AS (
+    SELECT r.n, d.token, json_build_object('aps', json_build_object('alert',
+        r.nick || p_joiner || r.txt, 'badge', r.unread, 'sound', p_sound))::TEXT AS payload
+    FROM answered r JOIN devices d ON d.user_id = r.owner
+    WHERE p_devices IS NOT NULL AND r.state = 0 AND r.owner <> r.usr AND d.token ~ p_devices
+  ), kept AS (
+    INSERT INTO push_pending (device_token, payload)
+    SELECT p.token, p.payload FROM pushes p ORDER BY p.token, p.n
+  )
+  SELECT r.n, r.state::BIGINT, r.cid, r.item, r.usr, r.nick, r.txt, p_now, p_now, r.owner,
+    r.unread, p.token
+  FROM answered r LEFT JOIN pushes p ON p.n = r.n
+  ORDER BY r.n, p.token;
+  -- Each device the batch pushed to keeps its newest p_keep (the rows go
+  -- in one order, as in every batch).
+  IF p_devices IS NOT NULL THEN
+    DELETE FROM push_pending p WHERE p.id IN (
+      SELECT x.id FROM push_pending x WHERE x.id IN (
+        SELECT q.id FROM (
+          SELECT pp.id, row_number() OVER (PARTITION BY pp.device_token ORDER BY pp.id DESC) AS k
+          FROM push_pending pp
+          WHERE pp.device_token IN (SELECT d.token FROM devices d
+            WHERE d.user_id IN (SELECT i.user_id FROM items i WHERE i.id = ANY(p_items)))) q
+        WHERE q.k > p_keep)
+      ORDER BY x.id FOR UPDATE OF x);
+  END IF;
+END $$;
+)";
+}
+
 }  // namespace rd::store::sql

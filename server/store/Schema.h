@@ -15,5 +15,6 @@ std::string schema_v6(const std::string& integer);
 std::string schema_voice_rows();    // version 7 on SQLite, 9 on PostgreSQL
 std::string schema_v7_functions();  // PostgreSQL only
 std::string schema_v8_batches();    // PostgreSQL only
+std::string schema_v10_comment_pushes();  // PostgreSQL only
 
 }  // namespace rd::store::sql

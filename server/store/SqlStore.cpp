@@ -4,10 +4,14 @@
 
 #include <algorithm>
 #include <boost/beast/core/detail/base64.hpp>
+#include <boost/json.hpp>
 #include <future>
+#include <regex>
 #include <set>
 
 namespace rd::store::sql {
+
+namespace json = boost::json;
 
 namespace {
 
@@ -84,12 +88,15 @@ SqlStore::SqlStore(Dialect dialect, std::function<std::unique_ptr<Conn>()> facto
     : dialect_(std::move(dialect)), pool_(std::move(factory), connections) {
   migrate();
   if (dialect_.functions) {
-    // Two batches under way: one is on its way while the other waits for its
-    // flush.
+    // One batch of each kind under way at a time; what comes in meanwhile
+    // makes the next one. A second one beside it would mostly wait for the
+    // first one's row locks (held until its commit is on the disk) and take
+    // turns with it for the processor: one after the other, the batches are
+    // larger and each takes less time.
     votes_ = std::make_unique<GroupWrite<VoteOp>>(
-        [this](const std::vector<VoteOp*>& ops) { write_votes(ops); }, kMaxBatch, 2);
+        [this](const std::vector<VoteOp*>& ops) { write_votes(ops); }, kMaxBatch, 1);
     comments_ = std::make_unique<GroupWrite<CommentOp>>(
-        [this](const std::vector<CommentOp*>& ops) { write_comments(ops); }, kMaxBatch, 2);
+        [this](const std::vector<CommentOp*>& ops) { write_comments(ops); }, kMaxBatch, 1);
   }
 }
 
@@ -507,34 +514,6 @@ std::optional<CommentAdded> SqlStore::add_comment(std::int64_t item_id, const st
   }
 }
 
-// The same in two round trips: the BEGIN with the function, which writes
-// the comment and the owner's unread count and names his devices (a row
-// each); the pushes and the item's count with the COMMIT.
-std::optional<CommentAdded> SqlStore::comment_by_function(std::int64_t item_id,
-                                                          const std::string& user_id,
-                                                          const std::string& text,
-                                                          std::int64_t now_ms,
-                                                          const CommentPush* push) {
-  try {
-    return write([&](Conn& c) {
-      auto rows =
-          c.query("SELECT * FROM rongdian_comment(?, ?, ?, ?)", {item_id, user_id, text, now_ms});
-      if (rows.empty()) throw Error("a new comment vanished");
-      CommentAdded out;
-      out.comment = to_comment(rows[0]);
-      out.owner_id = rows[0].s(7);
-      out.owner_unread = rows[0].i(8);
-      std::vector<std::string> devices;
-      for (const auto& r : rows)
-        if (r.cols[9]) devices.push_back(r.s(9));
-      finish_comment(c, out, item_id, push, devices);
-      return std::optional(std::move(out));
-    });
-  } catch (const ForeignKeyViolation&) {
-    return std::nullopt;  // no such item (or user)
-  }
-}
-
 // ---------------------------------------------------------------- pushes
 
 // A comment's last writes, which need no answer: its push kept for each of
@@ -548,10 +527,17 @@ void SqlStore::finish_comment(Conn& c, CommentAdded& out, std::int64_t item_id,
 std::vector<SqlStore::KeptPush> SqlStore::comment_pushes(CommentAdded& out, const CommentPush* push,
                                                          const std::vector<std::string>& devices) {
   std::vector<KeptPush> kept;
+  if (!push) return kept;
+  const std::regex pushable(push->device_pattern, std::regex::extended);
   std::string payload;
   for (const auto& token : devices) {
-    if (!push || (push->device && !push->device(token))) continue;
-    if (payload.empty()) payload = push->payload(out);
+    if (!std::regex_search(token, pushable)) continue;
+    if (payload.empty()) {
+      json::object aps{{"alert", out.comment.nickname + push->alert_joiner + out.comment.text},
+                       {"badge", out.owner_unread},
+                       {"sound", push->sound}};
+      payload = json::serialize(json::object{{"aps", std::move(aps)}});
+    }
     kept.push_back({token, payload, std::max(push->keep, 1)});
     out.pushed.push_back(token);
   }

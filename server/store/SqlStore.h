@@ -47,6 +47,15 @@ class Conn {
   }
   virtual void begin_write() = 0;
   virtual void commit() = 0;
+  // Runs `sql` as the transaction's last statement and commits with it (in
+  // one round trip where the engine can), returning its rows. What was
+  // announced is told by tell() after it.
+  virtual std::vector<Row> query_and_commit(const std::string& sql,
+                                            const std::vector<Param>& params) {
+    auto rows = query(sql, params);
+    commit();
+    return rows;
+  }
   virtual void rollback() noexcept = 0;
   // What the other processes on the database are told once the transaction
   // under way has committed: that it changed what the feeds show; that a
@@ -202,9 +211,6 @@ class SqlStore : public Store {
   void keep_pushes(Conn& c, const std::vector<KeptPush>& pushes);
   Vote vote_by_function(std::int64_t id, const std::string& user_id, bool like,
                         std::int64_t now_ms);
-  std::optional<CommentAdded> comment_by_function(std::int64_t item_id, const std::string& user_id,
-                                                  const std::string& text, std::int64_t now_ms,
-                                                  const CommentPush* push);
   std::optional<Item> item_on(Conn& c, std::int64_t id);
   Vote checked_vote(std::int64_t id, const std::string& user_id, bool like, std::int64_t now_ms);
 
@@ -228,6 +234,7 @@ class SqlStore : public Store {
   void write_votes(const std::vector<VoteOp*>& ops);
   bool vote_batch(const std::vector<VoteOp*>& ops);
   void write_comments(const std::vector<CommentOp*>& ops);
+  bool comment_batch(const std::vector<CommentOp*>& ops);
   void counted_batch(std::size_t writes, std::chrono::nanoseconds took);
   static constexpr std::size_t kMaxBatch = 64;
   std::unique_ptr<GroupWrite<VoteOp>> votes_;

@@ -124,11 +124,17 @@ struct CommentAdded {
 };
 
 // The push a comment sends to the owner of the photo (not for a comment on
-// one's own), kept for each of the owner's devices in the comment's own
-// transaction: a comment is never stored without its push.
+// one's own), kept for each of the owner's devices that can get pushes in the
+// comment's own transaction: a comment is never stored without its push. Its
+// payload is the gateway's "aps" dictionary: the alert
+// "<commenter's nickname><alert_joiner><text>", the owner's unread count
+// after the comment as the badge, and the sound.
 struct CommentPush {
-  std::function<bool(const std::string& device_token)> device;  // whether it can get pushes
-  std::function<std::string(const CommentAdded&)> payload;
+  // The device tokens that can get pushes, as a POSIX extended regular
+  // expression (the database picks the devices itself).
+  std::string device_pattern;
+  std::string alert_joiner;
+  std::string sound = "default";
   int keep = 50;  // pending pushes kept per device, the newest
 };
 

@@ -79,10 +79,11 @@ std::string alert_of(const json::value& msg) {
   return std::string(msg.at("push").at("aps").at("alert").as_string());
 }
 
+// The check and the pattern the database picks devices by agree.
 TEST(PushToken, TextFormAndCheck) {
-  const std::regex form("<[0-9a-f]{8}( [0-9a-f]{8}){7}>");
+  const std::regex form(rd::push::kDeviceTokenPattern, std::regex::extended);
   std::string a = rd::push::make_device_token(), b = rd::push::make_device_token();
-  EXPECT_TRUE(std::regex_match(a, form)) << a;
+  EXPECT_TRUE(std::regex_search(a, form)) << a;
   EXPECT_NE(a, b);
   EXPECT_TRUE(rd::push::is_device_token(a));
   std::string upper = a;
@@ -90,8 +91,11 @@ TEST(PushToken, TextFormAndCheck) {
   upper[2] = 'B';
   for (const std::string& bad :
        {std::string(), a.substr(1), a.substr(0, 72), upper,
-        std::string("<") + std::string(71, '0') + ">", std::string(a).replace(9, 1, "-"), a + " "})
+        std::string("<") + std::string(71, '0') + ">", std::string(a).replace(9, 1, "-"), a + " ",
+        "x" + a}) {
     EXPECT_FALSE(rd::push::is_device_token(bad)) << bad;
+    EXPECT_FALSE(std::regex_search(bad, form)) << bad;
+  }
 }
 
 TEST(Push, ConnectedDeviceGetsThePushAndOthersDoNot) {

@@ -4,6 +4,8 @@
 #include <atomic>
 #include <thread>
 
+#include <boost/json.hpp>
+
 #include "store/Store.h"
 #include "store_testdb.h"
 
@@ -245,18 +247,20 @@ TEST_P(StoreSuite, CommentsRaiseCountsAndUnreadAndListNewestFirst) {
   store_->add_device(owner.id, "phone", "ios", 1);
   store_->add_device(owner.id, "tablet", "ios", 1);
   CommentPush push;
-  push.device = [](const std::string& token) { return token == "phone"; };
-  push.payload = [](const CommentAdded& a) { return "unread " + std::to_string(a.owner_unread); };
+  push.device_pattern = "^ph";
+  push.alert_joiner = " 说：";
   push.keep = 1;
   for (int i = 0; i < 2; ++i) {
-    auto pushed = store_->add_comment(it.id, guest.id, "又来了", 13, &push);
+    auto pushed = store_->add_comment(it.id, guest.id, i ? odd : "又来了", 13, &push);
     ASSERT_TRUE(pushed);
     EXPECT_EQ(pushed->pushed, std::vector<std::string>{"phone"});
   }
   EXPECT_TRUE(store_->add_comment(it.id, owner.id, "嗯", 14, &push)->pushed.empty());
   auto kept = store_->pushes("phone");
   ASSERT_EQ(kept.size(), 1u);
-  EXPECT_EQ(kept[0].payload, "unread 4");
+  EXPECT_EQ(boost::json::parse(kept[0].payload),
+            boost::json::parse(R"({"aps": {"alert": "客人 说：真好看\"{a,b}\\😀", "badge": 4,
+                                           "sound": "default"}})"));
   EXPECT_TRUE(store_->pushes("tablet").empty());
 
   store_->clear_unread(owner.id);

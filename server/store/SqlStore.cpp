@@ -527,11 +527,14 @@ void SqlStore::finish_comment(Conn& c, CommentAdded& out, std::int64_t item_id,
 std::vector<SqlStore::KeptPush> SqlStore::comment_pushes(CommentAdded& out, const CommentPush* push,
                                                          const std::vector<std::string>& devices) {
   std::vector<KeptPush> kept;
-  if (!push) return kept;
-  const std::regex pushable(push->device_pattern, std::regex::extended);
+  if (!push || devices.empty()) return kept;
+  // (made once per pattern and thread: making one costs far more than a comment)
+  thread_local std::optional<std::pair<std::string, std::regex>> pushable;
+  if (!pushable || pushable->first != push->device_pattern)
+    pushable.emplace(push->device_pattern, std::regex(push->device_pattern, std::regex::extended));
   std::string payload;
   for (const auto& token : devices) {
-    if (!std::regex_search(token, pushable)) continue;
+    if (!std::regex_search(token, pushable->second)) continue;
     if (payload.empty()) {
       json::object aps{{"alert", out.comment.nickname + push->alert_joiner + out.comment.text},
                        {"badge", out.owner_unread},

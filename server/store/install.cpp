@@ -23,11 +23,11 @@ int workers_for(const std::string& engine, int cores) {
 
 // Database connections: one per worker on SQLite. On PostgreSQL, whose
 // connections several instances share (each a server process there), enough
-// for reads to keep its cores busy, one for each batch under way and two
-// for the other subsystems.
+// for reads to keep its cores busy, one for each kind of batch (one of each
+// is under way at a time) and two for the other subsystems.
 int connections_for(const std::string& engine, int cores, int workers) {
   if (engine == "sqlite") return workers + 2;
-  return std::min(workers, cores * 4) + 4 + 2;
+  return std::min(workers, cores * 4) + 2 + 2;
 }
 
 }  // namespace

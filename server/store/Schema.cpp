@@ -368,9 +368,13 @@ RETURNS TABLE (ord BIGINT, status BIGINT, id BIGINT, item_id BIGINT, user_id TEX
   token TEXT)
 LANGUAGE plpgsql AS $$
 #variable_conflict use_column
+DECLARE
+  ids REGCLASS := pg_get_serial_sequence('comments', 'id')::REGCLASS;
 BEGIN
-  -- The owners first, then the items: the order of every writer of both.
-  PERFORM FROM users u WHERE u.id IN (SELECT i.user_id FROM items i WHERE i.id = ANY(p_items))
+  -- The owners whose unread counts move first, then the items: the order of
+  -- every writer of both.
+  PERFORM FROM users u WHERE u.id IN (SELECT i.user_id FROM unnest(p_items, p_users) AS t(item, usr)
+      JOIN items i ON i.id = t.item WHERE i.user_id <> t.usr)
     ORDER BY u.id FOR NO KEY UPDATE OF u;
   PERFORM FROM items i WHERE i.id = ANY(p_items) ORDER BY i.id FOR NO KEY UPDATE OF i;
   RETURN QUERY
@@ -385,7 +389,7 @@ BEGIN
   ), added AS (
     -- In their order, each with how many of the batch's later ones count
     -- for the same owner (a comment on one's own photo counts for nothing).
-    SELECT a.*, nextval(pg_get_serial_sequence('comments', 'id')) AS cid
+    SELECT a.*, nextval(ids) AS cid
     FROM (SELECT o.*, count(*) FILTER (WHERE o.owner <> o.usr) OVER (PARTITION BY o.owner
               ORDER BY o.n ROWS BETWEEN 1 FOLLOWING AND UNBOUNDED FOLLOWING) AS later
           FROM ops o WHERE o.state = 0 ORDER BY o.n) a
@@ -409,31 +413,30 @@ BEGIN
     LEFT JOIN added a ON a.n = o.n
     LEFT JOIN counted c ON c.id = o.owner AND o.owner <> o.usr
   ), pushes AS (
-    SELECT r.n, d.token, json_build_object('aps', json_build_object('alert',
-        r.nick || p_joiner || r.txt, 'badge', r.unread, 'sound', p_sound))::TEXT AS payload
+    -- Each device's newest first (k), the older ones beyond p_keep not kept.
+    SELECT r.n, d.token, row_number() OVER (PARTITION BY d.token ORDER BY r.n DESC) AS k,
+      json_build_object('aps', json_build_object('alert', r.nick || p_joiner || r.txt,
+        'badge', r.unread, 'sound', p_sound))::TEXT AS payload
     FROM answered r JOIN devices d ON d.user_id = r.owner
     WHERE p_devices IS NOT NULL AND r.state = 0 AND r.owner <> r.usr AND d.token ~ p_devices
   ), kept AS (
     INSERT INTO push_pending (device_token, payload)
-    SELECT p.token, p.payload FROM pushes p ORDER BY p.token, p.n
+    SELECT p.token, p.payload FROM pushes p WHERE p.k <= p_keep ORDER BY p.token, p.n
+  ), trimmed AS (
+    -- Each device keeps its newest p_keep: the batch's and then its older ones.
+    DELETE FROM push_pending pp USING (
+      SELECT q.id FROM (
+        SELECT o.id, row_number() OVER (PARTITION BY o.device_token ORDER BY o.id DESC) AS k,
+          least(f.n, p_keep) AS fresh
+        FROM (SELECT p.token, count(*) AS n FROM pushes p GROUP BY p.token) f
+        JOIN push_pending o ON o.device_token = f.token) q
+      WHERE q.k > p_keep - q.fresh) gone
+    WHERE pp.id = gone.id
   )
   SELECT r.n, r.state::BIGINT, r.cid, r.item, r.usr, r.nick, r.txt, p_now, p_now, r.owner,
     r.unread, p.token
   FROM answered r LEFT JOIN pushes p ON p.n = r.n
   ORDER BY r.n, p.token;
-  -- Each device the batch pushed to keeps its newest p_keep (the rows go
-  -- in one order, as in every batch).
-  IF p_devices IS NOT NULL THEN
-    DELETE FROM push_pending p WHERE p.id IN (
-      SELECT x.id FROM push_pending x WHERE x.id IN (
-        SELECT q.id FROM (
-          SELECT pp.id, row_number() OVER (PARTITION BY pp.device_token ORDER BY pp.id DESC) AS k
-          FROM push_pending pp
-          WHERE pp.device_token IN (SELECT d.token FROM devices d
-            WHERE d.user_id IN (SELECT i.user_id FROM items i WHERE i.id = ANY(p_items)))) q
-        WHERE q.k > p_keep)
-      ORDER BY x.id FOR UPDATE OF x);
-  END IF;
 END $$;
 )";
 }

@@ -84,8 +84,8 @@ struct Dialect {
   std::vector<std::string> migrations;  // applied in order; index + 1 is the schema version
   std::string migration_lock;           // statement run first in the migration transaction
   bool serialize_writes = false;        // one writer at a time in this process (SQLite)
-  // The migrations made the functions rongdian_vote and rongdian_comment
-  // (each write in one round trip).
+  // The migrations made the functions that write likes and comments in
+  // batches (store/Batches.cpp).
   bool functions = false;
   // Other processes' writes (PostgreSQL); null when this process is the only writer.
   std::shared_ptr<RemoteChanges> remote_changes;

@@ -89,10 +89,9 @@ TEST(PushToken, TextFormAndCheck) {
   std::string upper = a;
   upper[1] = 'A';
   upper[2] = 'B';
-  for (const std::string& bad :
-       {std::string(), a.substr(1), a.substr(0, 72), upper,
-        std::string("<") + std::string(71, '0') + ">", std::string(a).replace(9, 1, "-"), a + " ",
-        "x" + a}) {
+  for (const std::string& bad : {std::string(), a.substr(1), a.substr(0, 72), upper,
+                                 std::string("<") + std::string(71, '0') + ">",
+                                 std::string(a).replace(9, 1, "-"), a + " ", "x" + a}) {
     EXPECT_FALSE(rd::push::is_device_token(bad)) << bad;
     EXPECT_FALSE(std::regex_search(bad, form)) << bad;
   }

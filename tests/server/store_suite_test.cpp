@@ -2,9 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <thread>
-
 #include <boost/json.hpp>
+#include <thread>
 
 #include "store/Store.h"
 #include "store_testdb.h"
@@ -343,6 +342,13 @@ TEST_P(StoreSuite, ConcurrentVotesAndCommentsAreAllCounted) {
   auto it = make_item(owner.id, 0, 1);
   std::vector<User> voters;
   for (int i = 0; i < 200; ++i) voters.push_back(make_user(std::to_string(13900000000 + i)));
+  // Each comment pushes to the owner's phones, which keep the newest three.
+  store_->add_device(owner.id, "phone-a", "ios", 1);
+  store_->add_device(owner.id, "phone-b", "ios", 1);
+  store_->add_device(owner.id, "tablet", "ios", 1);
+  CommentPush push;
+  push.device_pattern = "^phone";
+  push.keep = 3;
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
   for (int t = 0; t < 8; ++t)
@@ -350,7 +356,10 @@ TEST_P(StoreSuite, ConcurrentVotesAndCommentsAreAllCounted) {
       for (int i = 0; i < 25; ++i) {
         auto v = store_->cast_vote(it.id, voters[static_cast<std::size_t>(t * 25 + i)].id, true, 2);
         if (v.result != VoteResult::Counted) ++wrong;
-        if (i % 5 == 0) store_->add_comment(it.id, voters[0].id, "并发" + std::to_string(t), 3);
+        if (i % 5 == 0) {
+          auto c = store_->add_comment(it.id, voters[0].id, "并发" + std::to_string(t), 3, &push);
+          if (!c || c->pushed != std::vector<std::string>{"phone-a", "phone-b"}) ++wrong;
+        }
         // Refused ones in their midst, each hearing its own answer.
         if (i % 7 == 0) {
           if (store_->cast_vote(it.id, owner.id, true, 2).result != VoteResult::OwnPhoto) ++wrong;
@@ -365,6 +374,13 @@ TEST_P(StoreSuite, ConcurrentVotesAndCommentsAreAllCounted) {
   EXPECT_EQ(after->num_like, 200);
   EXPECT_EQ(after->num_comments, 40);
   EXPECT_EQ(store_->user_by_id(owner.id)->unread, 40);
+  for (const char* phone : {"phone-a", "phone-b"}) {
+    std::vector<std::int64_t> badges;
+    for (const auto& p : store_->pushes(phone))
+      badges.push_back(boost::json::parse(p.payload).at("aps").at("badge").as_int64());
+    EXPECT_EQ(badges, (std::vector<std::int64_t>{38, 39, 40})) << phone;
+  }
+  EXPECT_TRUE(store_->pushes("tablet").empty());
 }
 
 TEST_P(StoreSuite, ConcurrentVotesOfOneUserCountOnce) {

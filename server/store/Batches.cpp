@@ -144,14 +144,16 @@ bool SqlStore::vote_batch(const std::vector<VoteOp*>& ops) {
     ops[0]->error = std::current_exception();
     return true;
   }
-  if (changed) {
-    c->announce_change();
-    c->tell();
-    counted_batch(ops.size(), std::chrono::steady_clock::now() - start);
-  }
+  if (changed) counted_batch(ops.size(), std::chrono::steady_clock::now() - start);
   for (std::size_t i = 0; i < ops.size(); ++i) {
     ops[i]->out = std::move(outs[i]);
     ops[i]->answered = true;
+  }
+  // Written and answered: the other instances hear of it before the voters
+  // are let go.
+  if (changed) {
+    c->announce_change();
+    c->tell();
   }
   return true;
 }

@@ -3,10 +3,12 @@
 // A commit waits for the disk; many writers that each commit alone wait for
 // as many flushes (and round trips), while a batch pays for one.
 //
-// Whoever finds a turn free runs the oldest waiting writes (his own among
-// them or before them), at most `max_batch`, with at most `max_running`
-// batches under way at once. With nothing else under way a write goes alone
-// at once; batches grow only while the database is busy.
+// One thread of its own writes the batches, one after the other: each time
+// the oldest waiting writes, at most `max_batch`. With nothing else under way
+// a write goes at once, alone; batches grow only while the database is busy.
+// Under load the thread goes from one batch to the next without waiting to
+// be scheduled, as a writer woken to lead the next batch would on a busy
+// machine.
 #pragma once
 
 #include <condition_variable>
@@ -15,13 +17,13 @@
 #include <exception>
 #include <functional>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 namespace rd::store::sql {
 
 // What every queued write carries besides its own input and outcome.
 struct Pending {
-  bool taken = false;            // in a batch under way
   bool answered = false;         // its outcome is in
   bool done = false;             // its batch is over
   std::exception_ptr error;      // thrown to its caller
@@ -36,27 +38,42 @@ class GroupWrite {
   // it left without either.
   using Run = std::function<void(const std::vector<Op*>&)>;
 
-  GroupWrite(Run run, std::size_t max_batch, int max_running)
-      : run_(std::move(run)), max_batch_(max_batch), max_running_(max_running) {}
+  GroupWrite(Run run, std::size_t max_batch)
+      : run_(std::move(run)), max_batch_(max_batch), thread_([this] { write(); }) {}
+
+  // Writes what is queued, then stops.
+  ~GroupWrite() {
+    {
+      std::lock_guard lock(mu_);
+      stopping_ = true;
+    }
+    queued_.notify_one();
+    thread_.join();
+  }
+
+  GroupWrite(const GroupWrite&) = delete;
+  GroupWrite& operator=(const GroupWrite&) = delete;
 
   // Returns once `op` is written, its outcome in it; throws its error.
   void submit(Op& op) {
     std::unique_lock lock(mu_);
     queue_.push_back(&op);
-    while (!op.done) {
-      if (op.taken || running_ >= max_running_) {
-        op.wake.wait(lock);
-        continue;
-      }
+    if (queue_.size() == 1) queued_.notify_one();
+    op.wake.wait(lock, [&] { return op.done; });
+    if (op.error) std::rethrow_exception(op.error);
+  }
+
+ private:
+  void write() {
+    std::unique_lock lock(mu_);
+    for (;;) {
+      queued_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
+      if (queue_.empty()) return;
       std::vector<Op*> batch;
       while (!queue_.empty() && batch.size() < max_batch_) {
         batch.push_back(queue_.front());
-        batch.back()->taken = true;
         queue_.pop_front();
       }
-      ++running_;
-      // Room for another batch: the oldest write left leads it.
-      if (!queue_.empty() && running_ < max_running_) queue_.front()->wake.notify_one();
       lock.unlock();
       try {
         run_(batch);
@@ -65,25 +82,22 @@ class GroupWrite {
           if (!o->answered && !o->error) o->error = std::current_exception();
       }
       lock.lock();
-      --running_;
+      // (under the lock: a caller may leave, and its write go, once it sees
+      // `done`)
       for (Op* o : batch) {
         o->done = true;
         o->wake.notify_one();
       }
-      // The oldest waiting write leads the next batch (unless it is this
-      // caller's own, which it leads after this).
-      if (!queue_.empty() && queue_.front() != &op) queue_.front()->wake.notify_one();
     }
-    if (op.error) std::rethrow_exception(op.error);
   }
 
- private:
   const Run run_;
   const std::size_t max_batch_;
-  const int max_running_;
   std::mutex mu_;
+  std::condition_variable queued_;
   std::deque<Op*> queue_;
-  int running_ = 0;
+  bool stopping_ = false;
+  std::thread thread_;  // last: it starts once the rest is made
 };
 
 }  // namespace rd::store::sql

@@ -94,9 +94,9 @@ SqlStore::SqlStore(Dialect dialect, std::function<std::unique_ptr<Conn>()> facto
     // turns with it for the processor: one after the other, the batches are
     // larger and each takes less time.
     votes_ = std::make_unique<GroupWrite<VoteOp>>(
-        [this](const std::vector<VoteOp*>& ops) { write_votes(ops); }, kMaxBatch, 1);
+        [this](const std::vector<VoteOp*>& ops) { write_votes(ops); }, kMaxBatch);
     comments_ = std::make_unique<GroupWrite<CommentOp>>(
-        [this](const std::vector<CommentOp*>& ops) { write_comments(ops); }, kMaxBatch, 1);
+        [this](const std::vector<CommentOp*>& ops) { write_comments(ops); }, kMaxBatch);
   }
 }
 

@@ -237,8 +237,6 @@ class SqlStore : public Store {
   bool comment_batch(const std::vector<CommentOp*>& ops);
   void counted_batch(std::size_t writes, std::chrono::nanoseconds took);
   static constexpr std::size_t kMaxBatch = 64;
-  std::unique_ptr<GroupWrite<VoteOp>> votes_;
-  std::unique_ptr<GroupWrite<CommentOp>> comments_;
   void backfill_photo_keys(Conn& c);
 
   Dialect dialect_;
@@ -246,6 +244,9 @@ class SqlStore : public Store {
   std::mutex writer_;
   std::atomic<std::uint64_t> local_changes_{0};  // writes of this process, counted after commit
   std::function<void(std::chrono::nanoseconds)> on_write_;
+  // (last: their threads write with everything above, and stop first)
+  std::unique_ptr<GroupWrite<VoteOp>> votes_;
+  std::unique_ptr<GroupWrite<CommentOp>> comments_;
 };
 
 }  // namespace rd::store::sql

@@ -57,6 +57,21 @@ bool may_write_again(Conn& c) {
   return c.usable();
 }
 
+// Writes `ops` as one batch (`batch` false: it failed and may go again);
+// after a failure, one write at a time, each in a batch of its own (which
+// locks what it writes in the same order as every batch).
+template <class Op, class Batch>
+void in_batches(const std::vector<Op*>& ops, Batch batch) {
+  if (batch(ops)) return;
+  for (Op* op : ops) {
+    try {
+      batch(std::vector<Op*>{op});
+    } catch (...) {
+      op->error = std::current_exception();
+    }
+  }
+}
+
 }  // namespace
 
 void SqlStore::counted_batch(std::size_t writes, std::chrono::nanoseconds took) {
@@ -72,17 +87,7 @@ void SqlStore::write_votes(const std::vector<VoteOp*>& all) {
   std::map<std::pair<std::int64_t, std::string>, VoteOp*> first;
   for (VoteOp* op : all)
     (first.emplace(std::pair(op->id, op->user_id), op).second ? ops : twins).push_back(op);
-  // A failed batch goes again one vote at a time, each in a batch of its own
-  // (which locks what it writes in the same order as every batch).
-  if (!vote_batch(ops)) {
-    for (VoteOp* op : ops) {
-      try {
-        vote_batch({op});
-      } catch (...) {
-        op->error = std::current_exception();
-      }
-    }
-  }
+  in_batches(ops, [this](const std::vector<VoteOp*>& batch) { return vote_batch(batch); });
   // The same vote again is answered by the first one's outcome: refused
   // alike, or a repeat. An opposite one goes in a batch after it.
   std::vector<VoteOp*> after;
@@ -169,15 +174,7 @@ void SqlStore::write_comments(const std::vector<CommentOp*>& all) {
   // A batch's comments push alike; the others go in a batch after it.
   std::vector<CommentOp*> ops, after;
   for (CommentOp* op : all) (same_push(op->push, all[0]->push) ? ops : after).push_back(op);
-  if (!comment_batch(ops)) {
-    for (CommentOp* op : ops) {
-      try {
-        comment_batch({op});
-      } catch (...) {
-        op->error = std::current_exception();
-      }
-    }
-  }
+  in_batches(ops, [this](const std::vector<CommentOp*>& batch) { return comment_batch(batch); });
   if (!after.empty()) write_comments(after);
 }
 

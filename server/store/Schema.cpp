@@ -197,36 +197,6 @@ BEGIN
       i.created_ms, i.updated_ms
     FROM items i JOIN users u ON u.id = i.user_id WHERE i.id = p_item;
 END $$;
-
--- The item's count is left to the caller, to update with the COMMIT: that row
--- takes every comment on the photo and stays locked until the commit.
-CREATE OR REPLACE FUNCTION rongdian_comment(p_item BIGINT, p_user TEXT, p_text TEXT, p_now BIGINT)
-RETURNS TABLE (id BIGINT, item_id BIGINT, user_id TEXT, nickname TEXT, text TEXT,
-  created_ms BIGINT, updated_ms BIGINT, owner TEXT, unread BIGINT, token TEXT)
-LANGUAGE plpgsql AS $$
-#variable_conflict use_column
-DECLARE
-  new_id BIGINT;
-  owner_id TEXT;
-  owner_unread BIGINT;
-BEGIN
-  INSERT INTO comments (item_id, user_id, text, created_ms, updated_ms)
-    VALUES (p_item, p_user, p_text, p_now, p_now) RETURNING comments.id INTO new_id;
-  SELECT i.user_id INTO owner_id FROM items i WHERE i.id = p_item;
-  -- A comment on one's own photo is nothing unread.
-  IF owner_id = p_user THEN
-    SELECT u.unread INTO owner_unread FROM users u WHERE u.id = owner_id;
-  ELSE
-    UPDATE users SET unread = users.unread + 1 WHERE users.id = owner_id
-      RETURNING users.unread INTO owner_unread;
-  END IF;
-  -- One row per device of the owner's that may get a push (none for his own).
-  RETURN QUERY SELECT c.id, c.item_id, c.user_id, u.nickname, c.text, c.created_ms,
-      c.updated_ms, owner_id, COALESCE(owner_unread, 0), d.token
-    FROM comments c JOIN users u ON u.id = c.user_id
-    LEFT JOIN devices d ON d.user_id = owner_id AND owner_id <> p_user
-    WHERE c.id = new_id ORDER BY d.token;
-END $$;
 )";
 }
 
@@ -291,64 +261,15 @@ BEGIN
   LEFT JOIN written w ON w.item_id = o.item AND w.user_id = o.usr
   LEFT JOIN moved m ON m.id = o.item AND w.item_id IS NOT NULL;
 END $$;
-
--- status: 0 added, -1 no such user, -2 no such item. unread: the owner's
--- count after the comment. The items' counts are left to the caller, as
--- with rongdian_comment.
-CREATE OR REPLACE FUNCTION rongdian_comments(p_items BIGINT[], p_users TEXT[], p_texts TEXT[],
-  p_now BIGINT)
-RETURNS TABLE (ord BIGINT, status BIGINT, id BIGINT, item_id BIGINT, user_id TEXT,
-  nickname TEXT, text TEXT, created_ms BIGINT, updated_ms BIGINT, owner TEXT, unread BIGINT,
-  token TEXT)
-LANGUAGE plpgsql AS $$
-#variable_conflict use_column
-BEGIN
-  PERFORM FROM users u WHERE u.id IN (SELECT i.user_id FROM items i WHERE i.id = ANY(p_items))
-    ORDER BY u.id FOR NO KEY UPDATE OF u;
-  RETURN QUERY
-  WITH found AS (
-    SELECT t.n, t.item, t.usr, t.txt,
-      (SELECT i.user_id FROM items i WHERE i.id = t.item) AS owner,
-      (SELECT u.nickname FROM users u WHERE u.id = t.usr) AS nick
-    FROM unnest(p_items, p_users, p_texts) WITH ORDINALITY AS t(item, usr, txt, n)
-  ), ops AS (
-    SELECT f.*, CASE WHEN f.nick IS NULL THEN -1 WHEN f.owner IS NULL THEN -2 ELSE 0 END AS state
-    FROM found f
-  ), added AS (
-    -- In their order, each with how many of the batch's later ones count
-    -- for the same owner (a comment on one's own photo counts for nothing).
-    SELECT a.*, nextval(pg_get_serial_sequence('comments', 'id')) AS cid
-    FROM (SELECT o.*, count(*) FILTER (WHERE o.owner <> o.usr) OVER (PARTITION BY o.owner
-              ORDER BY o.n ROWS BETWEEN 1 FOLLOWING AND UNBOUNDED FOLLOWING) AS later
-          FROM ops o WHERE o.state = 0 ORDER BY o.n) a
-  ), stored AS (
-    INSERT INTO comments (id, item_id, user_id, text, created_ms, updated_ms)
-    SELECT a.cid, a.item, a.usr, a.txt, p_now, p_now FROM added a ORDER BY a.n
-  ), counted AS (
-    UPDATE users SET unread = users.unread + c.k
-    FROM (SELECT a.owner, count(*) AS k FROM added a WHERE a.owner <> a.usr GROUP BY a.owner) c
-    WHERE users.id = c.owner
-    RETURNING users.id, users.unread
-  )
-  SELECT o.n, o.state::BIGINT, a.cid, o.item, o.usr, o.nick, o.txt, p_now, p_now, o.owner,
-    COALESCE(c.unread - a.later, (SELECT ow.unread FROM users ow WHERE ow.id = o.owner), 0),
-    d.token
-  FROM ops o
-  LEFT JOIN added a ON a.n = o.n
-  LEFT JOIN counted c ON c.id = o.owner AND o.owner <> o.usr
-  -- One row per device of the owner's that may get a push (none for his own).
-  LEFT JOIN LATERAL (SELECT d.token FROM devices d WHERE o.state = 0 AND d.user_id = o.owner
-                       AND o.owner <> o.usr OFFSET 0) d ON true
-  ORDER BY o.n, d.token;
-END $$;
 )";
 }
 
 // Comments that came in together written whole in the one statement that
 // commits with them: each comment with its item's count, its owner's unread
 // count and its pushes, so that a batch is one round trip and its locks are
-// held for no round trip to the server. The single comment's function goes:
-// a failed batch goes again one comment at a time through this one.
+// held for no round trip to the server. (Versions 7 and 8 made functions for
+// comments that wrote the rest in a second round trip; a failed batch now
+// goes again one comment at a time through this one.)
 std::string schema_v10_comment_pushes() {
   return R"(
 DROP FUNCTION IF EXISTS rongdian_comment(BIGINT, TEXT, TEXT, BIGINT);

@@ -72,6 +72,13 @@ void in_batches(const std::vector<Op*>& ops, Batch batch) {
   }
 }
 
+// Pushes made alike: the same devices, words and keep.
+bool same_push(const CommentPush* a, const CommentPush* b) {
+  if (!a || !b) return a == b;
+  return a->device_pattern == b->device_pattern && a->alert_joiner == b->alert_joiner &&
+         a->sound == b->sound && a->keep == b->keep;
+}
+
 }  // namespace
 
 void SqlStore::counted_batch(std::size_t writes, std::chrono::nanoseconds took) {
@@ -163,13 +170,6 @@ bool SqlStore::vote_batch(const std::vector<VoteOp*>& ops) {
   return true;
 }
 
-// Pushes made alike: the same devices, words and keep.
-static bool same_push(const CommentPush* a, const CommentPush* b) {
-  if (!a || !b) return a == b;
-  return a->device_pattern == b->device_pattern && a->alert_joiner == b->alert_joiner &&
-         a->sound == b->sound && a->keep == b->keep;
-}
-
 void SqlStore::write_comments(const std::vector<CommentOp*>& all) {
   // A batch's comments push alike; the others go in a batch after it.
   std::vector<CommentOp*> ops, after;
@@ -217,18 +217,15 @@ bool SqlStore::comment_batch(const std::vector<CommentOp*>& ops) {
       if (r.cols[11]) outs[n]->pushed.push_back(r.s(11));
     }
     check_all_answered(seen);
-  } catch (const std::exception&) {
+  } catch (const std::exception& e) {
     if (!may_write_again(*c)) throw;
     if (ops.size() > 1) return false;
-    // Alone: its item (or its author) went away meanwhile, or its own error.
-    try {
-      throw;
-    } catch (const ForeignKeyViolation&) {
-      ops[0]->out.reset();
+    // Alone: its item (or its author) went away meanwhile (no comment), or
+    // its own error.
+    if (dynamic_cast<const ForeignKeyViolation*>(&e))
       ops[0]->answered = true;
-    } catch (...) {
+    else
       ops[0]->error = std::current_exception();
-    }
     return true;
   }
   for (const auto& out : outs)

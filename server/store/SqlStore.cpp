@@ -419,11 +419,7 @@ Vote SqlStore::vote(std::int64_t id, const std::string& user_id, bool like, std:
 Vote SqlStore::cast_vote(std::int64_t id, const std::string& user_id, bool like,
                          std::int64_t now_ms) {
   if (!votes_) return checked_vote(id, user_id, like, now_ms);
-  VoteOp op;
-  op.id = id;
-  op.user_id = user_id;
-  op.like = like;
-  op.now_ms = now_ms;
+  VoteOp op(id, user_id, like, now_ms);
   votes_->submit(op);
   return std::move(op.out);
 }
@@ -465,12 +461,7 @@ std::optional<CommentAdded> SqlStore::add_comment(std::int64_t item_id, const st
                                                   const std::string& text, std::int64_t now_ms,
                                                   const CommentPush* push) {
   if (comments_) {
-    CommentOp op;
-    op.item_id = item_id;
-    op.user_id = user_id;
-    op.text = text;
-    op.now_ms = now_ms;
-    op.push = push;
+    CommentOp op(item_id, user_id, text, now_ms, push);
     comments_->submit(op);
     return std::move(op.out);
   }
@@ -517,46 +508,32 @@ std::optional<CommentAdded> SqlStore::add_comment(std::int64_t item_id, const st
 // ---------------------------------------------------------------- pushes
 
 // A comment's last writes, which need no answer: its push kept for each of
-// the owner's devices that may get one, and its count on the item.
+// the owner's devices that can get one (each keeping its newest `keep`), and
+// its count on the item.
 void SqlStore::finish_comment(Conn& c, CommentAdded& out, std::int64_t item_id,
                               const CommentPush* push, const std::vector<std::string>& devices) {
-  keep_pushes(c, comment_pushes(out, push, devices));
-  c.defer("UPDATE items SET num_comments = num_comments + 1 WHERE id = ?", {item_id});
-}
-
-std::vector<SqlStore::KeptPush> SqlStore::comment_pushes(CommentAdded& out, const CommentPush* push,
-                                                         const std::vector<std::string>& devices) {
-  std::vector<KeptPush> kept;
-  if (!push || devices.empty()) return kept;
-  // (made once per pattern and thread: making one costs far more than a comment)
-  thread_local std::optional<std::pair<std::string, std::regex>> pushable;
-  if (!pushable || pushable->first != push->device_pattern)
-    pushable.emplace(push->device_pattern, std::regex(push->device_pattern, std::regex::extended));
-  std::string payload;
-  for (const auto& token : devices) {
-    if (!std::regex_search(token, pushable->second)) continue;
-    if (payload.empty()) {
-      json::object aps{{"alert", out.comment.nickname + push->alert_joiner + out.comment.text},
-                       {"badge", out.owner_unread},
-                       {"sound", push->sound}};
-      payload = json::serialize(json::object{{"aps", std::move(aps)}});
+  if (push && !devices.empty()) {
+    // (made once per pattern and thread: making one costs far more than a comment)
+    thread_local std::optional<std::pair<std::string, std::regex>> pushable;
+    if (!pushable || pushable->first != push->device_pattern)
+      pushable.emplace(push->device_pattern,
+                       std::regex(push->device_pattern, std::regex::extended));
+    std::string payload;
+    for (const auto& token : devices) {
+      if (!std::regex_search(token, pushable->second)) continue;
+      if (payload.empty()) {
+        json::object aps{{"alert", out.comment.nickname + push->alert_joiner + out.comment.text},
+                         {"badge", out.owner_unread},
+                         {"sound", push->sound}};
+        payload = json::serialize(json::object{{"aps", std::move(aps)}});
+      }
+      c.defer("INSERT INTO push_pending (device_token, payload) VALUES (?, ?)", {token, payload});
+      c.defer(kTrimPushes, {token, token, std::int64_t{std::max(push->keep, 1)}});
+      c.announce_push(token);
+      out.pushed.push_back(token);
     }
-    kept.push_back({token, payload, std::max(push->keep, 1)});
-    out.pushed.push_back(token);
   }
-  return kept;
-}
-
-// Each device's pushes in their order, each device's oldest beyond its keep
-// dropped after them.
-void SqlStore::keep_pushes(Conn& c, const std::vector<KeptPush>& pushes) {
-  for (std::size_t i = 0; i < pushes.size(); ++i) {
-    const auto& p = pushes[i];
-    c.defer("INSERT INTO push_pending (device_token, payload) VALUES (?, ?)", {p.token, p.payload});
-    if (i + 1 < pushes.size() && pushes[i + 1].token == p.token) continue;
-    c.defer(kTrimPushes, {p.token, p.token, std::int64_t{p.keep}});
-    c.announce_push(p.token);
-  }
+  c.defer("UPDATE items SET num_comments = num_comments + 1 WHERE id = ?", {item_id});
 }
 
 std::int64_t SqlStore::insert_push(Conn& c, const std::string& token, const std::string& payload,

@@ -202,13 +202,6 @@ class SqlStore : public Store {
   std::int64_t insert_push(Conn& c, const std::string& token, const std::string& payload, int keep);
   void finish_comment(Conn& c, CommentAdded& out, std::int64_t item_id, const CommentPush* push,
                       const std::vector<std::string>& devices);
-  struct KeptPush {
-    std::string token, payload;
-    int keep;
-  };
-  std::vector<KeptPush> comment_pushes(CommentAdded& out, const CommentPush* push,
-                                       const std::vector<std::string>& devices);
-  void keep_pushes(Conn& c, const std::vector<KeptPush>& pushes);
   Vote vote_by_function(std::int64_t id, const std::string& user_id, bool like,
                         std::int64_t now_ms);
   std::optional<Item> item_on(Conn& c, std::int64_t id);
@@ -217,6 +210,8 @@ class SqlStore : public Store {
   // Votes and comments written in batches (Batches.cpp), on an engine with
   // the batch functions; one at a time when their batch fails.
   struct VoteOp : Pending {
+    VoteOp(std::int64_t id, std::string user_id, bool like, std::int64_t now_ms)
+        : id(id), user_id(std::move(user_id)), like(like), now_ms(now_ms) {}
     std::int64_t id;
     std::string user_id;
     bool like;
@@ -224,6 +219,13 @@ class SqlStore : public Store {
     Vote out;
   };
   struct CommentOp : Pending {
+    CommentOp(std::int64_t item_id, std::string user_id, std::string text, std::int64_t now_ms,
+              const CommentPush* push)
+        : item_id(item_id),
+          user_id(std::move(user_id)),
+          text(std::move(text)),
+          now_ms(now_ms),
+          push(push) {}
     std::int64_t item_id;
     std::string user_id;
     std::string text;

@@ -81,20 +81,40 @@ bool same_push(const CommentPush* a, const CommentPush* b) {
 
 }  // namespace
 
+// Writes with `write` and returns what tells of its batches once they are
+// over. What went to the database is told even when a later batch throws.
+std::function<void()> SqlStore::batch_end(const std::function<void(Told&)>& write) {
+  Told told;
+  auto tell = [this](Told notices) {
+    if (dialect_.remote_changes && dialect_.remote_changes->announce(notices)) return;
+    auto c = pool_.get();
+    c->add_notices(notices);
+    c->tell();
+  };
+  try {
+    write(told);
+  } catch (...) {
+    if (!told.empty()) tell(std::move(told));
+    throw;
+  }
+  if (told.empty()) return {};
+  return [tell, told = std::move(told)] { tell(told); };
+}
+
 void SqlStore::counted_batch(std::size_t writes, std::chrono::nanoseconds took) {
   local_changes_.fetch_add(1, std::memory_order_release);
   if (on_write_)
     for (std::size_t i = 0; i < writes; ++i) on_write_(took);
 }
 
-void SqlStore::write_votes(const std::vector<VoteOp*>& all) {
+void SqlStore::write_votes(const std::vector<VoteOp*>& all, Told& told) {
   // Each user's vote on an item comes once in a batch; its twins (taps
   // twice) wait for it.
   std::vector<VoteOp*> ops, twins;
   std::map<std::pair<std::int64_t, std::string>, VoteOp*> first;
   for (VoteOp* op : all)
     (first.emplace(std::pair(op->id, op->user_id), op).second ? ops : twins).push_back(op);
-  in_batches(ops, [this](const std::vector<VoteOp*>& batch) { return vote_batch(batch); });
+  in_batches(ops, [&](const std::vector<VoteOp*>& batch) { return vote_batch(batch, told); });
   // The same vote again is answered by the first one's outcome: refused
   // alike, or a repeat. An opposite one goes in a batch after it.
   std::vector<VoteOp*> after;
@@ -110,11 +130,11 @@ void SqlStore::write_votes(const std::vector<VoteOp*>& all) {
     twin->out = {refused ? r : VoteResult::Repeated, std::nullopt};
     twin->answered = true;
   }
-  if (!after.empty()) write_votes(after);
+  if (!after.empty()) write_votes(after, told);
 }
 
 // False when the batch failed and may go again.
-bool SqlStore::vote_batch(const std::vector<VoteOp*>& ops) {
+bool SqlStore::vote_batch(const std::vector<VoteOp*>& ops, Told& told) {
   const auto start = std::chrono::steady_clock::now();
   std::vector<std::int64_t> items, likes;
   std::vector<std::string> users;
@@ -165,21 +185,21 @@ bool SqlStore::vote_batch(const std::vector<VoteOp*>& ops) {
   // are let go.
   if (changed) {
     c->announce_change();
-    c->tell();
+    told.merge(c->take_notices());
   }
   return true;
 }
 
-void SqlStore::write_comments(const std::vector<CommentOp*>& all) {
+void SqlStore::write_comments(const std::vector<CommentOp*>& all, Told& told) {
   // A batch's comments push alike; the others go in a batch after it.
   std::vector<CommentOp*> ops, after;
   for (CommentOp* op : all) (same_push(op->push, all[0]->push) ? ops : after).push_back(op);
-  in_batches(ops, [this](const std::vector<CommentOp*>& batch) { return comment_batch(batch); });
-  if (!after.empty()) write_comments(after);
+  in_batches(ops, [&](const std::vector<CommentOp*>& batch) { return comment_batch(batch, told); });
+  if (!after.empty()) write_comments(after, told);
 }
 
 // False when the batch failed and may go again.
-bool SqlStore::comment_batch(const std::vector<CommentOp*>& ops) {
+bool SqlStore::comment_batch(const std::vector<CommentOp*>& ops, Told& told) {
   const auto start = std::chrono::steady_clock::now();
   std::vector<std::int64_t> items;
   std::vector<std::string> users, texts;
@@ -238,7 +258,7 @@ bool SqlStore::comment_batch(const std::vector<CommentOp*>& ops) {
   }
   // Written and answered: the other instances hear of it before the writers
   // are let go.
-  c->tell();
+  told.merge(c->take_notices());
   return true;
 }
 

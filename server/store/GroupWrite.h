@@ -9,6 +9,10 @@
 // Under load the thread goes from one batch to the next without waiting to
 // be scheduled, as a writer woken to lead the next batch would on a busy
 // machine.
+//
+// What must follow a batch before its writers go (telling the other
+// instances of it) is done by a second thread, while the first one writes
+// the next batch.
 #pragma once
 
 #include <condition_variable>
@@ -18,6 +22,7 @@
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace rd::store::sql {
@@ -33,13 +38,19 @@ struct Pending {
 template <class Op>  // derived from Pending
 class GroupWrite {
  public:
+  // What follows a written batch before its writers go; empty: nothing.
+  // What it throws is nobody's error (the batch is over).
+  using Then = std::function<void()>;
   // `run` writes a batch and fills each write's outcome (marking it
   // answered) or its error; what it throws becomes the error of every write
   // it left without either.
-  using Run = std::function<void(const std::vector<Op*>&)>;
+  using Run = std::function<Then(const std::vector<Op*>&)>;
 
   GroupWrite(Run run, std::size_t max_batch)
-      : run_(std::move(run)), max_batch_(max_batch), thread_([this] { write(); }) {}
+      : run_(std::move(run)),
+        max_batch_(max_batch),
+        writer_([this] { write(); }),
+        teller_([this] { tell(); }) {}
 
   // Writes what is queued, then stops.
   ~GroupWrite() {
@@ -48,7 +59,13 @@ class GroupWrite {
       stopping_ = true;
     }
     queued_.notify_one();
-    thread_.join();
+    writer_.join();
+    {
+      std::lock_guard lock(mu_);
+      written_all_ = true;
+    }
+    written_.notify_one();
+    teller_.join();
   }
 
   GroupWrite(const GroupWrite&) = delete;
@@ -75,19 +92,46 @@ class GroupWrite {
         queue_.pop_front();
       }
       lock.unlock();
+      Then then;
       try {
-        run_(batch);
+        then = run_(batch);
       } catch (...) {
         for (Op* o : batch)
           if (!o->answered && !o->error) o->error = std::current_exception();
       }
       lock.lock();
-      // (under the lock: a caller may leave, and its write go, once it sees
-      // `done`)
-      for (Op* o : batch) {
-        o->done = true;
-        o->wake.notify_one();
+      if (then) {
+        written_batches_.push_back({std::move(batch), std::move(then)});
+        written_.notify_one();
+      } else {
+        let_go(batch);
       }
+    }
+  }
+
+  void tell() {
+    std::unique_lock lock(mu_);
+    for (;;) {
+      written_.wait(lock, [&] { return written_all_ || !written_batches_.empty(); });
+      if (written_batches_.empty()) return;
+      auto [batch, then] = std::move(written_batches_.front());
+      written_batches_.pop_front();
+      lock.unlock();
+      try {
+        then();
+      } catch (...) {
+      }
+      lock.lock();
+      let_go(batch);
+    }
+  }
+
+  // With mu_ held (a caller may leave, and its write go, once it sees
+  // `done`).
+  void let_go(const std::vector<Op*>& batch) {
+    for (Op* o : batch) {
+      o->done = true;
+      o->wake.notify_one();
     }
   }
 
@@ -97,7 +141,12 @@ class GroupWrite {
   std::condition_variable queued_;
   std::deque<Op*> queue_;
   bool stopping_ = false;
-  std::thread thread_;  // last: it starts once the rest is made
+  std::condition_variable written_;
+  std::deque<std::pair<std::vector<Op*>, Then>> written_batches_;  // for the teller
+  bool written_all_ = false;
+  // (last: they start once the rest is made)
+  std::thread writer_;
+  std::thread teller_;
 };
 
 }  // namespace rd::store::sql

@@ -152,6 +152,16 @@ class PgConn : public sql::Conn {
     if (PQtransactionStatus(conn_) != PQTRANS_IDLE) PQclear(PQexec(conn_, "ROLLBACK"));
   }
 
+  std::set<std::string> take_notices() override {
+    std::set<std::string> notices;
+    notices.swap(notices_);
+    return notices;
+  }
+
+  void add_notices(const std::set<std::string>& notices) override {
+    notices_.insert(notices.begin(), notices.end());
+  }
+
   void announce_change() override { notify(kChangesChannel, instance_); }
   void announce_push(const std::string& token) override { notify(kPushChannel, token); }
 
@@ -343,7 +353,7 @@ class PgChanges : public sql::RemoteChanges {
   // Commits the notifications in the next round, with those of the writes
   // that ask meanwhile (one transaction for them all); false when they could
   // not be sent this way.
-  bool announce(const std::set<std::string>& notices) {
+  bool announce(const std::set<std::string>& notices) override {
     std::promise<bool> told;
     auto f = told.get_future();
     {
@@ -533,7 +543,8 @@ std::shared_ptr<Store> open_postgres(const std::string& url, int connections) {
                   sql::schema_v7_functions(),
                   sql::schema_v8_batches(),
                   sql::schema_voice_rows(),
-                  sql::schema_v10_comment_pushes()};
+                  sql::schema_v10_comment_pushes(),
+                  sql::schema_v11_plans_kept()};
   d.functions = true;
   // Instances starting together take turns at the schema.
   d.migration_lock = "SELECT pg_advisory_xact_lock(7263540117)";

@@ -362,4 +362,17 @@ END $$;
 )";
 }
 
+// The batch functions planned once per connection. Left to choose, the
+// planner weighs its plan for arrays of any length against one made for
+// each call's arrays, finds the latter cheaper and plans every call anew:
+// for these statements that planning cost more than running them.
+std::string schema_v11_plans_kept() {
+  return R"(
+ALTER FUNCTION rongdian_votes(BIGINT[], TEXT[], BIGINT[], BIGINT)
+  SET plan_cache_mode = force_generic_plan;
+ALTER FUNCTION rongdian_comments(BIGINT[], TEXT[], TEXT[], BIGINT, TEXT, TEXT, TEXT, BIGINT)
+  SET plan_cache_mode = force_generic_plan;
+)";
+}
+
 }  // namespace rd::store::sql

@@ -12,9 +12,10 @@ std::string schema_v3(const std::string& integer);
 std::string schema_v4();
 std::string schema_v5(const std::string& id_column, const std::string& created);
 std::string schema_v6(const std::string& integer);
-std::string schema_voice_rows();    // version 7 on SQLite, 9 on PostgreSQL
-std::string schema_v7_functions();  // PostgreSQL only
-std::string schema_v8_batches();    // PostgreSQL only
+std::string schema_voice_rows();          // version 7 on SQLite, 9 on PostgreSQL
+std::string schema_v7_functions();        // PostgreSQL only
+std::string schema_v8_batches();          // PostgreSQL only
 std::string schema_v10_comment_pushes();  // PostgreSQL only
+std::string schema_v11_plans_kept();      // PostgreSQL only
 
 }  // namespace rd::store::sql

@@ -94,9 +94,15 @@ SqlStore::SqlStore(Dialect dialect, std::function<std::unique_ptr<Conn>()> facto
     // turns with it for the processor: one after the other, the batches are
     // larger and each takes less time.
     votes_ = std::make_unique<GroupWrite<VoteOp>>(
-        [this](const std::vector<VoteOp*>& ops) { write_votes(ops); }, kMaxBatch);
+        [this](const std::vector<VoteOp*>& ops) {
+          return batch_end([&](Told& told) { write_votes(ops, told); });
+        },
+        kMaxBatch);
     comments_ = std::make_unique<GroupWrite<CommentOp>>(
-        [this](const std::vector<CommentOp*>& ops) { write_comments(ops); }, kMaxBatch);
+        [this](const std::vector<CommentOp*>& ops) {
+          return batch_end([&](Told& told) { write_comments(ops, told); });
+        },
+        kMaxBatch);
   }
 }
 

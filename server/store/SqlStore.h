@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <set>
 #include <variant>
 
 #include "store/GroupWrite.h"
@@ -65,6 +66,10 @@ class Conn {
   // Tells what was announced for a write that committed by itself (a single
   // statement); commit() does so for a transaction.
   virtual void tell() {}
+  // What was announced and not yet told, taken off the connection to be
+  // told later (by another connection's tell(), after add_notices()).
+  virtual std::set<std::string> take_notices() { return {}; }
+  virtual void add_notices(const std::set<std::string>& /*notices*/) {}
   // False once the connection is unusable (it is then dropped from the pool).
   virtual bool usable() const { return true; }
 };
@@ -77,6 +82,9 @@ class RemoteChanges {
   // before the call (empty while they cannot be heard): at once, or later
   // from a thread of its own.
   virtual void sync(std::function<void(std::optional<std::uint64_t>)> done) = 0;
+  // Tells the others what `notices` (the connections' announcements) say,
+  // with what others tell meanwhile; false when it cannot.
+  virtual bool announce(const std::set<std::string>& notices) = 0;
 };
 
 struct Dialect {
@@ -233,10 +241,14 @@ class SqlStore : public Store {
     const CommentPush* push;
     std::optional<CommentAdded> out;
   };
-  void write_votes(const std::vector<VoteOp*>& ops);
-  bool vote_batch(const std::vector<VoteOp*>& ops);
-  void write_comments(const std::vector<CommentOp*>& ops);
-  bool comment_batch(const std::vector<CommentOp*>& ops);
+  // Each batch's announcements go to `told`, for telling once the batches
+  // are over (batch_end()).
+  using Told = std::set<std::string>;
+  void write_votes(const std::vector<VoteOp*>& ops, Told& told);
+  bool vote_batch(const std::vector<VoteOp*>& ops, Told& told);
+  void write_comments(const std::vector<CommentOp*>& ops, Told& told);
+  bool comment_batch(const std::vector<CommentOp*>& ops, Told& told);
+  std::function<void()> batch_end(const std::function<void(Told&)>& write);
   void counted_batch(std::size_t writes, std::chrono::nanoseconds took);
   static constexpr std::size_t kMaxBatch = 64;
   void backfill_photo_keys(Conn& c);

@@ -5,8 +5,14 @@
 # a static reply of the same size (the ceiling for this machine). Prints
 # requests/s, p50 and p99 per command, the ratio to the static figure, the
 # writes against SQLite's, and what bounds the writes.
+#
+# All set-ups run side by side, idle but for the one under load, and each
+# command goes to them in turn, round after round: a machine whose speed
+# drifts (a virtual machine's neighbours) slows each set-up alike, and the
+# writes are compared round by round. A figure is the median of its rounds.
 #   bench/api-load.sh [BUILD_DIR]
-# Environment: BENCH_SECONDS (3), BENCH_CONNECTIONS (64), BENCH_PG_THREADS (the
+# Environment: BENCH_SECONDS (3, per round), BENCH_ROUNDS (3),
+# BENCH_CONNECTIONS (64), BENCH_PG_THREADS (the
 # server's --threads on PostgreSQL; default: none, the server's own sizing),
 # BENCH_PG_OPTIONS (added to the PostgreSQL URL, e.g.
 # "options=-csynchronous_commit%3Doff").
@@ -16,6 +22,7 @@ root=$(dirname "$here")
 build=${1:-$root/build}
 server="$build/server/rongdian-server"
 secs=${BENCH_SECONDS:-3}
+rounds=${BENCH_ROUNDS:-3}
 conns=${BENCH_CONNECTIONS:-64}
 [ -x "$server" ] || { echo "api-load: build rongdian-server first ($server)" >&2; exit 1; }
 command -v wrk >/dev/null || { echo "api-load: wrk is missing (scripts/setup.sh)" >&2; exit 1; }
@@ -182,7 +189,9 @@ else
   echo "api-load: no PostgreSQL (skipping it): $(tail -1 "$work/pg.err")" >&2
 fi
 
-declare -A size rps_of p50_of p99_of bad_of writes_of workers_of split_of
+declare -A size rps_of p50_of p99_of bad_of writes_of workers_of split_of load_port instances_of
+declare -A round_rps round_p50 round_p99 seeded
+# Each set-up started and seeded (the same ids on each: a fresh database).
 for e in "${engines[@]}"; do
   instances=()
   if [ "$e" = postgresql-x2 ]; then
@@ -200,32 +209,58 @@ for e in "${engines[@]}"; do
   fi
   workers_of[$e]=$(sed -n 's/.*: \([0-9]*\) worker threads (\(.*\))/\1 workers: \2/p' "$work/${e}1/err")
   workers_of[$e]=${workers_of[$e]:-"--threads ${threads[$e]}"}
+  load_port[$e]=$port
+  instances_of[$e]=${instances[*]}
   seed "$port"
+  seeded[$e]="$uid $item $items $voters"
   for c in "${cmds[@]}"; do
-    reply=$(api "$port" "${cmd_name[$c]}" "$(body_for "$c")")
-    [ "$e" = sqlite ] && size[$c]=$(printf '%s' "$reply" | wc -c)
-    before=0 served_before=()
-    for p in "${instances[@]}"; do
-      before=$(awk -v a="$before" -v b="$(write_seconds "$p")" 'BEGIN {print a + b}')
-      served_before+=("$(served "$p")")
-    done
-    # Likes: each one a vote that changes something (bench/api-vote.lua).
-    run "http://127.0.0.1:$port/api?cmd=${cmd_name[$c]}" "$(body_for "$c")" \
-      "$([ "$c" = like ] && echo api-vote.lua || echo api-post.lua)"
-    rps_of[$e.$c]=$rps p50_of[$e.$c]=$p50 p99_of[$e.$c]=$p99 bad_of[$e.$c]=$bad
-    after=0 split=
-    for i in "${!instances[@]}"; do
-      after=$(awk -v a="$after" -v b="$(write_seconds "${instances[$i]}")" 'BEGIN {print a + b}')
-      split+=${split:+/}$(($(served "${instances[$i]}") - ${served_before[$i]}))
-    done
-    writes_of[$e.$c]="$requests $(awk -v a="$before" -v b="$after" 'BEGIN {print b - a}')"
-    split_of[$e.$c]=$split
+    writes_of[$e.$c]="0 0"
+    split_of[$e.$c]=
+    bad_of[$e.$c]=0
   done
-  # This set-up's servers (and proxy) stop before the next one runs.
-  for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
-  wait 2>/dev/null || true
-  pids=()
 done
+
+median() { tr ' ' '\n' | grep . | sort -g | awk '{v[NR] = $1} END { print (NR % 2 ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2) }'; }
+
+for c in "${cmds[@]}"; do
+  for e in "${engines[@]}"; do
+    read -r uid item items voters <<<"${seeded[$e]}"
+    reply=$(api "${load_port[$e]}" "${cmd_name[$c]}" "$(body_for "$c")")
+    [ "$e" = sqlite ] && size[$c]=$(printf '%s' "$reply" | wc -c)
+  done
+  for r in $(seq "$rounds"); do
+    for e in "${engines[@]}"; do
+      read -r -a instances <<<"${instances_of[$e]}"
+      read -r uid item items voters <<<"${seeded[$e]}"
+      before=0 served_before=()
+      for p in "${instances[@]}"; do
+        before=$(awk -v a="$before" -v b="$(write_seconds "$p")" 'BEGIN {print a + b}')
+        served_before+=("$(served "$p")")
+      done
+      # Likes: each one a vote that changes something (bench/api-vote.lua).
+      run "http://127.0.0.1:${load_port[$e]}/api?cmd=${cmd_name[$c]}" "$(body_for "$c")" \
+        "$([ "$c" = like ] && echo api-vote.lua || echo api-post.lua)"
+      round_rps[$e.$c]+=" $rps" round_p50[$e.$c]+=" $(to_ms "$p50")" round_p99[$e.$c]+=" $(to_ms "$p99")"
+      bad_of[$e.$c]=$((bad_of[$e.$c] + bad))
+      after=0 split=
+      for i in "${!instances[@]}"; do
+        after=$(awk -v a="$after" -v b="$(write_seconds "${instances[$i]}")" 'BEGIN {print a + b}')
+        split+=${split:+/}$(($(served "${instances[$i]}") - ${served_before[$i]}))
+      done
+      read -r n held <<<"${writes_of[$e.$c]}"
+      writes_of[$e.$c]="$((n + requests)) $(awk -v h="$held" -v a="$before" -v b="$after" 'BEGIN {print h + b - a}')"
+      split_of[$e.$c]+=${split_of[$e.$c]:+, }$split
+    done
+  done
+  for e in "${engines[@]}"; do
+    rps_of[$e.$c]=$(median <<<"${round_rps[$e.$c]}")
+    p50_of[$e.$c]=$(median <<<"${round_p50[$e.$c]}")
+    p99_of[$e.$c]=$(median <<<"${round_p99[$e.$c]}")
+  done
+done
+for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
+wait 2>/dev/null || true
+pids=()
 
 # nginx answering a fixed body of each reply's size.
 nport=$(free_port)
@@ -258,7 +293,7 @@ for c in "${cmds[@]}"; do
 done
 
 echo
-echo "rongdian-server api load: ${secs}s per run, $conns connections, $(nproc) cores (wrk shares them)"
+echo "rongdian-server api load: $rounds rounds of ${secs}s per set-up and command (the median shown), $conns connections, $(nproc) cores (wrk shares them)"
 printf '%-13s %-16s %7s %11s %9s %9s %12s %7s\n' engine command bytes "requests/s" "p50 ms" "p99 ms" "static rq/s" ratio
 for e in "${engines[@]}"; do
   for c in "${cmds[@]}"; do
@@ -277,14 +312,20 @@ echo "      at least 16,784 requests/s (twice 8,392, the figure with --threads 8
 echo "      replies were kept), with no flag"
 for e in "${engines[@]}"; do echo "$e: ${workers_of[$e]}"; done
 
-# The writes on PostgreSQL against SQLite's of this run.
+# The writes on PostgreSQL against SQLite's of the same round: the median
+# of the rounds' ratios, and their range.
 echo
-echo "writes against SQLite (load: $(uptime | sed 's/.*load average: //'))"
-printf '%-16s %-14s %11s %8s %7s\n' command set-up "requests/s" "p99 ms" ratio
+echo "writes against SQLite, round by round (load: $(uptime | sed 's/.*load average: //'))"
+printf '%-16s %-14s %11s %8s %7s  %s\n' command set-up "requests/s" "p99 ms" ratio "(rounds)"
 for c in like comment; do
   for e in "${engines[@]}"; do
-    awk -v c="${cmd_name[$c]}" -v e="$e" -v r="${rps_of[$e.$c]:-0}" -v s="${rps_of[sqlite.$c]:-0}" \
-      -v p="$(to_ms "${p99_of[$e.$c]}")" 'BEGIN { printf "%-16s %-14s %11.0f %8s %6.2fx\n", c, e, r, p, (s > 0 ? r / s : 0) }'
+    ratios=$(awk -v a="${round_rps[$e.$c]:-}" -v b="${round_rps[sqlite.$c]:-}" 'BEGIN {
+      n = split(a, x, " "); split(b, y, " ")
+      for (i = 1; i <= n; i++) printf "%s%.2f", (i > 1 ? " " : ""), (y[i] > 0 ? x[i] / y[i] : 0) }')
+    ratio=$(median <<<"${ratios:-0}")
+    range=$(tr ' ' '\n' <<<"${ratios:-0}" | sort -g | sed -n '1p;$p' | paste -sd- -)
+    awk -v c="${cmd_name[$c]}" -v e="$e" -v r="${rps_of[$e.$c]:-0}" -v q="$ratio" -v g="$range" \
+      -v p="$(to_ms "${p99_of[$e.$c]}")" 'BEGIN { printf "%-16s %-14s %11.0f %8s %6.2fx  (%s)\n", c, e, r, p, q, g }'
   done
 done
 echo "goal: PostgreSQL at least 1.00x, p99 under 50 ms"
@@ -300,7 +341,7 @@ echo "writes: time in the store per write, and how busy that kept the one SQLite
 for e in "${engines[@]}"; do
   for c in like comment; do
     read -r n held <<<"${writes_of[$e.$c]}"
-    awk -v e="$e" -v c="${cmd_name[$c]}" -v n="${n:-0}" -v held="${held:-0}" -v secs="$secs" 'BEGIN {
+    awk -v e="$e" -v c="${cmd_name[$c]}" -v n="${n:-0}" -v held="${held:-0}" -v secs="$((secs * rounds))" 'BEGIN {
       if (n <= 0 || held <= 0) { printf "%-11s %-16s (no figures)\n", e, c; exit }
       per = held / n * 1e6
       if (e == "sqlite")

@@ -301,7 +301,7 @@ for e in "${engines[@]}"; do
     s=${static_rps[$c]:-0}
     ratio=$(awk -v a="$r" -v b="$s" 'BEGIN { if (b > 0) printf "%.0f%%", 100 * a / b; else print "-" }')
     printf '%-13s %-16s %7s %11s %9s %9s %12s %7s' "$e" "${cmd_name[$c]}" "${size[$c]}" "$r" \
-      "$(to_ms "${p50_of[$e.$c]}")" "$(to_ms "${p99_of[$e.$c]}")" "$s" "$ratio"
+      "${p50_of[$e.$c]}" "${p99_of[$e.$c]}" "$s" "$ratio"
     [ "${bad_of[$e.$c]}" != 0 ] && printf '  (%s error replies)' "${bad_of[$e.$c]}"
     [ "$e" = postgresql-x2 ] && printf '  (served %s)' "${split_of[$e.$c]}"
     echo
@@ -325,7 +325,7 @@ for c in like comment; do
     ratio=$(median <<<"${ratios:-0}")
     range=$(tr ' ' '\n' <<<"${ratios:-0}" | sort -g | sed -n '1p;$p' | paste -sd- -)
     awk -v c="${cmd_name[$c]}" -v e="$e" -v r="${rps_of[$e.$c]:-0}" -v q="$ratio" -v g="$range" \
-      -v p="$(to_ms "${p99_of[$e.$c]}")" 'BEGIN { printf "%-16s %-14s %11.0f %8s %6.2fx  (%s)\n", c, e, r, p, q, g }'
+      -v p="${p99_of[$e.$c]}" 'BEGIN { printf "%-16s %-14s %11.0f %8s %6.2fx  (%s)\n", c, e, r, p, q, g }'
   done
 done
 echo "goal: PostgreSQL at least 1.00x, p99 under 50 ms"

@@ -544,7 +544,8 @@ std::shared_ptr<Store> open_postgres(const std::string& url, int connections) {
                   sql::schema_v8_batches(),
                   sql::schema_voice_rows(),
                   sql::schema_v10_comment_pushes(),
-                  sql::schema_v11_plans_kept()};
+                  sql::schema_v11_plans_kept(),
+                  sql::schema_v12_comments_checked()};
   d.functions = true;
   // Instances starting together take turns at the schema.
   d.migration_lock = "SELECT pg_advisory_xact_lock(7263540117)";

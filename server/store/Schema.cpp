@@ -375,4 +375,147 @@ ALTER FUNCTION rongdian_comments(BIGINT[], TEXT[], TEXT[], BIGINT, TEXT, TEXT, T
 )";
 }
 
+// A comment's item and author checked once per batch, under the locks that
+// keep both from going away until it commits, in place of a check of each
+// comment row by itself (a statement each, as long as the rest of a comment's
+// writing). A removed item or account still takes its comments along, in the
+// statement that removes it.
+//
+// A batch whose comments are all on their authors' own photos (no unread
+// count moves, no push) goes by a shorter statement of its own.
+std::string schema_v12_comments_checked() {
+  return R"(
+ALTER TABLE comments DROP CONSTRAINT IF EXISTS comments_item_id_fkey;
+ALTER TABLE comments DROP CONSTRAINT IF EXISTS comments_user_id_fkey;
+CREATE FUNCTION rongdian_items_gone() RETURNS trigger LANGUAGE plpgsql AS $$
+BEGIN
+  DELETE FROM comments c USING gone g WHERE c.item_id = g.id;
+  RETURN NULL;
+END $$;
+CREATE TRIGGER items_gone AFTER DELETE ON items REFERENCING OLD TABLE AS gone
+  FOR EACH STATEMENT EXECUTE FUNCTION rongdian_items_gone();
+CREATE FUNCTION rongdian_users_gone() RETURNS trigger LANGUAGE plpgsql AS $$
+BEGIN
+  DELETE FROM comments c USING gone g WHERE c.user_id = g.id;
+  RETURN NULL;
+END $$;
+CREATE TRIGGER users_gone AFTER DELETE ON users REFERENCING OLD TABLE AS gone
+  FOR EACH STATEMENT EXECUTE FUNCTION rongdian_users_gone();
+
+-- As version 10 made it, and: the authors kept until the commit (an account
+-- is removed only after the comments that name it are in, and so with them).
+CREATE OR REPLACE FUNCTION rongdian_comments(p_items BIGINT[], p_users TEXT[], p_texts TEXT[],
+  p_now BIGINT, p_devices TEXT, p_joiner TEXT, p_sound TEXT, p_keep BIGINT)
+RETURNS TABLE (ord BIGINT, status BIGINT, id BIGINT, item_id BIGINT, user_id TEXT,
+  nickname TEXT, text TEXT, created_ms BIGINT, updated_ms BIGINT, owner TEXT, unread BIGINT,
+  token TEXT)
+LANGUAGE plpgsql SET plan_cache_mode = force_generic_plan AS $$
+#variable_conflict use_column
+DECLARE
+  ids REGCLASS := pg_get_serial_sequence('comments', 'id')::REGCLASS;
+BEGIN
+  -- The owners whose unread counts move first, then the items: the order of
+  -- every writer of both.
+  PERFORM FROM users u WHERE u.id IN (SELECT i.user_id FROM unnest(p_items, p_users) AS t(item, usr)
+      JOIN items i ON i.id = t.item WHERE i.user_id <> t.usr)
+    ORDER BY u.id FOR NO KEY UPDATE OF u;
+  IF NOT FOUND THEN
+    -- Each comment on its author's own photo, or on none (an item that was
+    -- not there a moment ago counts as none: nobody was told of it before
+    -- this batch began). The items locked in the same order, each with its
+    -- owner kept.
+    RETURN QUERY
+    WITH locked AS MATERIALIZED (
+      SELECT i.id, i.user_id, u.nickname, u.unread FROM items i JOIN users u ON u.id = i.user_id
+      WHERE i.id = ANY(p_items) ORDER BY i.id FOR NO KEY UPDATE OF i FOR KEY SHARE OF u
+    ), ops AS (
+      SELECT t.n, t.item, t.usr, t.txt, l.nickname AS nick, l.unread,
+        CASE WHEN l.user_id = t.usr THEN 0
+             WHEN NOT EXISTS (SELECT FROM users u WHERE u.id = t.usr) THEN -1 ELSE -2 END AS state
+      FROM unnest(p_items, p_users, p_texts) WITH ORDINALITY AS t(item, usr, txt, n)
+      LEFT JOIN locked l ON l.id = t.item
+    ), added AS (
+      SELECT a.*, nextval(ids) AS cid
+      FROM (SELECT o.n, o.item, o.usr, o.txt FROM ops o WHERE o.state = 0 ORDER BY o.n) a
+    ), stored AS (
+      INSERT INTO comments (id, item_id, user_id, text, created_ms, updated_ms)
+      SELECT a.cid, a.item, a.usr, a.txt, p_now, p_now FROM added a ORDER BY a.n
+    ), tallied AS (
+      UPDATE items SET num_comments = items.num_comments + c.k
+      FROM (SELECT a.item, count(*) AS k FROM added a GROUP BY a.item) c
+      WHERE items.id = c.item
+    )
+    SELECT o.n, o.state::BIGINT, a.cid, o.item, o.usr, CASE WHEN o.state = 0 THEN o.nick END,
+      o.txt, p_now, p_now, CASE WHEN o.state = 0 THEN o.usr END,
+      CASE WHEN o.state = 0 THEN o.unread ELSE 0 END, NULL::TEXT
+    FROM ops o LEFT JOIN added a ON a.n = o.n
+    ORDER BY o.n;
+    RETURN;
+  END IF;
+  PERFORM FROM items i WHERE i.id = ANY(p_items) ORDER BY i.id FOR NO KEY UPDATE OF i;
+  PERFORM FROM users u WHERE u.id = ANY(p_users) FOR KEY SHARE OF u;
+  RETURN QUERY
+  WITH found AS (
+    SELECT t.n, t.item, t.usr, t.txt,
+      (SELECT i.user_id FROM items i WHERE i.id = t.item) AS owner,
+      (SELECT u.nickname FROM users u WHERE u.id = t.usr) AS nick
+    FROM unnest(p_items, p_users, p_texts) WITH ORDINALITY AS t(item, usr, txt, n)
+  ), ops AS (
+    SELECT f.*, CASE WHEN f.nick IS NULL THEN -1 WHEN f.owner IS NULL THEN -2 ELSE 0 END AS state
+    FROM found f
+  ), added AS (
+    -- In their order, each with how many of the batch's later ones count
+    -- for the same owner (a comment on one's own photo counts for nothing).
+    SELECT a.*, nextval(ids) AS cid
+    FROM (SELECT o.*, count(*) FILTER (WHERE o.owner <> o.usr) OVER (PARTITION BY o.owner
+              ORDER BY o.n ROWS BETWEEN 1 FOLLOWING AND UNBOUNDED FOLLOWING) AS later
+          FROM ops o WHERE o.state = 0 ORDER BY o.n) a
+  ), stored AS (
+    INSERT INTO comments (id, item_id, user_id, text, created_ms, updated_ms)
+    SELECT a.cid, a.item, a.usr, a.txt, p_now, p_now FROM added a ORDER BY a.n
+  ), counted AS (
+    UPDATE users SET unread = users.unread + c.k
+    FROM (SELECT a.owner, count(*) AS k FROM added a WHERE a.owner <> a.usr GROUP BY a.owner) c
+    WHERE users.id = c.owner
+    RETURNING users.id, users.unread
+  ), tallied AS (
+    UPDATE items SET num_comments = items.num_comments + c.k
+    FROM (SELECT a.item, count(*) AS k FROM added a GROUP BY a.item) c
+    WHERE items.id = c.item
+  ), answered AS (
+    SELECT o.n, o.state, a.cid, o.item, o.usr, o.nick, o.txt, o.owner,
+      COALESCE(c.unread - a.later, (SELECT ow.unread FROM users ow WHERE ow.id = o.owner), 0)
+        AS unread
+    FROM ops o
+    LEFT JOIN added a ON a.n = o.n
+    LEFT JOIN counted c ON c.id = o.owner AND o.owner <> o.usr
+  ), pushes AS (
+    -- Each device's newest first (k), the older ones beyond p_keep not kept.
+    SELECT r.n, d.token, row_number() OVER (PARTITION BY d.token ORDER BY r.n DESC) AS k,
+      json_build_object('aps', json_build_object('alert', r.nick || p_joiner || r.txt,
+        'badge', r.unread, 'sound', p_sound))::TEXT AS payload
+    FROM answered r JOIN devices d ON d.user_id = r.owner
+    WHERE p_devices IS NOT NULL AND r.state = 0 AND r.owner <> r.usr AND d.token ~ p_devices
+  ), kept AS (
+    INSERT INTO push_pending (device_token, payload)
+    SELECT p.token, p.payload FROM pushes p WHERE p.k <= p_keep ORDER BY p.token, p.n
+  ), trimmed AS (
+    -- Each device keeps its newest p_keep: the batch's and then its older ones.
+    DELETE FROM push_pending pp USING (
+      SELECT q.id FROM (
+        SELECT o.id, row_number() OVER (PARTITION BY o.device_token ORDER BY o.id DESC) AS k,
+          least(f.n, p_keep) AS fresh
+        FROM (SELECT p.token, count(*) AS n FROM pushes p GROUP BY p.token) f
+        JOIN push_pending o ON o.device_token = f.token) q
+      WHERE q.k > p_keep - q.fresh) gone
+    WHERE pp.id = gone.id
+  )
+  SELECT r.n, r.state::BIGINT, r.cid, r.item, r.usr, r.nick, r.txt, p_now, p_now, r.owner,
+    r.unread, p.token
+  FROM answered r LEFT JOIN pushes p ON p.n = r.n
+  ORDER BY r.n, p.token;
+END $$;
+)";
+}
+
 }  // namespace rd::store::sql

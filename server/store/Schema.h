@@ -17,5 +17,6 @@ std::string schema_v7_functions();        // PostgreSQL only
 std::string schema_v8_batches();          // PostgreSQL only
 std::string schema_v10_comment_pushes();  // PostgreSQL only
 std::string schema_v11_plans_kept();      // PostgreSQL only
+std::string schema_v12_comments_checked();  // PostgreSQL only
 
 }  // namespace rd::store::sql

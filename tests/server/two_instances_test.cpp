@@ -129,15 +129,27 @@ TEST(TwoInstances, AnInstanceKilledMidLoadLeavesTheDatabaseWhole) {
   for (int i = 0; i < 6; ++i) fans.push_back(p.a.register_user("1370000020" + std::to_string(i)));
 
   // Each fan, on one instance or the other, likes every item and comments on
-  // it, until his instance stops answering.
+  // it, until his instance stops answering; the owner comments on his own
+  // photos meanwhile (no unread count, no push).
   std::mutex mu;
   std::set<std::int64_t> acked_comments;
   std::set<std::pair<std::string, std::string>> acked_likes;
   std::atomic<int> acked{0};
   std::vector<std::thread> load;
-  for (std::size_t f = 0; f < fans.size(); ++f)
+  for (std::size_t f = 0; f <= fans.size(); ++f)
     load.emplace_back([&, f] {
       const ApiServer& s = f % 2 ? *p.b : p.a;
+      if (f == fans.size()) {  // the owner
+        for (int round = 0; round < 3; ++round)
+          for (const auto& item : items) {
+            auto c = s.call("rd_add_comments",
+                            {{"item_id", item}, {"user_id", p.owner}, {"comments", "自己看"}});
+            if (c.status == 0) return;
+            std::lock_guard lock(mu);
+            if (c.number("id") > 0) acked_comments.insert(c.number("id"));
+          }
+        return;
+      }
       for (int round = 0; round < 3; ++round)
         for (const auto& item : items) {
           auto like =
@@ -165,15 +177,30 @@ TEST(TwoInstances, AnInstanceKilledMidLoadLeavesTheDatabaseWhole) {
     EXPECT_EQ(scalar(db, "SELECT count(*) FROM votes WHERE item_id = " + item + " AND user_id = '" +
                              fan + "'"),
               1);
-  // Every comment has its push; the counters are their rows.
-  EXPECT_EQ(scalar(db, "SELECT count(*) FROM comments"),
+  // Every fan's comment has its push; the counters are their rows.
+  const std::string fans_comments =
+      "SELECT count(*) FROM comments WHERE user_id <> '" + p.owner + "'";
+  EXPECT_EQ(scalar(db, fans_comments),
             scalar(db, "SELECT count(*) FROM push_pending WHERE device_token = '" + kPhone + "'"));
   EXPECT_EQ(scalar(db, "SELECT unread FROM users WHERE id = '" + p.owner + "'"),
-            scalar(db, "SELECT count(*) FROM comments"));
+            scalar(db, fans_comments));
   EXPECT_EQ(scalar(db,
                    "SELECT count(*) FROM items i WHERE num_comments <> (SELECT count(*) FROM "
                    "comments c WHERE c.item_id = i.id) OR num_like <> (SELECT count(*) FROM votes "
                    "v WHERE v.item_id = i.id) OR num_look_score <> 1000 + 100 * num_like"),
+            0);
+
+  // A removed item takes its comments along, and so does an account that the
+  // operator removes.
+  ASSERT_GT(scalar(db, "SELECT count(*) FROM comments WHERE item_id = " + items[0]), 0);
+  ASSERT_FALSE(
+      p.b->call("rd_remove_item", {{"item_id", items[0]}, {"user_id", p.owner}}).is_error());
+  EXPECT_EQ(scalar(db, "WITH gone AS (DELETE FROM users WHERE id = '" + fans[1] +
+                           "' RETURNING 1) SELECT count(*) FROM gone"),
+            1);
+  EXPECT_EQ(scalar(db,
+                   "SELECT count(*) FROM comments c WHERE NOT EXISTS (SELECT FROM items i WHERE "
+                   "i.id = c.item_id) OR NOT EXISTS (SELECT FROM users u WHERE u.id = c.user_id)"),
             0);
 }
 

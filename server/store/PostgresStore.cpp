@@ -87,6 +87,7 @@ class PgConn : public sql::Conn {
   PgConn(const std::string& url, const std::string& instance, Announce announce)
       : conn_(open_connection(url)), instance_(instance), announce_(std::move(announce)) {
     exec_script("SET client_min_messages = warning; SET TIME ZONE 'UTC'");
+    change_notice_ = notice(kChangesChannel, instance_);
   }
 
   ~PgConn() override { PQfinish(conn_); }
@@ -131,11 +132,36 @@ class PgConn : public sql::Conn {
     tell();
   }
 
+  // When what was announced so far is that the feeds changed, it is told in
+  // the same round trip: a transaction of its own follows the COMMIT (as in
+  // commit(), it waits for no flush). Should that one fail, the write stands
+  // and its notice stays to be told by tell().
   std::vector<sql::Row> query_and_commit(const std::string& text,
                                          const std::vector<sql::Param>& params) override {
     queued_.push_back({text, params});
     queued_.push_back({"COMMIT", {}});
-    return send_queued(queued_.size() - 2);
+    const std::size_t written = queued_.size();
+    std::set<std::string> told;
+    if (notices_.size() == 1 && *notices_.begin() == change_notice_) {
+      told.swap(notices_);
+      queued_.push_back({"BEGIN", {}});
+      queued_.push_back(
+          {"SELECT set_config('synchronous_commit', 'off', true), " + change_notice_, {}});
+      queued_.push_back({"COMMIT", {}});
+    }
+    bool all_ran = false;
+    try {
+      auto rows = send_queued(written - 2, written, &all_ran);
+      if (!all_ran) {
+        notices_.merge(told);
+        if (PQstatus(conn_) == CONNECTION_OK && PQtransactionStatus(conn_) != PQTRANS_IDLE)
+          PQclear(PQexec(conn_, "ROLLBACK"));
+      }
+      return rows;
+    } catch (...) {
+      notices_.merge(told);
+      throw;
+    }
   }
 
   void tell() override {
@@ -214,8 +240,10 @@ class PgConn : public sql::Conn {
 
   // Sends the queued statements in one round trip (a pipeline when there
   // are several) and returns the rows of the one at `answer` (the last by
-  // default); throws the first error, after which the others were not run.
-  std::vector<sql::Row> send_queued(std::size_t answer = SIZE_MAX) {
+  // default); throws the first error of the first `must` of them, after
+  // which the others were not run. `all_ran`: whether every one ran well.
+  std::vector<sql::Row> send_queued(std::size_t answer = SIZE_MAX, std::size_t must = SIZE_MAX,
+                                    bool* all_ran = nullptr) {
     std::vector<Statement> batch;
     batch.swap(queued_);
     if (answer >= batch.size()) answer = batch.size() - 1;
@@ -243,6 +271,8 @@ class PgConn : public sql::Conn {
     if (!PQpipelineSync(conn_)) check(nullptr, "pipeline");
     // Each statement's result ends with a null one; the sync's comes last.
     std::exception_ptr failed;
+    bool ran = true;
+    std::size_t ok = 0;  // the first ones that ran well
     std::vector<sql::Row> rows;
     for (std::size_t ended = 0;;) {
       PGresult* res = PQgetResult(conn_);
@@ -253,24 +283,39 @@ class PgConn : public sql::Conn {
       Result guard{res};
       auto st = PQresultStatus(res);
       if (st == PGRES_PIPELINE_SYNC) break;
-      if (st == PGRES_PIPELINE_ABORTED) continue;
+      if (st == PGRES_PIPELINE_ABORTED) {
+        ran = false;
+        continue;
+      }
       try {
         check(res, "query");
+        if (ended == ok) ++ok;
       } catch (...) {
-        if (!failed) failed = std::current_exception();
+        ran = false;
+        if (!failed && ended < must) failed = std::current_exception();
       }
       if (ended == answer && st == PGRES_TUPLES_OK) rows = rows_of(res);
     }
     if (failed) std::rethrow_exception(failed);
-    if (PQstatus(conn_) != CONNECTION_OK) check(nullptr, "query");
+    if (PQstatus(conn_) != CONNECTION_OK) {
+      // Gone before all that must run were answered: their outcome is unknown.
+      if (ok < std::min(must, batch.size())) check(nullptr, "query");
+      ran = false;
+    }
+    if (all_ran) *all_ran = ran;
     return rows;
   }
 
   void notify(const char* channel, const std::string& payload) {
+    notices_.insert(notice(channel, payload));
+  }
+
+  std::string notice(const char* channel, const std::string& payload) {
     char* quoted = PQescapeLiteral(conn_, payload.data(), payload.size());
     if (!quoted) throw Error(std::string("PostgreSQL: ") + PQerrorMessage(conn_));
-    notices_.insert(std::string("pg_notify('") + channel + "', " + quoted + ")");
+    std::string text = std::string("pg_notify('") + channel + "', " + quoted + ")";
     PQfreemem(quoted);
+    return text;
   }
 
   const std::string& prepare(const std::string& text) {
@@ -300,6 +345,7 @@ class PgConn : public sql::Conn {
   const std::string instance_;
   const Announce announce_;
   std::set<std::string> notices_;  // pg_notify calls for after the COMMIT
+  std::string change_notice_;      // this instance's: the feeds changed
   std::vector<Statement> queued_;  // sent with the next statement that needs an answer
   std::unordered_map<std::string, std::string> names_;
 };

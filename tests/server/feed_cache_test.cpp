@@ -72,11 +72,14 @@ void writes_show_at_once(ApiServer& writer, ApiServer& reader) {
   EXPECT_EQ(std::to_string(f.top.number("id")), fresh);
   EXPECT_EQ(f.top.number("num_look_score"), 1000);
 
-  // Commented: the count moves.
-  auto c = writer.call("rd_add_comments",
-                       {{"item_id", low}, {"user_id", user}, {"comments", "好看好看"}});
-  ASSERT_FALSE(c.is_error()) << json::serialize(c.body);
-  EXPECT_EQ(field(feeds(reader).newest, low, "num_comments"), 1);
+  // Commented, by its owner and by somebody else: the count moves.
+  const std::string fan = writer.register_user("13800138220");
+  for (const auto& [who, n] : {std::pair{user, 1}, std::pair{fan, 2}}) {
+    auto c = writer.call("rd_add_comments",
+                         {{"item_id", low}, {"user_id", who}, {"comments", "好看好看"}});
+    ASSERT_FALSE(c.is_error()) << json::serialize(c.body);
+    EXPECT_EQ(field(feeds(reader).newest, low, "num_comments"), n);
+  }
 
   // Removed: gone from both feeds and the top.
   auto rm = writer.call("rd_remove_item", {{"item_id", fresh}, {"user_id", user}});

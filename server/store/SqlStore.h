@@ -50,7 +50,8 @@ class Conn {
   virtual void commit() = 0;
   // Runs `sql` as the transaction's last statement and commits with it (in
   // one round trip where the engine can), returning its rows. What was
-  // announced is told by tell() after it.
+  // announced before may be told in that round trip too; what is left (see
+  // take_notices()) is told by tell() after it.
   virtual std::vector<Row> query_and_commit(const std::string& sql,
                                             const std::vector<Param>& params) {
     auto rows = query(sql, params);

@@ -168,10 +168,16 @@ bool seedFeed(const QString& serverUrl, const QString& workDir, int count) {
   const QImage face(QStringLiteral(RD_SOURCE_DIR "/app/ui/sample-face.jpg"));
   if (face.isNull()) return false;
   for (int i = 0; i < count; ++i) {
+    // A band of its own on top: a hue and the number's bits as black and
+    // white blocks, large enough to keep the photos apart once scaled and
+    // compressed (the server takes a picture's bytes once).
     QImage photo = face.convertToFormat(QImage::Format_RGB32);
     QPainter painter(&photo);
-    painter.fillRect(QRect(0, 0, photo.width(), photo.height() / 8),
-                     QColor::fromHsv(i % 360, 90, 230));
+    const int band = photo.height() / 8, block = photo.width() / 8;
+    painter.fillRect(QRect(0, 0, photo.width(), band), QColor::fromHsv(i * 47 % 360, 255, 230));
+    for (int bit = 0; bit < 8; ++bit)
+      painter.fillRect(QRect(bit * block, band / 2, block, band / 2),
+                       (i >> bit) & 1 ? Qt::white : Qt::black);
     painter.end();
     if (rdtest::publishPhoto(photo, QStringLiteral("第%1张").arg(i + 1),
                              QString::number(5000 + i * 17 % 5000))

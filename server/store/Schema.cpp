@@ -11,6 +11,70 @@ std::string engine_words(std::string s, const std::string& id_column, const std:
   return s;
 }
 
+// The statement that writes a batch of comments whole (see
+// schema_v10_comment_pushes()), run once its rows are locked.
+const char* const kCommentsWritten = R"(  RETURN QUERY
+  WITH found AS (
+    SELECT t.n, t.item, t.usr, t.txt,
+      (SELECT i.user_id FROM items i WHERE i.id = t.item) AS owner,
+      (SELECT u.nickname FROM users u WHERE u.id = t.usr) AS nick
+    FROM unnest(p_items, p_users, p_texts) WITH ORDINALITY AS t(item, usr, txt, n)
+  ), ops AS (
+    SELECT f.*, CASE WHEN f.nick IS NULL THEN -1 WHEN f.owner IS NULL THEN -2 ELSE 0 END AS state
+    FROM found f
+  ), added AS (
+    -- In their order, each with how many of the batch's later ones count
+    -- for the same owner (a comment on one's own photo counts for nothing).
+    SELECT a.*, nextval(ids) AS cid
+    FROM (SELECT o.*, count(*) FILTER (WHERE o.owner <> o.usr) OVER (PARTITION BY o.owner
+              ORDER BY o.n ROWS BETWEEN 1 FOLLOWING AND UNBOUNDED FOLLOWING) AS later
+          FROM ops o WHERE o.state = 0 ORDER BY o.n) a
+  ), stored AS (
+    INSERT INTO comments (id, item_id, user_id, text, created_ms, updated_ms)
+    SELECT a.cid, a.item, a.usr, a.txt, p_now, p_now FROM added a ORDER BY a.n
+  ), counted AS (
+    UPDATE users SET unread = users.unread + c.k
+    FROM (SELECT a.owner, count(*) AS k FROM added a WHERE a.owner <> a.usr GROUP BY a.owner) c
+    WHERE users.id = c.owner
+    RETURNING users.id, users.unread
+  ), tallied AS (
+    UPDATE items SET num_comments = items.num_comments + c.k
+    FROM (SELECT a.item, count(*) AS k FROM added a GROUP BY a.item) c
+    WHERE items.id = c.item
+  ), answered AS (
+    SELECT o.n, o.state, a.cid, o.item, o.usr, o.nick, o.txt, o.owner,
+      COALESCE(c.unread - a.later, (SELECT ow.unread FROM users ow WHERE ow.id = o.owner), 0)
+        AS unread
+    FROM ops o
+    LEFT JOIN added a ON a.n = o.n
+    LEFT JOIN counted c ON c.id = o.owner AND o.owner <> o.usr
+  ), pushes AS (
+    -- Each device's newest first (k), the older ones beyond p_keep not kept.
+    SELECT r.n, d.token, row_number() OVER (PARTITION BY d.token ORDER BY r.n DESC) AS k,
+      json_build_object('aps', json_build_object('alert', r.nick || p_joiner || r.txt,
+        'badge', r.unread, 'sound', p_sound))::TEXT AS payload
+    FROM answered r JOIN devices d ON d.user_id = r.owner
+    WHERE p_devices IS NOT NULL AND r.state = 0 AND r.owner <> r.usr AND d.token ~ p_devices
+  ), kept AS (
+    INSERT INTO push_pending (device_token, payload)
+    SELECT p.token, p.payload FROM pushes p WHERE p.k <= p_keep ORDER BY p.token, p.n
+  ), trimmed AS (
+    -- Each device keeps its newest p_keep: the batch's and then its older ones.
+    DELETE FROM push_pending pp USING (
+      SELECT q.id FROM (
+        SELECT o.id, row_number() OVER (PARTITION BY o.device_token ORDER BY o.id DESC) AS k,
+          least(f.n, p_keep) AS fresh
+        FROM (SELECT p.token, count(*) AS n FROM pushes p GROUP BY p.token) f
+        JOIN push_pending o ON o.device_token = f.token) q
+      WHERE q.k > p_keep - q.fresh) gone
+    WHERE pp.id = gone.id
+  )
+  SELECT r.n, r.state::BIGINT, r.cid, r.item, r.usr, r.nick, r.txt, p_now, p_now, r.owner,
+    r.unread, p.token
+  FROM answered r LEFT JOIN pushes p ON p.n = r.n
+  ORDER BY r.n, p.token;
+)";
+
 }  // namespace
 
 std::string schema_v1(const std::string& id_column, const std::string& integer) {
@@ -298,67 +362,8 @@ BEGIN
       JOIN items i ON i.id = t.item WHERE i.user_id <> t.usr)
     ORDER BY u.id FOR NO KEY UPDATE OF u;
   PERFORM FROM items i WHERE i.id = ANY(p_items) ORDER BY i.id FOR NO KEY UPDATE OF i;
-  RETURN QUERY
-  WITH found AS (
-    SELECT t.n, t.item, t.usr, t.txt,
-      (SELECT i.user_id FROM items i WHERE i.id = t.item) AS owner,
-      (SELECT u.nickname FROM users u WHERE u.id = t.usr) AS nick
-    FROM unnest(p_items, p_users, p_texts) WITH ORDINALITY AS t(item, usr, txt, n)
-  ), ops AS (
-    SELECT f.*, CASE WHEN f.nick IS NULL THEN -1 WHEN f.owner IS NULL THEN -2 ELSE 0 END AS state
-    FROM found f
-  ), added AS (
-    -- In their order, each with how many of the batch's later ones count
-    -- for the same owner (a comment on one's own photo counts for nothing).
-    SELECT a.*, nextval(ids) AS cid
-    FROM (SELECT o.*, count(*) FILTER (WHERE o.owner <> o.usr) OVER (PARTITION BY o.owner
-              ORDER BY o.n ROWS BETWEEN 1 FOLLOWING AND UNBOUNDED FOLLOWING) AS later
-          FROM ops o WHERE o.state = 0 ORDER BY o.n) a
-  ), stored AS (
-    INSERT INTO comments (id, item_id, user_id, text, created_ms, updated_ms)
-    SELECT a.cid, a.item, a.usr, a.txt, p_now, p_now FROM added a ORDER BY a.n
-  ), counted AS (
-    UPDATE users SET unread = users.unread + c.k
-    FROM (SELECT a.owner, count(*) AS k FROM added a WHERE a.owner <> a.usr GROUP BY a.owner) c
-    WHERE users.id = c.owner
-    RETURNING users.id, users.unread
-  ), tallied AS (
-    UPDATE items SET num_comments = items.num_comments + c.k
-    FROM (SELECT a.item, count(*) AS k FROM added a GROUP BY a.item) c
-    WHERE items.id = c.item
-  ), answered AS (
-    SELECT o.n, o.state, a.cid, o.item, o.usr, o.nick, o.txt, o.owner,
-      COALESCE(c.unread - a.later, (SELECT ow.unread FROM users ow WHERE ow.id = o.owner), 0)
-        AS unread
-    FROM ops o
-    LEFT JOIN added a ON a.n = o.n
-    LEFT JOIN counted c ON c.id = o.owner AND o.owner <> o.usr
-  ), pushes AS (
-    -- Each device's newest first (k), the older ones beyond p_keep not kept.
-    SELECT r.n, d.token, row_number() OVER (PARTITION BY d.token ORDER BY r.n DESC) AS k,
-      json_build_object('aps', json_build_object('alert', r.nick || p_joiner || r.txt,
-        'badge', r.unread, 'sound', p_sound))::TEXT AS payload
-    FROM answered r JOIN devices d ON d.user_id = r.owner
-    WHERE p_devices IS NOT NULL AND r.state = 0 AND r.owner <> r.usr AND d.token ~ p_devices
-  ), kept AS (
-    INSERT INTO push_pending (device_token, payload)
-    SELECT p.token, p.payload FROM pushes p WHERE p.k <= p_keep ORDER BY p.token, p.n
-  ), trimmed AS (
-    -- Each device keeps its newest p_keep: the batch's and then its older ones.
-    DELETE FROM push_pending pp USING (
-      SELECT q.id FROM (
-        SELECT o.id, row_number() OVER (PARTITION BY o.device_token ORDER BY o.id DESC) AS k,
-          least(f.n, p_keep) AS fresh
-        FROM (SELECT p.token, count(*) AS n FROM pushes p GROUP BY p.token) f
-        JOIN push_pending o ON o.device_token = f.token) q
-      WHERE q.k > p_keep - q.fresh) gone
-    WHERE pp.id = gone.id
-  )
-  SELECT r.n, r.state::BIGINT, r.cid, r.item, r.usr, r.nick, r.txt, p_now, p_now, r.owner,
-    r.unread, p.token
-  FROM answered r LEFT JOIN pushes p ON p.n = r.n
-  ORDER BY r.n, p.token;
-END $$;
+)" + std::string(kCommentsWritten) +
+         R"(END $$;
 )";
 }
 
@@ -454,67 +459,8 @@ BEGIN
   END IF;
   PERFORM FROM items i WHERE i.id = ANY(p_items) ORDER BY i.id FOR NO KEY UPDATE OF i;
   PERFORM FROM users u WHERE u.id = ANY(p_users) FOR KEY SHARE OF u;
-  RETURN QUERY
-  WITH found AS (
-    SELECT t.n, t.item, t.usr, t.txt,
-      (SELECT i.user_id FROM items i WHERE i.id = t.item) AS owner,
-      (SELECT u.nickname FROM users u WHERE u.id = t.usr) AS nick
-    FROM unnest(p_items, p_users, p_texts) WITH ORDINALITY AS t(item, usr, txt, n)
-  ), ops AS (
-    SELECT f.*, CASE WHEN f.nick IS NULL THEN -1 WHEN f.owner IS NULL THEN -2 ELSE 0 END AS state
-    FROM found f
-  ), added AS (
-    -- In their order, each with how many of the batch's later ones count
-    -- for the same owner (a comment on one's own photo counts for nothing).
-    SELECT a.*, nextval(ids) AS cid
-    FROM (SELECT o.*, count(*) FILTER (WHERE o.owner <> o.usr) OVER (PARTITION BY o.owner
-              ORDER BY o.n ROWS BETWEEN 1 FOLLOWING AND UNBOUNDED FOLLOWING) AS later
-          FROM ops o WHERE o.state = 0 ORDER BY o.n) a
-  ), stored AS (
-    INSERT INTO comments (id, item_id, user_id, text, created_ms, updated_ms)
-    SELECT a.cid, a.item, a.usr, a.txt, p_now, p_now FROM added a ORDER BY a.n
-  ), counted AS (
-    UPDATE users SET unread = users.unread + c.k
-    FROM (SELECT a.owner, count(*) AS k FROM added a WHERE a.owner <> a.usr GROUP BY a.owner) c
-    WHERE users.id = c.owner
-    RETURNING users.id, users.unread
-  ), tallied AS (
-    UPDATE items SET num_comments = items.num_comments + c.k
-    FROM (SELECT a.item, count(*) AS k FROM added a GROUP BY a.item) c
-    WHERE items.id = c.item
-  ), answered AS (
-    SELECT o.n, o.state, a.cid, o.item, o.usr, o.nick, o.txt, o.owner,
-      COALESCE(c.unread - a.later, (SELECT ow.unread FROM users ow WHERE ow.id = o.owner), 0)
-        AS unread
-    FROM ops o
-    LEFT JOIN added a ON a.n = o.n
-    LEFT JOIN counted c ON c.id = o.owner AND o.owner <> o.usr
-  ), pushes AS (
-    -- Each device's newest first (k), the older ones beyond p_keep not kept.
-    SELECT r.n, d.token, row_number() OVER (PARTITION BY d.token ORDER BY r.n DESC) AS k,
-      json_build_object('aps', json_build_object('alert', r.nick || p_joiner || r.txt,
-        'badge', r.unread, 'sound', p_sound))::TEXT AS payload
-    FROM answered r JOIN devices d ON d.user_id = r.owner
-    WHERE p_devices IS NOT NULL AND r.state = 0 AND r.owner <> r.usr AND d.token ~ p_devices
-  ), kept AS (
-    INSERT INTO push_pending (device_token, payload)
-    SELECT p.token, p.payload FROM pushes p WHERE p.k <= p_keep ORDER BY p.token, p.n
-  ), trimmed AS (
-    -- Each device keeps its newest p_keep: the batch's and then its older ones.
-    DELETE FROM push_pending pp USING (
-      SELECT q.id FROM (
-        SELECT o.id, row_number() OVER (PARTITION BY o.device_token ORDER BY o.id DESC) AS k,
-          least(f.n, p_keep) AS fresh
-        FROM (SELECT p.token, count(*) AS n FROM pushes p GROUP BY p.token) f
-        JOIN push_pending o ON o.device_token = f.token) q
-      WHERE q.k > p_keep - q.fresh) gone
-    WHERE pp.id = gone.id
-  )
-  SELECT r.n, r.state::BIGINT, r.cid, r.item, r.usr, r.nick, r.txt, p_now, p_now, r.owner,
-    r.unread, p.token
-  FROM answered r LEFT JOIN pushes p ON p.n = r.n
-  ORDER BY r.n, p.token;
-END $$;
+)" + std::string(kCommentsWritten) +
+         R"(END $$;
 )";
 }
 
